@@ -1,0 +1,217 @@
+// Shared ordered lists of objects.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "YException.h"
+#include "YObject.h"
+
+namespace ydetail {
+[[noreturn]] void throwImmutableMutation(const YObject* list, const char* operation);
+[[noreturn]] void throwIndexBeyondBounds(const YObject* list, const char* operation, std::size_t index,
+                                         std::size_t count);
+[[noreturn]] void throwNilObject(const YObject* list, const char* operation);
+[[noreturn]] void throwMutatedDuringEnumeration(const YObject* list);
+}  // namespace ydetail
+
+/// A shared, ordered list of std::shared_ptr<T>, mutable or immutable for
+/// life. The list is an object with identity: whoever holds it sees every
+/// change. Entries are never null. Lookups compare entries by identity.
+///
+/// Failures: mutating an immutable list or inserting null throws
+/// YInvalidArgumentException; an index out of bounds throws YRangeException;
+/// changing the list during a range-for walk over it makes the walk throw
+/// YMutationDuringEnumerationException at its next step.
+template <class T>
+class YArray : public YObject {
+ public:
+  using Element = std::shared_ptr<T>;
+
+  /// Guarded forward iterator: checks the list's mutation count at each step.
+  class iterator {
+   public:
+    iterator(const YArray* list, std::size_t index) noexcept
+        : _list(list), _index(index), _mutations(list->_mutations) {}
+    const Element& operator*() const {
+      check();
+      return _list->_items[_index];
+    }
+    iterator& operator++() {
+      check();
+      ++_index;
+      return *this;
+    }
+    bool operator!=(const iterator& other) const {
+      check();
+      return _index < _list->_items.size() && _index != other._index;
+    }
+    bool operator==(const iterator& other) const { return !(*this != other); }
+
+   private:
+    void check() const {
+      if (_list->_mutations != _mutations) ydetail::throwMutatedDuringEnumeration(_list);
+    }
+    const YArray* _list;
+    std::size_t _index;
+    std::uint64_t _mutations;
+  };
+
+  /// Use the factory functions; the constructor is public only for make_shared.
+  YArray(std::vector<Element> items, bool isMutable) : _items(std::move(items)), _mutable(isMutable) {}
+
+  /// A new immutable list of `items` (nulls are refused).
+  static std::shared_ptr<YArray> arrayWithObjects(std::vector<Element> items) {
+    checkNoNulls(items);
+    return std::make_shared<YArray>(std::move(items), false);
+  }
+  static std::shared_ptr<YArray> array() { return std::make_shared<YArray>(std::vector<Element>{}, false); }
+  /// A new, empty mutable list.
+  static std::shared_ptr<YArray> mutableArray(std::size_t capacity = 0) {
+    auto list = std::make_shared<YArray>(std::vector<Element>{}, true);
+    list->_items.reserve(capacity);
+    return list;
+  }
+  static std::shared_ptr<YArray> mutableArrayWithObjects(std::vector<Element> items) {
+    checkNoNulls(items);
+    return std::make_shared<YArray>(std::move(items), true);
+  }
+
+  /// An immutable list of the same entries (a snapshot).
+  std::shared_ptr<YArray> copy() const { return std::make_shared<YArray>(_items, false); }
+  /// A mutable list of the same entries.
+  std::shared_ptr<YArray> mutableCopy() const { return std::make_shared<YArray>(_items, true); }
+  /// This list's entries as a list of a base class.
+  template <class U>
+  std::shared_ptr<YArray<U>> arrayOfBase(bool isMutable = false) const {
+    return std::make_shared<YArray<U>>(std::vector<std::shared_ptr<U>>(_items.begin(), _items.end()), isMutable);
+  }
+
+  bool isMutable() const noexcept { return _mutable; }
+  std::size_t count() const noexcept { return _items.size(); }
+  bool isEmpty() const noexcept { return _items.empty(); }
+  const Element& objectAtIndex(std::size_t index) const {
+    if (index >= _items.size()) ydetail::throwIndexBeyondBounds(this, "objectAtIndex", index, _items.size());
+    return _items[index];
+  }
+  const Element& operator[](std::size_t index) const { return objectAtIndex(index); }
+  /// The first or last entry, or null when the list is empty.
+  Element firstObject() const { return _items.empty() ? nullptr : _items.front(); }
+  Element lastObject() const { return _items.empty() ? nullptr : _items.back(); }
+
+  /// Index of the first entry that is `object` itself, or YNotFound.
+  std::size_t indexOfObject(const T* object) const noexcept {
+    for (std::size_t i = 0; i < _items.size(); ++i)
+      if (_items[i].get() == object) return i;
+    return YNotFound;
+  }
+  std::size_t indexOfObject(const Element& object) const noexcept { return indexOfObject(object.get()); }
+  bool containsObject(const Element& object) const noexcept { return indexOfObject(object) != YNotFound; }
+
+  /// Lists are equal when they hold the same objects in the same order.
+  bool isEqualToArray(const YArray& other) const noexcept { return _items == other._items; }
+
+  void addObject(Element object) { insertObjectAtIndex(std::move(object), _items.size()); }
+  void insertObjectAtIndex(Element object, std::size_t index) {
+    if (!_mutable) ydetail::throwImmutableMutation(this, "insertObjectAtIndex");
+    if (!object) ydetail::throwNilObject(this, "insertObjectAtIndex");
+    if (index > _items.size()) ydetail::throwIndexBeyondBounds(this, "insertObjectAtIndex", index, _items.size());
+    _items.insert(_items.begin() + static_cast<std::ptrdiff_t>(index), std::move(object));
+    ++_mutations;
+  }
+  void removeObjectAtIndex(std::size_t index) {
+    if (!_mutable) ydetail::throwImmutableMutation(this, "removeObjectAtIndex");
+    if (index >= _items.size()) ydetail::throwIndexBeyondBounds(this, "removeObjectAtIndex", index, _items.size());
+    _items.erase(_items.begin() + static_cast<std::ptrdiff_t>(index));
+    ++_mutations;
+  }
+  void removeLastObject() {
+    if (!_mutable) ydetail::throwImmutableMutation(this, "removeLastObject");
+    if (_items.empty()) ydetail::throwIndexBeyondBounds(this, "removeLastObject", 0, 0);
+    _items.pop_back();
+    ++_mutations;
+  }
+  void replaceObjectAtIndexWithObject(std::size_t index, Element object) {
+    if (!_mutable) ydetail::throwImmutableMutation(this, "replaceObjectAtIndexWithObject");
+    if (!object) ydetail::throwNilObject(this, "replaceObjectAtIndexWithObject");
+    if (index >= _items.size())
+      ydetail::throwIndexBeyondBounds(this, "replaceObjectAtIndexWithObject", index, _items.size());
+    _items[index] = std::move(object);
+    ++_mutations;
+  }
+  void removeAllObjects() {
+    if (!_mutable) ydetail::throwImmutableMutation(this, "removeAllObjects");
+    _items.clear();
+    ++_mutations;
+  }
+
+  /// Guarded walk (range-for).
+  iterator begin() const noexcept { return iterator(this, 0); }
+  iterator end() const noexcept { return iterator(this, _items.size()); }
+  /// Unguarded read access to the entries.
+  const std::vector<Element>& vector() const noexcept { return _items; }
+  std::uint64_t mutationCount() const noexcept { return _mutations; }
+
+  YString description() const override {
+    YString text = YString::mutableStringWithString(YString(u"("));
+    for (std::size_t i = 0; i < _items.size(); ++i) {
+      text.appendString(YString(i ? u",\n    " : u"\n    "));
+      text.appendString(_items[i]->description());
+    }
+    text.appendString(YString(_items.empty() ? u")" : u"\n)"));
+    return text.copy();
+  }
+
+ private:
+  static void checkNoNulls(const std::vector<Element>& items) {
+    for (const auto& e : items)
+      if (!e) ydetail::throwNilObject(nullptr, "arrayWithObjects");
+  }
+  std::vector<Element> _items;
+  std::uint64_t _mutations = 0;
+  bool _mutable;
+};
+
+/// A shared map from strings to objects. Keys are compared by text.
+template <class T>
+class YDictionary : public YObject {
+ public:
+  using Element = std::shared_ptr<T>;
+  YDictionary() = default;
+  static std::shared_ptr<YDictionary> dictionary() { return std::make_shared<YDictionary>(); }
+  static std::shared_ptr<YDictionary> dictionaryWithObjectsAndKeys(
+      std::initializer_list<std::pair<YString, Element>> entries) {
+    auto d = dictionary();
+    for (const auto& [key, value] : entries) d->setObjectForKey(value, key);
+    return d;
+  }
+  /// The object for `key`, or null.
+  Element objectForKey(const YString& key) const {
+    for (const auto& [k, v] : _entries)
+      if (k.isEqualToString(key)) return v;
+    return nullptr;
+  }
+  /// Sets or replaces the object for `key`. A null key or object throws YInvalidArgumentException.
+  void setObjectForKey(Element object, const YString& key) {
+    if (!object || key.isNull()) ydetail::throwNilObject(this, "setObjectForKey");
+    for (auto& [k, v] : _entries)
+      if (k.isEqualToString(key)) {
+        v = std::move(object);
+        return;
+      }
+    _entries.emplace_back(key.copy(), std::move(object));
+  }
+  void removeObjectForKey(const YString& key) {
+    std::erase_if(_entries, [&](const auto& e) { return e.first.isEqualToString(key); });
+  }
+  std::size_t count() const noexcept { return _entries.size(); }
+  /// Entries in insertion order.
+  const std::vector<std::pair<YString, Element>>& entries() const noexcept { return _entries; }
+
+ private:
+  std::vector<std::pair<YString, Element>> _entries;  // few keys: a flat list beats hashing
+};

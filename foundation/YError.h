@@ -1,0 +1,47 @@
+// Error objects returned (never thrown) by operations that can fail in ordinary use.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "YObject.h"
+
+/// Errors of file and encoding operations.
+extern const YString YFoundationErrorDomain;  // "YFoundationErrorDomain"
+
+/// Codes in YFoundationErrorDomain.
+enum YFoundationErrorCode : std::int64_t {
+  YFileNoSuchFileError = 4,
+  YFileReadUnknownError = 256,
+  YFileReadNoPermissionError = 257,
+  YFileReadInapplicableStringEncodingError = 261,
+  YFileReadTooLargeError = 263,
+  YFileWriteUnknownError = 512,
+  YFileWriteNoPermissionError = 513,
+  YFileWriteInapplicableStringEncodingError = 517,
+  YFileWriteOutOfSpaceError = 640,
+  YFileWriteVolumeReadOnlyError = 642,
+};
+
+/// What went wrong: a domain, a code, a sentence for people and, for system
+/// failures, the underlying errno (0 when there is none).
+class YError : public YObject {
+ public:
+  YError(YString domain, std::int64_t code, YString localizedDescription, int underlyingErrno = 0);
+  static std::shared_ptr<YError> errorWithDomainCodeDescription(YString domain, std::int64_t code,
+                                                                 YString localizedDescription,
+                                                                 int underlyingErrno = 0);
+
+  const YString& domain() const noexcept { return _domain; }
+  std::int64_t code() const noexcept { return _code; }
+  const YString& localizedDescription() const noexcept { return _description; }
+  int underlyingErrno() const noexcept { return _errno; }
+  /// "Error Domain=<domain> Code=<code> \"<description>\"".
+  YString description() const override;
+
+ private:
+  YString _domain;
+  std::int64_t _code;
+  YString _description;
+  int _errno;
+};

@@ -1,0 +1,60 @@
+#include "YLog.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+namespace {
+
+YLogSink& sinkSlot() {
+  static YLogSink sink;
+  return sink;
+}
+
+std::string processName() {
+  char name[64] = "process";
+  if (FILE* f = std::fopen("/proc/self/comm", "r")) {
+    if (std::fgets(name, sizeof name, f)) {
+      std::string s(name);
+      while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
+      std::fclose(f);
+      return s;
+    }
+    std::fclose(f);
+  }
+  return name;
+}
+
+void writeToStandardError(const YString& message) {
+  using namespace std::chrono;
+  auto now = system_clock::now();
+  std::time_t seconds = system_clock::to_time_t(now);
+  auto millis = duration_cast<milliseconds>(now.time_since_epoch()).count() % 1000;
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  char stamp[32];
+  std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+  static const std::string name = processName();
+  std::string line = std::string(stamp) + "." + std::to_string(1000 + millis).substr(1) + " " + name + "[" +
+                     std::to_string(getpid()) + ":" + std::to_string(static_cast<long>(syscall(SYS_gettid))) +
+                     "] " + message.UTF8String() + "\n";
+  std::fwrite(line.data(), 1, line.size(), stderr);
+  std::fflush(stderr);
+}
+
+}  // namespace
+
+YLogSink YSetLogSink(YLogSink sink) {
+  YLogSink previous = std::move(sinkSlot());
+  sinkSlot() = std::move(sink);
+  return previous;
+}
+
+void YLogMessage(const YString& message) {
+  if (const YLogSink& sink = sinkSlot()) sink(message);
+  else writeToStandardError(message);
+}

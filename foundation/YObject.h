@@ -1,0 +1,161 @@
+// The root object: identity, description, kind tests and the observer mechanism.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <typeinfo>
+#include <variant>
+#include <vector>
+
+#include "YString.h"
+
+class YObject;
+
+/// Options of an observer registration (they combine as bits).
+enum YKeyValueObservingOptions : unsigned {
+  YKeyValueObservingOptionNew = 1,      ///< deliver the value after the change
+  YKeyValueObservingOptionOld = 2,      ///< deliver the value before the change
+  YKeyValueObservingOptionInitial = 4,  ///< notify once at registration
+  YKeyValueObservingOptionPrior = 8,    ///< notify also before the change
+};
+
+/// The kind of a change.
+enum class YKeyValueChangeKind : unsigned { Setting = 1, Insertion = 2, Removal = 3, Replacement = 4 };
+
+/// A value carried by a change record: none, a boolean, or an object (a list
+/// of children for indexed changes).
+using YValue = std::variant<std::monostate, bool, std::shared_ptr<YObject>>;
+
+/// An ordered set of indexes (what an indexed change touched).
+class YIndexSet {
+ public:
+  YIndexSet() = default;
+  explicit YIndexSet(std::size_t index) : _indexes{index} {}
+  std::size_t count() const noexcept { return _indexes.size(); }
+  bool containsIndex(std::size_t index) const noexcept;
+  /// The smallest index, or YNotFound when empty.
+  std::size_t firstIndex() const noexcept;
+  void addIndex(std::size_t index);
+  const std::vector<std::size_t>& indexes() const noexcept { return _indexes; }
+  friend bool operator==(const YIndexSet&, const YIndexSet&) = default;
+
+ private:
+  std::vector<std::size_t> _indexes;  // ascending, unique
+};
+
+/// Not-found index: lies beyond every count.
+inline constexpr std::size_t YNotFound = static_cast<std::size_t>(PTRDIFF_MAX);
+
+/// What an observer is told about one change.
+struct YKeyValueChange {
+  YKeyValueChangeKind kind = YKeyValueChangeKind::Setting;
+  /// For a setting: the key's value after the change (when New was asked);
+  /// for an insertion or replacement: the new children at `indexes`.
+  YValue newValue;
+  /// The value before the change (when Old was asked).
+  YValue oldValue;
+  /// For indexed kinds: the indexes that changed.
+  YIndexSet indexes;
+  /// True for the early notification that Prior asks for.
+  bool isPrior = false;
+};
+
+/// Root of every library object. Objects are shared through std::shared_ptr;
+/// an object equals only itself and hashes by identity.
+///
+/// Observer mechanism: an observer registers on an object for a key; the
+/// object brackets each change of that key with will-change and did-change,
+/// and at did-change each registered observer's observeValueForKeyPath() runs,
+/// synchronously, on the changing thread, after the change. Registrations live
+/// with the observed object; an object nobody observes pays one null pointer.
+/// The registration does not own the observer: an observer must unregister
+/// before it is destroyed.
+class YObject : public std::enable_shared_from_this<YObject> {
+ public:
+  YObject() noexcept = default;
+  YObject(const YObject&) = delete;
+  YObject& operator=(const YObject&) = delete;
+  virtual ~YObject();
+
+  /// "<ClassName: 0x…>"; subclasses may describe themselves more fully.
+  virtual YString description() const;
+  /// The generic description above, whatever the subclass does.
+  YString defaultDescription() const;
+  /// The object's dynamic class name.
+  YString className() const;
+
+  bool isEqual(const YObject* other) const noexcept { return this == other; }
+  std::size_t hash() const noexcept { return reinterpret_cast<std::uintptr_t>(this); }
+
+  /// True when the object is a T or of a class derived from T.
+  template <class T>
+  bool isKindOfClass() const noexcept {
+    return dynamic_cast<const T*>(this) != nullptr;
+  }
+
+  /// Raises YInvalidArgumentException saying that this object does not
+  /// implement `selector`.
+  [[noreturn]] void doesNotRecognizeSelector(const char* selector) const;
+
+  // ---- observer mechanism ----
+
+  /// Registers `observer` for `keyPath` with YKeyValueObservingOptions bits
+  /// and an opaque `context`. With Initial the observer is notified at once.
+  /// A null observer throws YInvalidArgumentException.
+  void addObserver(YObject* observer, const YString& keyPath, unsigned options, void* context);
+  /// Removes the most recent registration of `observer` for `keyPath`; throws
+  /// YRangeException when there is none.
+  void removeObserver(YObject* observer, const YString& keyPath);
+  /// Number of registrations for `keyPath` (for tests and diagnostics).
+  std::size_t observationCountForKey(const YString& keyPath) const noexcept;
+  /// Number of registrations of `observer` for `keyPath`.
+  std::size_t observationCountForObserver(const YObject* observer, const YString& keyPath) const noexcept;
+
+  /// Brackets a change of `key`.
+  void willChangeValueForKey(const YString& key);
+  void didChangeValueForKey(const YString& key);
+  /// Brackets an indexed change of the to-many `key`.
+  void willChangeValuesAtIndexesForKey(YKeyValueChangeKind kind, const YIndexSet& indexes, const YString& key);
+  void didChangeValuesAtIndexesForKey(YKeyValueChangeKind kind, const YIndexSet& indexes, const YString& key);
+
+  /// Called on an observer after a change it registered for. The default does nothing.
+  virtual void observeValueForKeyPath(const YString& keyPath, YObject* object, const YKeyValueChange& change,
+                                      void* context);
+
+  /// The value of `key`, delivered as New and Old values. Default: none.
+  virtual YValue valueForKey(const YString& key) const;
+  /// The values at `indexes` of the to-many `key`. Default: none.
+  virtual YValue valuesAtIndexesForKey(const YIndexSet& indexes, const YString& key) const;
+
+  /// Brackets one change: will-change now, did-change when the scope ends
+  /// normally. When the scope ends by an exception no did-change is sent.
+  class ChangeScope {
+   public:
+    ChangeScope(YObject& object, const YString& key);
+    ChangeScope(YObject& object, YKeyValueChangeKind kind, std::size_t index, const YString& key);
+    ~ChangeScope() noexcept(false);
+    ChangeScope(const ChangeScope&) = delete;
+    ChangeScope& operator=(const ChangeScope&) = delete;
+
+   private:
+    YObject& _object;
+    const YString& _key;
+    YKeyValueChangeKind _kind;
+    YIndexSet _indexes;
+    bool _indexed;
+    int _exceptions;
+  };
+
+ private:
+  struct ObservationInfo;
+  void announce(const YString& key, YKeyValueChangeKind kind, const YIndexSet* indexes, bool prior);
+  void cancelChangeForKey(const YString& key);
+  ObservationInfo* _observationInfo = nullptr;
+};
+
+/// dynamic_pointer_cast spelled as a kind-of test that returns the object.
+template <class T, class U>
+std::shared_ptr<T> YCast(const std::shared_ptr<U>& object) noexcept {
+  return std::dynamic_pointer_cast<T>(object);
+}

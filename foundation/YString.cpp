@@ -1,0 +1,477 @@
+#include "YString.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <ostream>
+
+#include "YCharacterSet.h"
+#include "YException.h"
+#include "YObject.h"
+
+namespace ydetail {
+
+// The shared string. Immutable strings keep their code units right after the
+// header (one allocation); mutable strings keep a separate growable buffer.
+struct YStringRep {
+  std::atomic<std::uint32_t> refs;
+  std::uint32_t flags;
+  std::size_t length;
+};
+
+struct YMutableStringRep : YStringRep {
+  std::size_t capacity;
+  char16_t* buffer;
+};
+
+}  // namespace ydetail
+
+using ydetail::YMutableStringRep;
+using ydetail::YStringRep;
+
+namespace {
+
+constexpr std::uint32_t kMutable = 1;
+
+inline char16_t* inlineChars(YStringRep* rep) { return reinterpret_cast<char16_t*>(rep + 1); }
+
+inline char16_t* charsOf(YStringRep* rep) {
+  return (rep->flags & kMutable) ? static_cast<YMutableStringRep*>(rep)->buffer : inlineChars(rep);
+}
+
+YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {
+  if (length > (std::size_t(1) << 40)) throw std::bad_alloc();
+  void* memory = ::operator new(sizeof(YStringRep) + (length + 1) * sizeof(char16_t));
+  auto* rep = new (memory) YStringRep{{1}, 0, length};
+  if (length) std::memcpy(inlineChars(rep), chars, length * sizeof(char16_t));
+  inlineChars(rep)[length] = 0;
+  return rep;
+}
+
+YMutableStringRep* newMutableRep(const char16_t* chars, std::size_t length, std::size_t capacity) {
+  if (capacity < length) capacity = length;
+  if (capacity < 8) capacity = 8;
+  auto* buffer = static_cast<char16_t*>(std::malloc(capacity * sizeof(char16_t)));
+  if (!buffer) throw std::bad_alloc();
+  if (length) std::memcpy(buffer, chars, length * sizeof(char16_t));
+  auto* rep = new YMutableStringRep;
+  rep->refs.store(1, std::memory_order_relaxed);
+  rep->flags = kMutable;
+  rep->length = length;
+  rep->capacity = capacity;
+  rep->buffer = buffer;
+  return rep;
+}
+
+inline void retain(YStringRep* rep) noexcept {
+  if (rep) rep->refs.fetch_add(1, std::memory_order_relaxed);
+}
+
+inline void release(YStringRep* rep) noexcept {
+  if (!rep) return;
+  if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  if (rep->flags & kMutable) {
+    auto* m = static_cast<YMutableStringRep*>(rep);
+    std::free(m->buffer);
+    delete m;
+  } else {
+    rep->~YStringRep();
+    ::operator delete(rep);
+  }
+}
+
+void ensureCapacity(YMutableStringRep* rep, std::size_t needed) {
+  if (needed <= rep->capacity) return;
+  std::size_t capacity = rep->capacity * 2;
+  if (capacity < needed) capacity = needed;
+  auto* buffer = static_cast<char16_t*>(std::realloc(rep->buffer, capacity * sizeof(char16_t)));
+  if (!buffer) throw std::bad_alloc();
+  rep->buffer = buffer;
+  rep->capacity = capacity;
+}
+
+// Decodes UTF-8 strictly (no overlongs, no surrogates, nothing above U+10FFFF).
+bool decodeUTF8(std::string_view in, std::u16string& out) {
+  out.clear();
+  out.reserve(in.size());
+  const auto* p = reinterpret_cast<const unsigned char*>(in.data());
+  const auto* end = p + in.size();
+  while (p < end) {
+    unsigned c = *p;
+    if (c < 0x80) {
+      out.push_back(static_cast<char16_t>(c));
+      ++p;
+      continue;
+    }
+    int extra;
+    char32_t cp;
+    char32_t min;
+    if ((c & 0xE0) == 0xC0) {
+      extra = 1, cp = c & 0x1F, min = 0x80;
+    } else if ((c & 0xF0) == 0xE0) {
+      extra = 2, cp = c & 0x0F, min = 0x800;
+    } else if ((c & 0xF8) == 0xF0) {
+      extra = 3, cp = c & 0x07, min = 0x10000;
+    } else {
+      return false;
+    }
+    if (end - p <= extra) return false;
+    for (int i = 1; i <= extra; ++i) {
+      if ((p[i] & 0xC0) != 0x80) return false;
+      cp = (cp << 6) | (p[i] & 0x3F);
+    }
+    if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+    p += extra + 1;
+    if (cp >= 0x10000) {
+      cp -= 0x10000;
+      out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
+      out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
+    } else {
+      out.push_back(static_cast<char16_t>(cp));
+    }
+  }
+  return true;
+}
+
+void appendUTF8(std::string& out, char32_t cp) {
+  if (cp < 0x80) {
+    out.push_back(static_cast<char>(cp));
+  } else if (cp < 0x800) {
+    out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  } else if (cp < 0x10000) {
+    out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  } else {
+    out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  }
+}
+
+[[noreturn]] void throwRange(const char* operation, std::size_t location, std::size_t length, std::size_t bound) {
+  throw YRangeException(YString::stringWithFormat("%s: range {%zu, %zu} out of bounds; string length %zu",
+                                                  operation, location, length, bound));
+}
+
+}  // namespace
+
+// ---- construction and lifetime --------------------------------------------
+
+YString::YString(const char16_t* utf16) {
+  if (utf16) _rep = newImmutableRep(utf16, std::char_traits<char16_t>::length(utf16));
+}
+
+YString::YString(std::u16string_view utf16) : _rep(newImmutableRep(utf16.data(), utf16.size())) {}
+
+YString::YString(const char* utf8) {
+  if (utf8) *this = fromUTF8(utf8);
+}
+
+YString::YString(const YString& other) noexcept : _rep(other._rep) { retain(_rep); }
+
+YString& YString::operator=(const YString& other) noexcept {
+  retain(other._rep);
+  release(_rep);
+  _rep = other._rep;
+  return *this;
+}
+
+YString& YString::operator=(YString&& other) noexcept {
+  if (this != &other) {
+    release(_rep);
+    _rep = other._rep;
+    other._rep = nullptr;
+  }
+  return *this;
+}
+
+YString::~YString() { release(_rep); }
+
+YString YString::fromUTF8(std::string_view utf8) {
+  std::u16string units;
+  if (!decodeUTF8(utf8, units)) throw YInvalidArgumentException(YString(u"invalid UTF-8 in string conversion"));
+  return YString(std::u16string_view(units));
+}
+
+YString YString::stringWithCharacters(const char16_t* characters, std::size_t length) {
+  return YString(newImmutableRep(characters, length));
+}
+
+YString YString::mutableString(std::size_t capacity) { return YString(newMutableRep(nullptr, 0, capacity)); }
+
+YString YString::mutableStringWithString(const YString& string) {
+  return YString(newMutableRep(string.characters(), string.length(), string.length()));
+}
+
+// ---- queries ---------------------------------------------------------------
+
+bool YString::isMutable() const noexcept { return _rep && (_rep->flags & kMutable); }
+
+std::size_t YString::length() const noexcept { return _rep ? _rep->length : 0; }
+
+const char16_t* YString::characters() const noexcept { return _rep ? charsOf(_rep) : u""; }
+
+char16_t YString::characterAtIndex(std::size_t index) const {
+  if (index >= length()) throwRange("characterAtIndex", index, 1, length());
+  return charsOf(_rep)[index];
+}
+
+bool YString::isEqualToString(const YString& other) const noexcept {
+  if (!_rep || !other._rep) return false;
+  if (_rep == other._rep) return true;
+  return _rep->length == other._rep->length &&
+         std::memcmp(charsOf(_rep), charsOf(other._rep), _rep->length * sizeof(char16_t)) == 0;
+}
+
+std::size_t YString::hash() const noexcept {
+  // FNV-1a over the code units.
+  std::size_t h = 1469598103934665603ull;
+  for (char16_t c : view()) h = (h ^ c) * 1099511628211ull;
+  return h;
+}
+
+bool YString::hasPrefix(const YString& prefix) const noexcept {
+  return !isNull() && !prefix.isNull() && view().starts_with(prefix.view());
+}
+
+bool YString::hasSuffix(const YString& suffix) const noexcept {
+  return !isNull() && !suffix.isNull() && view().ends_with(suffix.view());
+}
+
+std::size_t YString::indexOfString(const YString& string, std::size_t from) const noexcept {
+  if (isNull() || string.isNull()) return npos;
+  auto pos = view().find(string.view(), from);
+  return pos == std::u16string_view::npos ? npos : pos;
+}
+
+YString YString::substringWithRange(std::size_t location, std::size_t len) const {
+  std::size_t n = length();
+  if (location > n || len > n - location) throwRange("substringWithRange", location, len, n);
+  return YString(newImmutableRep(characters() + location, len));
+}
+
+YString YString::substringFromIndex(std::size_t index) const {
+  if (index > length()) throwRange("substringFromIndex", index, 0, length());
+  return substringWithRange(index, length() - index);
+}
+
+YString YString::substringToIndex(std::size_t index) const { return substringWithRange(0, index); }
+
+YString YString::stringByTrimmingCharactersInSet(const YCharacterSet& set) const {
+  if (isNull()) return {};
+  const char16_t* c = characters();
+  std::size_t begin = 0;
+  std::size_t end = length();
+  while (begin < end && set.characterIsMember(c[begin])) ++begin;
+  while (end > begin && set.characterIsMember(c[end - 1])) --end;
+  if (begin == 0 && end == length() && !isMutable()) return *this;
+  return YString(newImmutableRep(c + begin, end - begin));
+}
+
+std::string YString::UTF8String() const {
+  std::string out;
+  std::size_t n = length();
+  const char16_t* c = characters();
+  out.reserve(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    char32_t cp = c[i];
+    if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < n && c[i + 1] >= 0xDC00 && c[i + 1] <= 0xDFFF) {
+      cp = 0x10000 + ((cp - 0xD800) << 10) + (c[i + 1] - 0xDC00);
+      ++i;
+    } else if (cp >= 0xD800 && cp <= 0xDFFF) {
+      cp = 0xFFFD;
+    }
+    appendUTF8(out, cp);
+  }
+  return out;
+}
+
+YString YString::copy() const {
+  if (!_rep) return {};
+  if (!(_rep->flags & kMutable)) return *this;
+  return YString(newImmutableRep(charsOf(_rep), _rep->length));
+}
+
+YString YString::mutableCopy() const {
+  if (!_rep) return {};
+  return mutableStringWithString(*this);
+}
+
+// ---- mutation --------------------------------------------------------------
+
+void YString::requireMutable(const char* operation) const {
+  if (!isMutable())
+    throw YInvalidArgumentException(
+        stringWithFormat("%s: mutating method sent to %s string", operation, _rep ? "immutable" : "null"));
+}
+
+void YString::insertStringAtIndex(const YString& string, std::size_t index) const {
+  requireMutable("insertStringAtIndex");
+  if (string.isNull()) throw YInvalidArgumentException(YString(u"insertStringAtIndex: nil argument"));
+  auto* rep = static_cast<YMutableStringRep*>(_rep);
+  if (index > rep->length) throwRange("insertStringAtIndex", index, 0, rep->length);
+  std::size_t add = string.length();
+  if (add == 0) return;
+  // Keep the source alive and stable when it is this very string.
+  YString source = string.isIdenticalTo(*this) ? string.copy() : string;
+  ensureCapacity(rep, rep->length + add);
+  std::memmove(rep->buffer + index + add, rep->buffer + index, (rep->length - index) * sizeof(char16_t));
+  std::memcpy(rep->buffer + index, source.characters(), add * sizeof(char16_t));
+  rep->length += add;
+}
+
+void YString::appendString(const YString& string) const {
+  requireMutable("appendString");
+  if (string.isNull()) throw YInvalidArgumentException(YString(u"appendString: nil argument"));
+  insertStringAtIndex(string, _rep->length);
+}
+
+void YString::appendCharacters(const char16_t* chars, std::size_t len) const {
+  requireMutable("appendCharacters");
+  auto* rep = static_cast<YMutableStringRep*>(_rep);
+  ensureCapacity(rep, rep->length + len);
+  if (len) std::memmove(rep->buffer + rep->length, chars, len * sizeof(char16_t));
+  rep->length += len;
+}
+
+void YString::deleteCharactersInRange(std::size_t location, std::size_t len) const {
+  requireMutable("deleteCharactersInRange");
+  auto* rep = static_cast<YMutableStringRep*>(_rep);
+  if (location > rep->length || len > rep->length - location) throwRange("deleteCharactersInRange", location, len, rep->length);
+  std::memmove(rep->buffer + location, rep->buffer + location + len,
+               (rep->length - location - len) * sizeof(char16_t));
+  rep->length -= len;
+}
+
+void YString::setString(const YString& string) const {
+  requireMutable("setString");
+  YString source = string.copy();
+  static_cast<YMutableStringRep*>(_rep)->length = 0;
+  if (!source.isNull()) appendString(source);
+}
+
+// ---- formatting ------------------------------------------------------------
+
+YString YString::formatWithArguments(const char* format, const YFormatArg* args, std::size_t count) {
+  if (!format) throw YInvalidArgumentException(YString(u"stringWithFormat: nil format"));
+  std::u16string out;
+  std::size_t next = 0;
+  auto take = [&](const char* directive) -> const YFormatArg& {
+    if (next >= count)
+      throw YInvalidArgumentException(stringWithFormat("stringWithFormat: no argument for %s", directive));
+    return args[next++];
+  };
+  auto appendUTF8Text = [&](std::string_view text) {
+    std::u16string units;
+    if (decodeUTF8(text, units)) {
+      out += units;
+    } else {
+      for (unsigned char ch : text) out.push_back(ch);  // bytes as Latin-1
+    }
+  };
+  auto wrongKind = [](const char* directive) {
+    throw YInvalidArgumentException(stringWithFormat("stringWithFormat: wrong argument kind for %s", directive));
+  };
+  const char* p = format;
+  while (*p) {
+    const char* percent = std::strchr(p, '%');
+    if (!percent) {
+      appendUTF8Text(p);
+      break;
+    }
+    appendUTF8Text(std::string_view(p, static_cast<std::size_t>(percent - p)));
+    const char* q = percent + 1;
+    if (*q == '%') {
+      out.push_back(u'%');
+      p = q + 1;
+      continue;
+    }
+    std::string spec = "%";
+    while (*q && std::strchr("-+ #0123456789.", *q)) spec.push_back(*q++);
+    while (*q && std::strchr("hlqLzjt", *q)) ++q;  // the argument carries its own width
+    char conv = *q;
+    if (!conv) throw YInvalidArgumentException(YString(u"stringWithFormat: incomplete directive"));
+    p = q + 1;
+    char buffer[128];
+    switch (conv) {
+      case '@': {
+        const YFormatArg& a = take("%@");
+        if (a.kind() == YFormatArg::Kind::String) {
+          if (a.string().isNull()) out += u"(null)";
+          else out += a.string().view();
+        } else if (a.kind() == YFormatArg::Kind::Object) {
+          if (!a.object()) out += u"(null)";
+          else out += a.object()->description().view();
+        } else if (a.kind() == YFormatArg::Kind::CString) {
+          appendUTF8Text(a.cstring() ? a.cstring() : "(null)");
+        } else {
+          wrongKind("%@");
+        }
+        break;
+      }
+      case 's': {
+        const YFormatArg& a = take("%s");
+        if (a.kind() == YFormatArg::Kind::CString) appendUTF8Text(a.cstring() ? a.cstring() : "(null)");
+        else if (a.kind() == YFormatArg::Kind::String) out += a.string().isNull() ? u"(null)" : a.string().view();
+        else wrongKind("%s");
+        break;
+      }
+      case 'd': case 'i': case 'u': case 'x': case 'X': case 'o': case 'c': {
+        const YFormatArg& a = take("an integer directive");
+        long long sv = 0;
+        unsigned long long uv = 0;
+        if (a.kind() == YFormatArg::Kind::Signed) sv = a.signedValue(), uv = static_cast<unsigned long long>(sv);
+        else if (a.kind() == YFormatArg::Kind::Unsigned) uv = a.unsignedValue(), sv = static_cast<long long>(uv);
+        else wrongKind("an integer directive");
+        if (conv == 'c') {
+          out.push_back(static_cast<char16_t>(uv));
+          break;
+        }
+        bool isSigned = conv == 'd' || conv == 'i';
+        std::string f = spec + "ll" + conv;
+        if (isSigned) std::snprintf(buffer, sizeof buffer, f.c_str(), sv);
+        else std::snprintf(buffer, sizeof buffer, f.c_str(), uv);
+        appendUTF8Text(buffer);
+        break;
+      }
+      case 'f': case 'g': case 'e': case 'F': case 'G': case 'E': {
+        const YFormatArg& a = take("a number directive");
+        double v = a.kind() == YFormatArg::Kind::Double     ? a.doubleValue()
+                   : a.kind() == YFormatArg::Kind::Signed   ? static_cast<double>(a.signedValue())
+                   : a.kind() == YFormatArg::Kind::Unsigned ? static_cast<double>(a.unsignedValue())
+                                                            : (wrongKind("a number directive"), 0.0);
+        std::string f = spec + conv;
+        std::snprintf(buffer, sizeof buffer, f.c_str(), v);
+        appendUTF8Text(buffer);
+        break;
+      }
+      case 'p': {
+        const YFormatArg& a = take("%p");
+        const void* ptr = a.kind() == YFormatArg::Kind::Pointer ? a.pointer()
+                          : a.kind() == YFormatArg::Kind::Object ? static_cast<const void*>(a.object())
+                                                                 : (wrongKind("%p"), nullptr);
+        std::snprintf(buffer, sizeof buffer, "%p", ptr);
+        appendUTF8Text(buffer);
+        break;
+      }
+      default:
+        throw YInvalidArgumentException(stringWithFormat("stringWithFormat: unknown directive %%%c", conv));
+    }
+  }
+  return YString(std::u16string_view(out));
+}
+
+// ---- constants and printing ----------------------------------------------
+
+const YString YModifiedKey(u"modified");
+const YString YElementsKey(u"elements");
+
+std::ostream& operator<<(std::ostream& os, const YString& s) {
+  if (s.isNull()) return os << "(null)";
+  return os << '"' << s.UTF8String() << '"';
+}

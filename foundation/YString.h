@@ -1,0 +1,214 @@
+// The shared UTF-16 string handle.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+class YCharacterSet;
+class YObject;
+class YError;
+class YString;
+
+/// Numeric identifier of a text encoding (see YStringEncoding.h).
+using YStringEncoding = std::uint64_t;
+
+namespace ydetail {
+struct YStringRep;
+}
+
+/// One argument of YString::stringWithFormat. Built implicitly from strings,
+/// objects, C strings and numbers.
+class YFormatArg {
+ public:
+  enum class Kind { String, Object, CString, Signed, Unsigned, Double, Pointer };
+
+  YFormatArg(const YString& s) noexcept : _kind(Kind::String), _string(&s) {}
+  YFormatArg(const char16_t* s) = delete;  // wrap UTF-16 literals in YString
+  YFormatArg(const char* s) noexcept : _kind(Kind::CString), _cstring(s) {}
+  YFormatArg(const std::string& s) noexcept : _kind(Kind::CString), _cstring(s.c_str()) {}
+  YFormatArg(const YObject* o) noexcept : _kind(Kind::Object), _object(o) {}
+  template <class T>
+    requires std::is_base_of_v<YObject, T>
+  YFormatArg(const std::shared_ptr<T>& o) noexcept : _kind(Kind::Object), _object(o.get()) {}
+  template <class T>
+    requires(std::is_integral_v<T> && std::is_signed_v<T>)
+  YFormatArg(T v) noexcept : _kind(Kind::Signed), _signed(v) {}
+  template <class T>
+    requires(std::is_integral_v<T> && !std::is_signed_v<T>)
+  YFormatArg(T v) noexcept : _kind(Kind::Unsigned), _unsigned(v) {}
+  YFormatArg(double v) noexcept : _kind(Kind::Double), _double(v) {}
+  YFormatArg(const void* p) noexcept : _kind(Kind::Pointer), _pointer(p) {}
+
+  Kind kind() const noexcept { return _kind; }
+  const YString& string() const noexcept { return *_string; }
+  const YObject* object() const noexcept { return _object; }
+  const char* cstring() const noexcept { return _cstring; }
+  long long signedValue() const noexcept { return _signed; }
+  unsigned long long unsignedValue() const noexcept { return _unsigned; }
+  double doubleValue() const noexcept { return _double; }
+  const void* pointer() const noexcept { return _pointer; }
+
+ private:
+  Kind _kind;
+  union {
+    const YString* _string;
+    const YObject* _object;
+    const char* _cstring;
+    long long _signed;
+    unsigned long long _unsigned;
+    double _double;
+    const void* _pointer;
+  };
+};
+
+/// A handle to a shared string of UTF-16 code units.
+///
+/// The handle has reference semantics, like a pointer to a string object:
+/// copying it shares the string, so a change through one mutable handle shows
+/// through every copy. A default-constructed handle is null: an absent string,
+/// distinct from the empty string in every comparison. Positions and lengths
+/// count UTF-16 code units (a character outside the BMP counts two).
+///
+/// A string is mutable or immutable for life. Mutating an immutable string,
+/// or mutating through a null handle, throws YInvalidArgumentException; an
+/// index beyond the string throws YRangeException. Mutating members are
+/// const: they change the shared string, not the handle. Reference counts are
+/// atomic; the text itself is not locked.
+class YString {
+ public:
+  /// Index returned when nothing is found.
+  static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+  /// A null (absent) string.
+  YString() noexcept = default;
+  YString(std::nullptr_t) noexcept {}
+  /// An immutable string of the given UTF-16 code units; a null pointer gives a null string.
+  YString(const char16_t* utf16);
+  YString(std::u16string_view utf16);
+  YString(const std::u16string& utf16) : YString(std::u16string_view(utf16)) {}
+  /// An immutable string from UTF-8; a null pointer gives a null string.
+  /// Invalid UTF-8 throws YInvalidArgumentException.
+  YString(const char* utf8);
+  YString(const std::string& utf8) : YString(fromUTF8(utf8)) {}
+
+  YString(const YString& other) noexcept;
+  YString(YString&& other) noexcept : _rep(other._rep) { other._rep = nullptr; }
+  YString& operator=(const YString& other) noexcept;
+  YString& operator=(YString&& other) noexcept;
+  ~YString();
+
+  /// An immutable string from UTF-8; invalid UTF-8 throws YInvalidArgumentException.
+  static YString fromUTF8(std::string_view utf8);
+  /// An immutable string of `length` code units copied from `characters`.
+  static YString stringWithCharacters(const char16_t* characters, std::size_t length);
+  /// A new, empty mutable string.
+  static YString mutableString(std::size_t capacity = 0);
+  /// A new mutable string holding a copy of `string`'s text (empty for null).
+  static YString mutableStringWithString(const YString& string);
+
+  /// Formats `format` with printf-like directives: `%@` takes a string's text
+  /// or an object's description() and prints a null as "(null)"; `%s` a C
+  /// string; `%d %i %u %ld %lu %lld %llu %zu %x %X %o %c` integers; `%f %g %e`
+  /// numbers; `%p` pointers; `%%` a percent sign. A directive without an
+  /// argument, or of the wrong kind, throws YInvalidArgumentException.
+  template <class... Args>
+  static YString stringWithFormat(const char* format, const Args&... args) {
+    const std::array<YFormatArg, sizeof...(Args)> list{YFormatArg(args)...};
+    return formatWithArguments(format, list.data(), list.size());
+  }
+  static YString formatWithArguments(const char* format, const YFormatArg* args, std::size_t count);
+
+  /// Reads a whole file, detecting its encoding: a byte-order mark first, then
+  /// strict UTF-8, then a statistical guess above a confidence floor. Returns
+  /// null when the file cannot be read or decoded, with `*error` set when
+  /// `error` is not null. `*usedEncoding` receives the encoding when not null.
+  static YString stringWithContentsOfFileUsedEncodingError(const YString& path, YStringEncoding* usedEncoding,
+                                                           std::shared_ptr<YError>* error);
+  /// Reads a whole file in the given encoding; null and `*error` on failure.
+  static YString stringWithContentsOfFileEncodingError(const YString& path, YStringEncoding encoding,
+                                                       std::shared_ptr<YError>* error);
+  /// Writes the text to `path` in `encoding`. A text the encoding cannot
+  /// represent fails; nothing is substituted. With `atomically` the text goes
+  /// to a new temporary file in the same folder, is flushed to disk, takes the
+  /// target's permission bits, and replaces the target by a rename, so the
+  /// target is never half-written. Returns false and sets `*error` (when not
+  /// null) on any failure; never throws for I/O or encoding failures.
+  bool writeToFileAtomicallyEncodingError(const YString& path, bool atomically, YStringEncoding encoding,
+                                          std::shared_ptr<YError>* error) const;
+
+  /// True for the absent string.
+  bool isNull() const noexcept { return _rep == nullptr; }
+  bool isMutable() const noexcept;
+  /// Number of UTF-16 code units; 0 for null.
+  std::size_t length() const noexcept;
+  /// The code unit at `index`; YRangeException when out of bounds or null.
+  char16_t characterAtIndex(std::size_t index) const;
+  /// Direct access to the code units (valid until the next mutation).
+  const char16_t* characters() const noexcept;
+  std::u16string_view view() const noexcept { return {characters(), length()}; }
+
+  /// Code unit for code unit equality. False when either string is null.
+  bool isEqualToString(const YString& other) const noexcept;
+  /// The same string object (both null counts as identical).
+  bool isIdenticalTo(const YString& other) const noexcept { return _rep == other._rep; }
+  /// Null-aware equality: both null, or both present and equal.
+  friend bool operator==(const YString& a, const YString& b) noexcept {
+    return a._rep == b._rep || (a._rep != nullptr && b._rep != nullptr && a.isEqualToString(b));
+  }
+  std::size_t hash() const noexcept;
+
+  bool hasPrefix(const YString& prefix) const noexcept;
+  bool hasSuffix(const YString& suffix) const noexcept;
+  /// Position of the first occurrence of `string`, or npos.
+  std::size_t indexOfString(const YString& string, std::size_t from = 0) const noexcept;
+
+  /// A new immutable string of [location, location + length); YRangeException when out of bounds.
+  YString substringWithRange(std::size_t location, std::size_t length) const;
+  YString substringFromIndex(std::size_t index) const;
+  YString substringToIndex(std::size_t index) const;
+  /// A new immutable string without leading and trailing members of `set`.
+  /// A null set removes nothing. A null receiver yields null.
+  YString stringByTrimmingCharactersInSet(const YCharacterSet& set) const;
+
+  /// The text in UTF-8 (lone surrogates become U+FFFD); "" for null.
+  std::string UTF8String() const;
+  std::u16string u16string() const { return std::u16string(view()); }
+
+  /// A snapshot: later changes to this string cannot change the copy. An
+  /// immutable string returns itself. Null stays null.
+  YString copy() const;
+  /// A new mutable string with the same text; null stays null.
+  YString mutableCopy() const;
+
+  /// Inserts `string` at `index`. A null `string` throws
+  /// YInvalidArgumentException, an index beyond the length YRangeException;
+  /// in both cases nothing changes.
+  void insertStringAtIndex(const YString& string, std::size_t index) const;
+  void appendString(const YString& string) const;
+  void appendCharacters(const char16_t* characters, std::size_t length) const;
+  void appendCharacter(char16_t character) const { appendCharacters(&character, 1); }
+  void deleteCharactersInRange(std::size_t location, std::size_t length) const;
+  void setString(const YString& string) const;
+
+ private:
+  explicit YString(ydetail::YStringRep* rep) noexcept : _rep(rep) {}
+  void requireMutable(const char* operation) const;
+  ydetail::YStringRep* _rep = nullptr;
+};
+
+/// The constant keys the element model announces.
+extern const YString YModifiedKey;  // "modified"
+extern const YString YElementsKey;  // "elements"
+
+std::ostream& operator<<(std::ostream& os, const YString& s);
+
+template <>
+struct std::hash<YString> {
+  std::size_t operator()(const YString& s) const noexcept { return s.hash(); }
+};
