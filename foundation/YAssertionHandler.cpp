@@ -31,9 +31,10 @@ void YAssertionHandler::handleFailureInFunction(const char*, const char*, int, c
 
 void YReportAssertionFailure(const char* method, const YObject* object, const char* unit, int line,
                              const YString& description) {
-  YAssertionHandler& handler = YAssertionHandler::currentHandler();
-  if (object) handler.handleFailureInMethod(method, object, unit, line, description);
-  else handler.handleFailureInFunction(method, unit, line, description);
+  YAssertionHandler::currentHandler();
+  std::shared_ptr<YAssertionHandler> handler = tCurrentHandler;  // kept alive if it replaces itself
+  if (object) handler->handleFailureInMethod(method, object, unit, line, description);
+  else handler->handleFailureInFunction(method, unit, line, description);
 }
 
 void YReportParameterFailure(const char* method, const YObject* object, const char* unit, int line,

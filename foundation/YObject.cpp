@@ -182,6 +182,8 @@ void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YInde
     }
   }
   if (targets.size() == 0) return;
+  // An observer may drop the last reference to this object during delivery.
+  const std::shared_ptr<YObject> keepAlive = weak_from_this().lock();
 
   YKeyValueChange change;
   change.kind = kind;
@@ -198,11 +200,23 @@ void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YInde
       else if (kind != YKeyValueChangeKind::Removal) change.newValue = valuesAtIndexesForKey(*indexes, key);
     }
   }
+  const bool hasNew = !std::holds_alternative<std::monostate>(change.newValue);
+  const bool hasOld = !std::holds_alternative<std::monostate>(change.oldValue);
   for (std::size_t i = 0; i < targets.size(); ++i) {
     const Target& t = targets[i];
     // Skip observers that unregistered during this delivery.
     if (i > 0 && (!_observationInfo || !_observationInfo->isRegistered(t, key))) continue;
-    t.observer->observeValueForKeyPath(key, this, change, t.context);
+    // Each registration gets only the values its options ask for.
+    const bool dropNew = hasNew && !(t.options & YKeyValueObservingOptionNew);
+    const bool dropOld = hasOld && !(t.options & YKeyValueObservingOptionOld);
+    if (!dropNew && !dropOld) {
+      t.observer->observeValueForKeyPath(key, this, change, t.context);
+      continue;
+    }
+    YKeyValueChange own = change;
+    if (dropNew) own.newValue = {};
+    if (dropOld) own.oldValue = {};
+    t.observer->observeValueForKeyPath(key, this, own, t.context);
   }
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 #include <typeinfo>
 #include <variant>
 #include <vector>
@@ -91,7 +92,8 @@ class YObject : public std::enable_shared_from_this<YObject> {
   /// True when the object is a T or of a class derived from T.
   template <class T>
   bool isKindOfClass() const noexcept {
-    return dynamic_cast<const T*>(this) != nullptr;
+    if constexpr (std::is_base_of_v<T, YObject>) return true;  // every object is a YObject
+    else return dynamic_cast<const T*>(this) != nullptr;
   }
 
   /// Raises YInvalidArgumentException saying that this object does not
@@ -140,7 +142,7 @@ class YObject : public std::enable_shared_from_this<YObject> {
 
    private:
     YObject& _object;
-    const YString& _key;
+    YString _key;  // own handle: the caller's key may be a temporary
     YKeyValueChangeKind _kind;
     YIndexSet _indexes;
     bool _indexed;

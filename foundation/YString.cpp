@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <ostream>
 
@@ -334,6 +335,15 @@ void YString::appendString(const YString& string) const {
 void YString::appendCharacters(const char16_t* chars, std::size_t len) const {
   requireMutable("appendCharacters");
   auto* rep = static_cast<YMutableStringRep*>(_rep);
+  std::less<const char16_t*> before;
+  if (len && !before(chars, rep->buffer) && before(chars, rep->buffer + rep->capacity)) {
+    // The characters are this string's own: growing the buffer would move them.
+    std::u16string own(chars, len);
+    ensureCapacity(rep, rep->length + len);
+    std::memcpy(rep->buffer + rep->length, own.data(), len * sizeof(char16_t));
+    rep->length += len;
+    return;
+  }
   ensureCapacity(rep, rep->length + len);
   if (len) std::memmove(rep->buffer + rep->length, chars, len * sizeof(char16_t));
   rep->length += len;
@@ -429,6 +439,8 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
         else if (a.kind() == YFormatArg::Kind::Unsigned) uv = a.unsignedValue(), sv = static_cast<long long>(uv);
         else wrongKind("an integer directive");
         if (conv == 'c') {
+          // A negative (signed) char is a byte, as in C; wider values are code units.
+          if (a.kind() == YFormatArg::Kind::Signed && sv < 0 && sv >= -128) uv = static_cast<unsigned char>(sv);
           out.push_back(static_cast<char16_t>(uv));
           break;
         }

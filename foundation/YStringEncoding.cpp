@@ -348,16 +348,20 @@ YString YDecodeBytes(std::string_view bytes, YStringEncoding encoding, std::shar
       if (startsWith(bytes, kBOM16BE)) return decodeUTF16(bytes.substr(2), true, error);
       return decodeUTF16(bytes, true, error);
     case YUTF16BigEndianStringEncoding:
+      if (startsWith(bytes, kBOM16BE)) bytes.remove_prefix(2);
       return decodeUTF16(bytes, true, error);
     case YUTF16LittleEndianStringEncoding:
+      if (startsWith(bytes, kBOM16LE)) bytes.remove_prefix(2);
       return decodeUTF16(bytes, false, error);
     case YUTF32StringEncoding:
       if (startsWith(bytes, kBOM32LE)) return decodeUTF32(bytes.substr(4), false, error);
       if (startsWith(bytes, kBOM32BE)) return decodeUTF32(bytes.substr(4), true, error);
       return decodeUTF32(bytes, true, error);
     case YUTF32BigEndianStringEncoding:
+      if (startsWith(bytes, kBOM32BE)) bytes.remove_prefix(4);
       return decodeUTF32(bytes, true, error);
     default:
+      if (startsWith(bytes, kBOM32LE)) bytes.remove_prefix(4);
       return decodeUTF32(bytes, false, error);
   }
 }
@@ -592,7 +596,8 @@ YString YString::stringWithContentsOfFileUsedEncodingError(const YString& path, 
   if (text.isNull() && error)
     *error = YError::errorWithDomainCodeDescription(
         YFoundationErrorDomain, YFileReadInapplicableStringEncodingError,
-        YString::stringWithFormat("Cannot decode file '%@': %@", path, decodeError->localizedDescription()));
+        YString::stringWithFormat("Cannot decode file '%@': %@", path,
+                                  decodeError ? decodeError->localizedDescription() : YString()));
   return text;
 }
 
