@@ -1,0 +1,154 @@
+// Regular-expression and end-of-line rules on their own.
+#include <gtest/gtest.h>
+
+#include "ScannerTestSupport.h"
+
+using namespace scannertest;
+
+namespace {
+
+std::string tokenAt(YRule& rule, const char16_t* text, int position) {
+  auto token = rule.tokenAtPosition(std::u16string_view(text), position);
+  return token ? dump(*token) : "none";
+}
+
+std::shared_ptr<YRegularExpressionRule> groupRule(const char16_t* pattern,
+                                                  std::initializer_list<std::pair<YString, const char16_t*>> map) {
+  auto classes = YDictionary<YTokenClass>::dictionary();
+  for (const auto& [group, name] : map) classes->setObjectForKey(YTokenClass::tokenClass(YString(name)), group);
+  return YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      YString(pattern), 0, YTokenClass::tokenClass(YString(u"t")), classes);
+}
+
+TEST(RegularExpressionRule, SubtokensCountFromTokenStart) {
+  auto rule = groupRule(u"ab(?<x>c+)(?<y>d?)(?<z>e)?(?<w>f)", {{YString(u"x"), u"X"}, {YString(u"y"), u"Y"},
+                                                              {YString(u"z"), u"Z"}, {YString(u"absent"), u"A"}});
+  // A group at p+2 reports 2; an empty group reports length 0; a group that
+  // took no part, an unmapped group and a map entry without a group yield nothing.
+  EXPECT_EQ(tokenAt(*rule, u"....abccf", 4), "t@4+5[X@2+2 Y@4+0]");
+  EXPECT_EQ(tokenAt(*rule, u"abcdef", 0), "t@0+6[X@2+1 Y@3+1 Z@4+1]");
+}
+
+TEST(RegularExpressionRule, SubtokensFollowPatternOrderNotMapOrder) {
+  auto rule = groupRule(u"(?<b>x)(?<a>y)", {{YString(u"a"), u"A"}, {YString(u"b"), u"B"}});
+  EXPECT_EQ(tokenAt(*rule, u"xy", 0), "t@0+2[B@0+1 A@1+1]");
+}
+
+TEST(RegularExpressionRule, MatchesOnlyAtThePosition) {
+  auto rule = regexRule(u"b", u"t");
+  EXPECT_EQ(tokenAt(*rule, u"ab", 0), "none");
+  EXPECT_EQ(tokenAt(*rule, u"ab", 1), "t@1+1");
+}
+
+TEST(RegularExpressionRule, AnchorsAndDot) {
+  struct {
+    const char16_t* pattern;
+    unsigned options;
+    const char16_t* text;
+    int position;
+    const char* token;
+  } cases[] = {
+      {u"^b", 0, u"ab", 1, "t@1+1"},              // ^ at the scanning position
+      {u"x\\z", 0, u"x\nx", 0, "none"},           // \z is not a line end
+      {u"x\\z", 0, u"x\nx", 2, "t@2+1"},          // but the end of the text
+      {u"x$", 0, u"x\n", 0, "t@0+1"},             // $ before a final LF
+      {u"x$", 0, u"x\nx", 0, "none"},
+      {u".+", 0, u"a\rb\nc", 0, "t@0+3"},         // . takes CR, stops at LF
+      {u".+", YRegularExpressionDotMatchesAll, u"a\nb", 0, "t@0+3"},
+      {u"a.^b", YRegularExpressionMultiline | YRegularExpressionDotMatchesAll, u"a\nb", 0, "t@0+3"},
+      {u"a?", 0, u"b", 0, "none"},                // an empty match is no match
+      {u"a*?", 0, u"aa", 0, "t@0+1"},             // ... so a lazy rule takes one unit
+      {u"(?=b)", 0, u"b", 0, "none"},
+      {u"K", YRegularExpressionCaseInsensitive, u"k", 0, "t@0+1"},
+      {u"(?i)k", 0, u"K", 0, "t@0+1"},            // inline caseless past the start filter
+      {u"[ab]x", 0, u"bx", 0, "t@0+2"},
+      {u"a b # note", YRegularExpressionExtended, u"ab", 0, "t@0+2"},
+      {u"a.b", YRegularExpressionLiteral, u"a.b", 0, "t@0+3"},
+      {u"a.b", YRegularExpressionLiteral, u"axb", 0, "none"},
+      {u"\u0100", 0, u"\u0100", 0, "t@0+1"},       // code units above 255
+      {u"\u00e9", YRegularExpressionCaseInsensitive | YRegularExpressionUnicode, u"\u00c9", 0, "t@0+1"},
+      {u".", 0, u"\U0001F600", 0, "t@0+1"},        // code units by default
+      {u".", YRegularExpressionUnicode, u"\U0001F600", 0, "t@0+2"},
+      {u".", YRegularExpressionUnicode, u"\xD800", 0, "none"},  // a lone surrogate never matches
+  };
+  for (const auto& c : cases) {
+    auto rule = regexRule(c.pattern, u"t", c.options);
+    EXPECT_EQ(tokenAt(*rule, c.text, c.position), c.token) << YString(c.pattern).UTF8String();
+  }
+}
+
+TEST(RegularExpressionRule, InvalidPatternNamesMessageAndOffset) {
+  struct {
+    const char16_t* pattern;
+    const char* fragment;
+  } cases[] = {
+      {u"(?<x>a", "missing closing parenthesis at offset 6"},
+      {u"a**", "at offset 2"},
+      {u"[a", "missing terminating ] for character class at offset 2"},
+      {u"(*UTF)a", "at offset"},  // Unicode matching is asked for by option only
+  };
+  for (const auto& c : cases) {
+    try {
+      regexRule(c.pattern, u"t");
+      ADD_FAILURE() << "no exception for " << YString(c.pattern);
+    } catch (const YInvalidArgumentException& e) {
+      EXPECT_NE(std::string(e.what()).find(c.fragment), std::string::npos) << e.what();
+    }
+  }
+}
+
+TEST(RegularExpressionRule, UnknownOptionBitsAreRefused) {
+  EXPECT_THROW(regexRule(u"a", u"t", 1u << 6), YInvalidArgumentException);
+}
+
+TEST(RegularExpressionRule, ResourceLimitRaisesInsteadOfNoMatch) {
+  auto rule = regexRule(u"(a+)+[bc]", u"t");
+  const std::u16string text(40, u'a');
+  EXPECT_THROW(rule->tokenAtPosition(text, 0), YRegularExpressionMatchException);
+}
+
+TEST(Rules, NullArgumentsFailPreconditions) {
+  auto handler = std::make_shared<RecordingHandler>();
+  auto previous = YAssertionHandler::setCurrentHandler(handler);
+  auto cls = YTokenClass::tokenClass();
+  EXPECT_EQ(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(YString(), 0, cls), nullptr);
+  EXPECT_EQ(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(YString(u"a"), 0, nullptr), nullptr);
+  EXPECT_EQ(YEndOfLineRule::ruleWithOpenSequenceTokenClass(YString(), cls), nullptr);
+  EXPECT_EQ(YUnicharStream::streamWithBuffer(nullptr), nullptr);
+  EXPECT_EQ(YRuleBasedScanner::scannerForStreamWithRules(nullptr, ruleList({})), nullptr);
+  YAssertionHandler::setCurrentHandler(previous);
+  EXPECT_EQ(handler->descriptions,
+            (std::vector<std::string>{"Invalid parameter not satisfying: pattern != nil",
+                                      "Invalid parameter not satisfying: tokenClass != nil",
+                                      "Invalid parameter not satisfying: openSequence != nil",
+                                      "Invalid parameter not satisfying: buffer != nil",
+                                      "Invalid parameter not satisfying: stream != nil"}));
+}
+
+TEST(EndOfLineRule, StopsBeforeTheLineEnd) {
+  struct {
+    const char16_t* open;
+    const char16_t* text;
+    int position;
+    const char* token;
+  } cases[] = {
+      {u"#", u"# a\nb", 0, "t@0+3"},        // LF
+      {u"#", u"# a\r\nb", 0, "t@0+3"},      // CR LF
+      {u"#", u"# a\rb\n", 0, "t@0+5"},      // a lone CR is text
+      {u"#", u"# a\r", 0, "t@0+4"},         // ... also at the end
+      {u"#", u"x# a", 1, "t@1+3"},          // end of text
+      {u"#", u"#\n", 0, "t@0+1"},           // just the sequence
+      {u"#", u"#\r\n", 0, "t@0+1"},
+      {u"#", u"a#", 0, "none"},
+      {u"//", u"/x", 0, "none"},
+      {u"//", u"// \U0001F600\n", 0, "t@0+5"},
+      {u"", u"ab\n", 0, "t@0+2"},           // empty sequence: rest of a non-empty line
+      {u"", u"\n", 0, "none"},
+  };
+  for (const auto& c : cases) {
+    auto rule = YEndOfLineRule::ruleWithOpenSequenceTokenClass(YString(c.open), YTokenClass::tokenClass(YString(u"t")));
+    EXPECT_EQ(tokenAt(*rule, c.text, c.position), c.token) << YString(c.text).UTF8String();
+  }
+}
+
+}  // namespace
