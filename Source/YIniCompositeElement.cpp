@@ -1,0 +1,200 @@
+#include "YIniCompositeElement.h"
+
+#include <exception>
+
+#include "YAssertionHandler.h"
+
+static constexpr const char YUnitName[] = "YIniCompositeElement";
+
+namespace {
+inline bool sameKey(const YString& a, const YString& b) noexcept { return a.isIdenticalTo(b) || a.isEqualToString(b); }
+}  // namespace
+
+YIniCompositeElement::YIniCompositeElement()
+    : _initialElements(ElementList::array()), _elements(ElementList::mutableArray()) {
+  addObserver(this, YElementsKey, YKeyValueObservingOptionNew, nullptr);
+}
+
+YIniCompositeElement::~YIniCompositeElement() {
+  // Never throw from here: registrations that a failed operation already
+  // removed are simply skipped.
+  if (observationCountForObserver(this, YElementsKey) > 0) removeObserver(this, YElementsKey);
+  for (const auto& child : _elements->vector()) {
+    if (child->observationCountForObserver(this, YModifiedKey) > 0) child->removeObserver(this, YModifiedKey);
+  }
+}
+
+bool YIniCompositeElement::isModified() const { return _bits.modified; }
+
+void YIniCompositeElement::setModified(bool modified) {
+  ChangeScope scope(*this, YModifiedKey);
+  _bits.modified = modified;
+}
+
+void YIniCompositeElement::setElements(const std::shared_ptr<ElementList>& value) {
+  ChangeScope scope(*this, YElementsKey);
+  if (YParameterFailed(value != nullptr, "value != nil")) return;
+  auto replacement = ElementList::mutableArrayWithObjects(value->vector());
+  auto old = _elements;
+  for (const auto& child : *old) unsubscribeForChangesInElement(child);
+  _elements = std::move(replacement);
+  old.reset();
+  auto current = _elements;
+  for (const auto& child : *current) subscribeForChangesInElement(child);
+}
+
+void YIniCompositeElement::insertObjectInElementsAtIndex(std::shared_ptr<YIniElement> element, std::size_t index) {
+  ChangeScope scope(*this, YKeyValueChangeKind::Insertion, index, YElementsKey);
+  if (YParameterFailed(element != nullptr, "element != nil")) return;
+  if (YParameterFailed(index <= _elements->count(), "index >= 0 && index <= [elements count]")) return;
+  _elements->insertObjectAtIndex(element, index);
+  subscribeForChangesInElement(element);
+}
+
+void YIniCompositeElement::removeObjectFromElementsAtIndex(std::size_t index) {
+  ChangeScope scope(*this, YKeyValueChangeKind::Removal, index, YElementsKey);
+  if (YParameterFailed(index < _elements->count(), "index >= 0 && index < [elements count]")) return;
+  std::shared_ptr<YIniElement> child = _elements->objectAtIndex(index);
+  unsubscribeForChangesInElement(child);
+  _elements->removeObjectAtIndex(index);
+}
+
+void YIniCompositeElement::replaceObjectInElementsAtIndexWithObject(std::size_t index,
+                                                                    std::shared_ptr<YIniElement> element) {
+  ChangeScope scope(*this, YKeyValueChangeKind::Replacement, index, YElementsKey);
+  if (YParameterFailed(element != nullptr, "element != nil")) return;
+  std::shared_ptr<YIniElement> old = _elements->objectAtIndex(index);
+  unsubscribeForChangesInElement(old);
+  _elements->replaceObjectAtIndexWithObject(index, element);
+  subscribeForChangesInElement(element);
+}
+
+void YIniCompositeElement::addElement(std::shared_ptr<YIniElement> element) {
+  if (YParameterFailed(element != nullptr, "element != nil")) return;
+  insertObjectInElementsAtIndex(std::move(element), _elements->count());
+}
+
+void YIniCompositeElement::replaceElementWith(const std::shared_ptr<YIniElement>& element,
+                                              std::shared_ptr<YIniElement> otherElement) {
+  if (YParameterFailed(element != nullptr, "element != nil")) return;
+  if (YParameterFailed(otherElement != nullptr, "otherElement != nil")) return;
+  replaceObjectInElementsAtIndexWithObject(_elements->indexOfObject(element), std::move(otherElement));
+}
+
+void YIniCompositeElement::removeElement(const std::shared_ptr<YIniElement>& element) {
+  if (YParameterFailed(element != nullptr, "element != nil")) return;
+  removeObjectFromElementsAtIndex(_elements->indexOfObject(element));
+}
+
+void YIniCompositeElement::removeAllElements() {
+  while (!_elements->isEmpty()) removeObjectFromElementsAtIndex(0);
+}
+
+YString YIniCompositeElement::stringValue() { doesNotRecognizeSelector("stringValue"); }
+
+void YIniCompositeElement::commit() {
+  _bits.ignoreChanges = true;
+  try {
+    auto current = _elements;
+    for (const auto& child : *current) child->commit();
+  } catch (...) {
+    _bits.ignoreChanges = false;
+    throw;
+  }
+  _bits.ignoreChanges = false;
+  _initialElements = _elements->copy();
+  setModified(false);
+}
+
+void YIniCompositeElement::revert() {
+  _bits.ignoreChanges = true;
+  try {
+    auto current = _elements;
+    for (const auto& child : *current) {
+      unsubscribeForChangesInElement(child);
+      child->revert();
+    }
+  } catch (...) {
+    _bits.ignoreChanges = false;
+    throw;
+  }
+  _bits.ignoreChanges = false;
+  // A direct replacement, not announced. The list stays immutable until
+  // setElements() installs a new one.
+  _elements = _initialElements->copy();
+  auto current = _elements;
+  for (const auto& child : *current) subscribeForChangesInElement(child);
+  setModified(false);
+}
+
+std::shared_ptr<YIniElement> YIniCompositeElement::copyWithZone(void* zone) const {
+  std::shared_ptr<YIniCompositeElement> copy = makeEmptyCopy();
+  auto current = _elements;
+  for (const auto& child : *current) copy->addElement(child->copyWithZone(zone));
+  copy->commit();
+  return copy;
+}
+
+std::shared_ptr<YIniCompositeElement> YIniCompositeElement::makeEmptyCopy() const {
+  return std::make_shared<YIniCompositeElement>();
+}
+
+void YIniCompositeElement::subscribeForChangesInElement(const std::shared_ptr<YIniElement>& element) {
+  if (YParameterFailed(element != nullptr, "element != nil")) return;
+  element->addObserver(this, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
+}
+
+void YIniCompositeElement::unsubscribeForChangesInElement(const std::shared_ptr<YIniElement>& element) {
+  if (YParameterFailed(element != nullptr, "element != nil")) return;
+  // A child left unobserved by a failed removal on an immutable list has no
+  // registration to remove; skipping it keeps setElements() and destruction working.
+  if (element->observationCountForObserver(this, YModifiedKey) == 0) return;
+  element->removeObserver(this, YModifiedKey);
+}
+
+bool YIniCompositeElement::compareArrayAgainst(const std::shared_ptr<ElementList>& a1,
+                                               const std::shared_ptr<ElementList>& a2) const {
+  if (YParameterFailed(a1 != nullptr, "a1 != nil")) return false;
+  if (YParameterFailed(a2 != nullptr, "a2 != nil")) return false;
+  const auto& v1 = a1->vector();
+  const auto& v2 = a2->vector();
+  if (v1.size() != v2.size()) return false;
+  for (std::size_t i = 0; i < v1.size(); ++i)
+    if (v1[i].get() != v2[i].get()) return false;
+  return true;
+}
+
+bool YIniCompositeElement::hasModifiedElements() const {
+  if (!compareArrayAgainst(_elements, _initialElements)) return true;
+  for (const auto& child : _elements->vector())
+    if (child->isModified()) return true;
+  return false;
+}
+
+void YIniCompositeElement::elementsChanged() { setModified(hasModifiedElements()); }
+
+void YIniCompositeElement::modifiedChangedForElement(YIniElement*) { elementsChanged(); }
+
+void YIniCompositeElement::observeValueForKeyPath(const YString& keyPath, YObject* object, const YKeyValueChange&,
+                                                  void*) {
+  if (object == this) {
+    if (sameKey(keyPath, YElementsKey)) elementsChanged();
+    return;
+  }
+  if (sameKey(keyPath, YModifiedKey) && !_bits.ignoreChanges)
+    modifiedChangedForElement(dynamic_cast<YIniElement*>(object));
+}
+
+YValue YIniCompositeElement::valueForKey(const YString& key) const {
+  if (sameKey(key, YModifiedKey)) return isModified();
+  if (sameKey(key, YElementsKey)) return std::static_pointer_cast<YObject>(_elements);
+  return {};
+}
+
+YValue YIniCompositeElement::valuesAtIndexesForKey(const YIndexSet& indexes, const YString& key) const {
+  if (!sameKey(key, YElementsKey)) return {};
+  std::vector<std::shared_ptr<YObject>> children;
+  for (std::size_t index : indexes.indexes())
+    if (index < _elements->count()) children.push_back(_elements->vector()[index]);
+  return std::static_pointer_cast<YObject>(YArray<YObject>::arrayWithObjects(std::move(children)));
+}

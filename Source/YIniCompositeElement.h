@@ -1,0 +1,130 @@
+// The base of elements that hold other elements: sections and the document.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "YArray.h"
+#include "YIniElement.h"
+
+/// An ordered list of child elements with change tracking.
+///
+/// The composite keeps its current list (`elements`) and the list as of the
+/// last commit (`initialElements`, sharing the same child objects), and a
+/// cached modified flag: true when the lists differ (by identity of their
+/// entries) or any child is modified. The flag is kept current by
+/// observation: the composite observes its own "elements" from construction
+/// on and each child in `elements` for "modified" (once per occurrence;
+/// children only in `initialElements` are not observed). Every recomputation
+/// announces "modified" to the composite's own observers, normally its parent.
+///
+/// The list accessors (setModified, setElements, insertObjectInElementsAtIndex,
+/// removeObjectFromElementsAtIndex, replaceObjectInElementsAtIndexWithObject)
+/// announce their change around their whole body; subclasses that override
+/// them should call the base implementation. Children hold no reference to
+/// their parent; the composite owns them through its lists.
+///
+/// After revert() the current list is an immutable copy of the initial list:
+/// every later insertion, removal or replacement fails with
+/// YInvalidArgumentException until setElements() installs a new list.
+///
+/// The class has no text of its own: stringValue() raises
+/// YInvalidArgumentException. Precondition failures are reported through the
+/// assertion handler (unit "YIniCompositeElement").
+class YIniCompositeElement : public YIniElement {
+ public:
+  using ElementList = YArray<YIniElement>;
+
+  /// An empty composite, not modified, observing its own "elements".
+  YIniCompositeElement();
+  /// Stops observing itself and every child in `elements`.
+  ~YIniCompositeElement() override;
+
+  /// The cached flag; computes nothing.
+  bool isModified() const override;
+  /// Sets the cached flag. Announces "modified" on every call.
+  virtual void setModified(bool modified);
+
+  /// The current list object itself (not a copy). Change it only through the
+  /// operations below, so that observation stays right.
+  std::shared_ptr<ElementList> elements() const noexcept { return _elements; }
+  /// The list as of the last commit (the object itself).
+  std::shared_ptr<ElementList> initialElements() const noexcept { return _initialElements; }
+
+  /// Replaces the children wholesale with a new mutable list of `value`'s
+  /// entries; initialElements is left alone. Precondition "value != nil".
+  virtual void setElements(const std::shared_ptr<ElementList>& value);
+  /// Inserts `element` at `index` (index == count appends) and observes it.
+  /// Preconditions "element != nil", "index >= 0 && index <= [elements count]".
+  virtual void insertObjectInElementsAtIndex(std::shared_ptr<YIniElement> element, std::size_t index);
+  /// Removes the child at `index` after unobserving it.
+  /// Precondition "index >= 0 && index < [elements count]".
+  virtual void removeObjectFromElementsAtIndex(std::size_t index);
+  /// Replaces the child at `index` by `element`. Precondition "element != nil";
+  /// an index out of range raises YRangeException from the list.
+  virtual void replaceObjectInElementsAtIndexWithObject(std::size_t index, std::shared_ptr<YIniElement> element);
+
+  /// Appends `element`. Precondition "element != nil".
+  virtual void addElement(std::shared_ptr<YIniElement> element);
+  /// Replaces the first occurrence of `element` by `otherElement`.
+  /// Preconditions "element != nil", "otherElement != nil"; a non-child fails in the list's index check.
+  virtual void replaceElementWith(const std::shared_ptr<YIniElement>& element, std::shared_ptr<YIniElement> otherElement);
+  /// Removes the first occurrence of `element`. Precondition "element != nil";
+  /// a non-child fails on "index >= 0 && index < [elements count]".
+  virtual void removeElement(const std::shared_ptr<YIniElement>& element);
+  /// Removes every child, one announced removal at a time, from index 0.
+  virtual void removeAllElements();
+
+  /// Raises YInvalidArgumentException: subclasses supply the text.
+  YString stringValue() override;
+  /// Reverts every current child (unobserving it first), installs an
+  /// immutable copy of initialElements, observes its children and clears the
+  /// flag. Children's announcements during the walk are ignored; on a child's
+  /// error the walk stops and the error passes on.
+  void revert() override;
+  /// Commits every child, takes an immutable copy of elements as
+  /// initialElements and clears the flag. Children's announcements during the
+  /// walk are ignored; on a child's error the error passes on.
+  void commit() override;
+  /// A deep copy of the receiver's class (see makeEmptyCopy()): each current
+  /// child copied in order, then committed, so the copy is not modified.
+  std::shared_ptr<YIniElement> copyWithZone(void* zone = nullptr) const override;
+
+  /// Observes `element` for "modified". Precondition "element != nil".
+  virtual void subscribeForChangesInElement(const std::shared_ptr<YIniElement>& element);
+  /// Stops observing `element` for "modified" (one registration; nothing if
+  /// none is left). Precondition "element != nil".
+  virtual void unsubscribeForChangesInElement(const std::shared_ptr<YIniElement>& element);
+  /// Whether `a1` and `a2` hold the same objects in the same order.
+  /// Preconditions "a1 != nil", "a2 != nil".
+  virtual bool compareArrayAgainst(const std::shared_ptr<ElementList>& a1, const std::shared_ptr<ElementList>& a2) const;
+  /// Recomputes: the lists differ, or some direct child is modified.
+  virtual bool hasModifiedElements() const;
+  /// setModified(hasModifiedElements()).
+  virtual void elementsChanged();
+  /// The same as elementsChanged(); `element` is not used.
+  virtual void modifiedChangedForElement(YIniElement* element);
+
+  /// Dispatches "elements" from itself to elementsChanged() and "modified"
+  /// from a child to modifiedChangedForElement() (unless commit or revert runs).
+  void observeValueForKeyPath(const YString& keyPath, YObject* object, const YKeyValueChange& change,
+                              void* context) override;
+  /// isModified() for "modified", the current list for "elements".
+  YValue valueForKey(const YString& key) const override;
+  /// The children at `indexes` (those that exist) as a YArray<YObject>, for "elements".
+  YValue valuesAtIndexesForKey(const YIndexSet& indexes, const YString& key) const override;
+
+ protected:
+  /// Creates the empty instance that copyWithZone() fills: the receiver's own
+  /// class. Subclasses override it (a host subclass returns
+  /// std::make_shared<Subclass>(…) with its plain constructor arguments).
+  virtual std::shared_ptr<YIniCompositeElement> makeEmptyCopy() const;
+
+ private:
+  std::shared_ptr<ElementList> _initialElements;
+  std::shared_ptr<ElementList> _elements;
+  struct {
+    bool modified : 1;
+    bool ignoreChanges : 1;
+  } _bits{false, false};
+};

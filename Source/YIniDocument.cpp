@@ -1,0 +1,56 @@
+#include "YIniDocument.h"
+
+#include "NSString+Extensions.h"
+#include "YAssertionHandler.h"
+#include "YIniDocumentWriter.h"
+#include "YStringWriter.h"
+
+static constexpr const char YUnitName[] = "YIniDocument";
+
+YIniDocument::YIniDocument(std::shared_ptr<YIniElementFactory> theFactory) {
+  if (YParameterFailed(theFactory != nullptr, "theFactory != nil")) return;
+  _factory = std::move(theFactory);
+}
+
+bool YIniDocument::checkFactory(const std::shared_ptr<YIniElementFactory>& factory) {
+  return !YCParameterFailed(factory != nullptr, "factory != nil");
+}
+
+std::shared_ptr<YIniDocument::SectionList> YIniDocument::sections() const {
+  return arrayWithObjectsOfClass<YIniSection>(elements());
+}
+
+std::shared_ptr<YIniDocument::CommentList> YIniDocument::comments() const {
+  return arrayWithObjectsOfClass<YIniComment>(elements());
+}
+
+void YIniDocument::removeAllSections() {
+  auto list = sections();
+  for (const auto& section : *list) removeElement(section);
+}
+
+std::shared_ptr<YIniSection> YIniDocument::sectionForName(const YString& name) const {
+  if (YParameterFailed(!name.isNull(), "name != nil")) return nullptr;
+  auto list = elements();
+  for (const auto& element : *list) {
+    auto* section = dynamic_cast<YIniSection*>(element.get());
+    if (section && section->name().isEqualToString(name)) return std::static_pointer_cast<YIniSection>(element);
+  }
+  return nullptr;
+}
+
+bool YIniDocument::hasSectionWithName(const YString& name) const {
+  if (YParameterFailed(!name.isNull(), "name != nil")) return false;
+  return sectionForName(name) != nullptr;
+}
+
+YString YIniDocument::stringValue() {
+  YString string = YString::mutableString();
+  YIniDocumentWriter::writerWithDocument(std::static_pointer_cast<YIniDocument>(shared_from_this()))
+      ->write(YStringWriter::writerWithString(string));
+  return string;
+}
+
+std::shared_ptr<YIniCompositeElement> YIniDocument::makeEmptyCopy() const {
+  return std::make_shared<YIniDocument>(_factory);
+}

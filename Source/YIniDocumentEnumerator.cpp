@@ -1,0 +1,170 @@
+#include "YIniDocumentEnumerator.h"
+
+#include "YAssertionHandler.h"
+#include "YCharacterSet.h"
+#include "YEndOfLineRule.h"
+#include "YIniComment.h"
+#include "YIniOption.h"
+#include "YLog.h"
+#include "YRegularExpressionRule.h"
+#include "YRuleBasedScanner.h"
+#include "YStringBuffer.h"
+#include "YToken.h"
+#include "YTokenClass.h"
+#include "YUnicharStream.h"
+
+static constexpr const char YUnitName[] = "YIniDocumentEnumerator";
+
+namespace {
+
+using GroupMap = YDictionary<YTokenClass>;
+
+// The rules' patterns hold real LF and CR characters.
+const YString kNewLinePattern(u"^(\n|\r\n)");
+const YString kSectionPattern(u"\\[(?<section_name>.+)\\]");
+const YString kOptionPattern(u"(?<option_key>^(?! ).*?)=(?<option_value>.*\n|\r\n)");
+const YString kFragmentPattern(u"(?<option_value_fragment>[ ]+.+\n|\r\n)");
+const YString kFragmentTerminatingPattern(u"(?<option_value_fragment>[ ]+.+\\z)");
+const YString kOptionTerminatingPattern(u"(?<option_key>^(?! ).*?)=(?<option_value>.*\\z)");
+const YString kUnknownPattern(u".*");
+
+const YString kSectionNameGroup(u"section_name");
+const YString kOptionKeyGroup(u"option_key");
+const YString kOptionValueGroup(u"option_value");
+const YString kFragmentGroup(u"option_value_fragment");
+const YString kFragmentTerminatingGroup(u"option_value_fragment-terminating");
+const YString kCommentOpenSequence(u"#");
+const YString kContinuationJoint(u"\n ");
+
+}  // namespace
+
+bool YIniDocumentEnumerator::checkFactory(const YIniElementFactory* factory) {
+  return !YCParameterFailed(factory != nullptr, "factory != nil");
+}
+
+YIniDocumentEnumerator::YIniDocumentEnumerator(const YString& documentString,
+                                               std::shared_ptr<YIniElementFactory> factory) {
+  if (YParameterFailed(factory != nullptr, "theFactory != nil")) return;
+  _commentLiteral = std::make_shared<YTokenClass>();
+  _sectionLiteral = std::make_shared<YTokenClass>();
+  _optionLiteral = std::make_shared<YTokenClass>();
+  _optionLiteralTerminating = std::make_shared<YTokenClass>();
+  _optionFragmentLiteral = std::make_shared<YTokenClass>();
+  _optionFragmentLiteralTerminating = std::make_shared<YTokenClass>();
+  _keyLiteral = std::make_shared<YTokenClass>();
+  _valueLiteral = std::make_shared<YTokenClass>();
+  _singleNewLineLiteral = std::make_shared<YTokenClass>();
+  _unknownLiteral = std::make_shared<YTokenClass>();
+
+  auto rules = YArray<YRule>::mutableArray(8);
+  rules->addObject(YEndOfLineRule::ruleWithOpenSequenceTokenClass(kCommentOpenSequence, _commentLiteral));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(kNewLinePattern, 0, _singleNewLineLiteral));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      kSectionPattern, 1, _sectionLiteral, GroupMap::dictionaryWithObjectsAndKeys({{kSectionNameGroup, _keyLiteral}})));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      kOptionPattern, 1, _optionLiteral,
+      GroupMap::dictionaryWithObjectsAndKeys({{kOptionKeyGroup, _keyLiteral}, {kOptionValueGroup, _valueLiteral}})));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      kFragmentPattern, 1, _optionFragmentLiteral, GroupMap::dictionaryWithObjectsAndKeys({{kFragmentGroup, _keyLiteral}})));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      kFragmentTerminatingPattern, 1, _optionFragmentLiteralTerminating,
+      GroupMap::dictionaryWithObjectsAndKeys({{kFragmentTerminatingGroup, _keyLiteral}})));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      kOptionTerminatingPattern, 1, _optionLiteralTerminating,
+      GroupMap::dictionaryWithObjectsAndKeys({{kOptionKeyGroup, _keyLiteral}, {kOptionValueGroup, _valueLiteral}})));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(kUnknownPattern, 0, _unknownLiteral));
+
+  _documentString = documentString;
+  auto buffer = YStringBuffer::bufferFromString(_documentString);
+  auto stream = YUnicharStream::streamWithBuffer(buffer);
+  _scanner = YRuleBasedScanner::scannerForStreamWithRules(stream, rules);
+  _factory = std::move(factory);
+}
+
+YIniDocumentEnumerator::~YIniDocumentEnumerator() = default;
+
+YString YIniDocumentEnumerator::extractStringStartLength(const YString& string, std::int32_t start,
+                                                         std::int32_t length) {
+  if (start < 0 || length < 0)
+    throw YRangeException(YString::stringWithFormat("extractStringStartLength: range {%d, %d} is negative", start, length));
+  return string.substringWithRange(static_cast<std::size_t>(start), static_cast<std::size_t>(length))
+      .stringByTrimmingCharactersInSet(YCharacterSet::whitespaceCharacterSet());
+}
+
+YString YIniDocumentEnumerator::tokenText(const YToken& token) const {
+  return _documentString.substringWithRange(static_cast<std::size_t>(token.position()),
+                                            static_cast<std::size_t>(token.length()));
+}
+
+bool YIniDocumentEnumerator::isFragment(const YToken* token) const noexcept {
+  if (!token) return false;
+  const YTokenClass* c = token->tokenClass().get();
+  return c == _optionFragmentLiteral.get() || c == _optionFragmentLiteralTerminating.get();
+}
+
+std::shared_ptr<YToken> YIniDocumentEnumerator::takeToken() {
+  if (_activeToken) return std::exchange(_activeToken, nullptr);
+  return _scanner ? _scanner->nextToken() : nullptr;
+}
+
+std::shared_ptr<YIniElement> YIniDocumentEnumerator::nextObject() {
+  // Options before the first section are dropped; a loop (not a nested call
+  // per option) keeps any number of them off the stack.
+  for (;;) {
+    std::shared_ptr<YToken> token = takeToken();
+    if (!token) return nullptr;
+    const YTokenClass* c = token->tokenClass().get();
+    if (c == _sectionLiteral.get()) return sectionFromToken(*token);
+    if (c == _optionLiteral.get() || c == _optionLiteralTerminating.get()) {
+      if (!_activeSection) continue;
+      return optionFromToken(*token);
+    }
+    if (c == _commentLiteral.get() || c == _singleNewLineLiteral.get())
+      return _factory->commentWithString(tokenText(*token));
+    if (c == _unknownLiteral.get()) {
+      YLog("Unrecognized text sequence %@", tokenText(*token));
+      return _factory->commentWithString(YString(u""));
+    }
+    return nullptr;
+  }
+}
+
+std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken(const YToken& token) {
+  const auto& subtokens = token.subtokens();
+  const YToken& nameToken = *subtokens->objectAtIndex(0);
+  YString name = extractStringStartLength(_documentString, token.position() + nameToken.position(), nameToken.length());
+  std::shared_ptr<YIniSection> section = _factory->sectionWithName(name);
+  _activeSection = section;
+  return section;
+}
+
+std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken(const YToken& token) {
+  const auto& subtokens = token.subtokens();
+  const std::int32_t base = token.position();
+  const YToken& keyToken = *subtokens->objectAtIndex(0);
+  YString name = extractStringStartLength(_documentString, base + keyToken.position(), keyToken.length());
+  YString value;
+  if (subtokens->count() == 2) {
+    const YToken& valueToken = *subtokens->objectAtIndex(1);
+    const YCharacterSet newlines = YCharacterSet::whitespaceAndNewlineCharacterSet();
+    value = extractStringStartLength(_documentString, base + valueToken.position(), valueToken.length())
+                .stringByTrimmingCharactersInSet(newlines);
+    YString joined;  // built only when continuation lines follow
+    std::shared_ptr<YToken> next = _scanner->nextToken();
+    while (isFragment(next.get())) {
+      if (joined.isNull()) joined = YString::mutableStringWithString(value);
+      joined.appendString(kContinuationJoint);
+      joined.appendString(tokenText(*next).stringByTrimmingCharactersInSet(newlines));
+      next = _scanner->nextToken();
+    }
+    _activeToken = std::move(next);
+    if (!joined.isNull()) value = joined.copy();
+  }
+  return _factory->optionWithNameValueInSection(name, value, _activeSection);
+}
+
+std::shared_ptr<YArray<YIniElement>> YIniDocumentEnumerator::allObjects() {
+  auto all = YArray<YIniElement>::mutableArray();
+  while (auto element = nextObject()) all->addObject(std::move(element));
+  return all;
+}

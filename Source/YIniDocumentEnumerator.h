@@ -1,0 +1,83 @@
+// The INI reader: turns text into a flat sequence of elements.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "YArray.h"
+#include "YIniElement.h"
+#include "YIniElementFactory.h"
+#include "YIniSection.h"
+#include "YObject.h"
+#include "YString.h"
+
+class YRuleBasedScanner;
+class YToken;
+class YTokenClass;
+
+/// Reads INI text and yields its elements one at a time, in text order: a
+/// section for each header, an option for each option line with its
+/// continuation lines, and a comment for each comment line, blank line,
+/// header line end and stretch of unrecognised text (which is logged as
+/// "Unrecognized text sequence …" and replaced by an empty comment).
+///
+/// Every element is made by the factory. The enumerator holds the text, its
+/// scanner and the factory, and /// keeps the last section it yielded. One thread at a time.
+class YIniDocumentEnumerator : public YObject {
+ public:
+  /// An enumerator over `documentString` (a null text yields nothing).
+  /// A null factory is a failed precondition ("theFactory != nil").
+  YIniDocumentEnumerator(const YString& documentString, std::shared_ptr<YIniElementFactory> factory);
+  ~YIniDocumentEnumerator() override;
+
+  /// A new enumerator of class T; a null factory is a failed precondition ("factory != nil").
+  template <class T = YIniDocumentEnumerator>
+  static std::shared_ptr<T> enumeratorWithStringFactory(const YString& documentString,
+                                                        std::shared_ptr<YIniElementFactory> factory) {
+    if (!checkFactory(factory.get())) return nullptr;
+    return std::make_shared<T>(documentString, std::move(factory));
+  }
+
+  /// The next element, or null when the sequence ends: at the end of the
+  /// text, at a continuation line that follows no option, or at a token of
+  /// an unknown class. After an early end a later call goes on with the text
+  /// after it.
+  virtual std::shared_ptr<YIniElement> nextObject();
+  /// Every element that nextObject() still yields, up to the first null.
+  std::shared_ptr<YArray<YIniElement>> allObjects();
+
+  /// The piece [start, start + length) of `string` without leading and
+  /// trailing whitespace (spaces, tabs and other space separators; line ends
+  /// stay). Out-of-range pieces throw YRangeException.
+  static YString extractStringStartLength(const YString& string, std::int32_t start, std::int32_t length);
+
+  /// The last section yielded, or null before the first.
+  const std::shared_ptr<YIniSection>& activeSection() const noexcept { return _activeSection; }
+  const std::shared_ptr<YIniElementFactory>& factory() const noexcept { return _factory; }
+
+ private:
+  static bool checkFactory(const YIniElementFactory* factory);
+  std::shared_ptr<YToken> takeToken();
+  std::shared_ptr<YIniElement> sectionFromToken(const YToken& token);
+  std::shared_ptr<YIniElement> optionFromToken(const YToken& token);
+  YString tokenText(const YToken& token) const;
+  bool isFragment(const YToken* token) const noexcept;
+
+  YString _documentString;
+  std::shared_ptr<YTokenClass> _commentLiteral;
+  std::shared_ptr<YTokenClass> _sectionLiteral;
+  std::shared_ptr<YTokenClass> _optionLiteral;
+  std::shared_ptr<YTokenClass> _optionLiteralTerminating;
+  std::shared_ptr<YTokenClass> _optionFragmentLiteral;
+  std::shared_ptr<YTokenClass> _optionFragmentLiteralTerminating;
+  std::shared_ptr<YTokenClass> _keyLiteral;
+  std::shared_ptr<YTokenClass> _valueLiteral;
+  std::shared_ptr<YTokenClass> _singleNewLineLiteral;
+  std::shared_ptr<YTokenClass> _unknownLiteral;
+  std::shared_ptr<YRuleBasedScanner> _scanner;
+  // Kept alive so that its options can be handed to the factory with it even
+  // when the consumer has already let go of the section.
+  std::shared_ptr<YIniSection> _activeSection;
+  std::shared_ptr<YToken> _activeToken;
+  std::shared_ptr<YIniElementFactory> _factory;
+};

@@ -1,0 +1,22 @@
+#include "YIniDocumentWriter.h"
+
+#include "YAssertionHandler.h"
+#include "YIniSectionWriter.h"
+#include "YStringWritable.h"
+
+static constexpr const char YUnitName[] = "YIniDocumentWriter";
+
+YIniDocumentWriter::YIniDocumentWriter(std::shared_ptr<YIniDocument> document) : _document(std::move(document)) {}
+
+void YIniDocumentWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
+  if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", 82)) return;
+  if (!_document) return;
+  auto elements = _document->elements();
+  for (const auto& element : *elements) {
+    if (auto section = std::dynamic_pointer_cast<YIniSection>(element)) {
+      YIniSectionWriter(section, true).write(textWriter);
+    } else if (auto* comment = dynamic_cast<YIniComment*>(element.get())) {
+      YStringWritable(comment->stringValue()).write(textWriter);
+    }
+  }
+}

@@ -1,0 +1,28 @@
+// Writes a whole document as INI text.
+#pragma once
+
+#include <memory>
+
+#include "YIniDocument.h"
+#include "YTextWritable.h"
+
+/// Writes a document's top-level children in list order: each section with a
+/// YIniSectionWriter, each comment exactly as it stands, anything else not at
+/// all. Adds nothing of its own (no line end between sections or at the end).
+class YIniDocumentWriter : public YTextWritable {
+ public:
+  /// A writer for `document`; null is accepted and writes nothing.
+  explicit YIniDocumentWriter(std::shared_ptr<YIniDocument> document);
+  template <class T = YIniDocumentWriter>
+  static std::shared_ptr<T> writerWithDocument(std::shared_ptr<YIniDocument> document) {
+    return std::make_shared<T>(std::move(document));
+  }
+
+  const std::shared_ptr<YIniDocument>& document() const noexcept { return _document; }
+  /// Writes the document. A null writer is a failed precondition ("textWriter != nil").
+  /// Changing the document's list meanwhile raises YMutationDuringEnumerationException.
+  void write(const std::shared_ptr<YTextWriter>& textWriter) override;
+
+ private:
+  std::shared_ptr<YIniDocument> _document;
+};

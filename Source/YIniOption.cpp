@@ -1,0 +1,50 @@
+#include "YIniOption.h"
+
+#include "YIniOptionWriter.h"
+#include "YStringWriter.h"
+
+YIniOption::YIniOption(const YString& name, const YString& value)
+    : _initialName(name.copy()), _name(name), _initialValue(value.copy()), _value(value) {}
+
+void YIniOption::setName(const YString& name) {
+  ChangeScope scope(*this, YModifiedKey);
+  _name = name;
+}
+
+void YIniOption::setValue(const YString& value) {
+  ChangeScope scope(*this, YModifiedKey);
+  _value = value;
+}
+
+YString YIniOption::description() const {
+  return YString::stringWithFormat("{ %@, name: \"%@\", value: \"%@\" }", defaultDescription(), _name, _value);
+}
+
+YString YIniOption::stringValue() {
+  YString string = YString::mutableString();
+  YIniOptionWriter::writerWithOption(std::static_pointer_cast<YIniOption>(shared_from_this()))
+      ->write(YStringWriter::writerWithString(string));
+  return string;
+}
+
+bool YIniOption::isModified() const {
+  return !YIniStringsEqual(_name, _initialName) || !YIniStringsEqual(_value, _initialValue);
+}
+
+void YIniOption::revert() {
+  ChangeScope scope(*this, YModifiedKey);
+  _name = _initialName.copy();
+  _value = _initialValue.copy();
+}
+
+void YIniOption::commit() {
+  ChangeScope scope(*this, YModifiedKey);
+  _initialName = _name.copy();
+  _initialValue = _value.copy();
+}
+
+std::shared_ptr<YIniElement> YIniOption::copyWithZone(void*) const { return makeOptionWithNameAndValue(_name, _value); }
+
+std::shared_ptr<YIniOption> YIniOption::makeOptionWithNameAndValue(const YString& name, const YString& value) const {
+  return std::make_shared<YIniOption>(name, value);
+}

@@ -1,0 +1,26 @@
+// Writes one option as "name=value".
+#pragma once
+
+#include <memory>
+
+#include "YIniOption.h"
+#include "YTextWritable.h"
+
+/// Writes an option's line: the name, "=", the value (a null value as ""),
+/// with nothing trimmed or escaped and no line end. Holds the option (shared).
+class YIniOptionWriter : public YTextWritable {
+ public:
+  /// A writer for `option`; null is accepted and writes "(null)=".
+  explicit YIniOptionWriter(std::shared_ptr<YIniOption> option);
+  template <class T = YIniOptionWriter>
+  static std::shared_ptr<T> writerWithOption(std::shared_ptr<YIniOption> option) {
+    return std::make_shared<T>(std::move(option));
+  }
+
+  const std::shared_ptr<YIniOption>& option() const noexcept { return _option; }
+  /// Writes the line. A null writer is a failed precondition ("textWriter != nil").
+  void write(const std::shared_ptr<YTextWriter>& textWriter) override;
+
+ private:
+  std::shared_ptr<YIniOption> _option;
+};

@@ -1,0 +1,54 @@
+#include "YIniSectionWriter.h"
+
+#include "NSString+Extensions.h"
+#include "YAssertionHandler.h"
+#include "YCharacterSet.h"
+#include "YStringWritable.h"
+#include "YIniOptionWriter.h"
+
+static constexpr const char YUnitName[] = "YIniSectionWriter";
+
+YIniSectionWriter::YIniSectionWriter(std::shared_ptr<YIniSection> section, bool writeOptions)
+    : _writeOptions(writeOptions) {
+  if (YParameterFailedAtLine(section != nullptr, "sectionValue != nil", 49)) return;
+  _section = std::move(section);
+}
+
+bool YIniSectionWriter::newLineAtAtIndex(std::int32_t index) const {
+  return newLineAtPosition(static_cast<std::size_t>(static_cast<std::int64_t>(index)));
+}
+
+bool YIniSectionWriter::newLineAtPosition(std::size_t position) const {
+  if (!_section) return false;
+  auto elements = _section->elements();
+  if (position >= elements->count()) return false;
+  auto* comment = dynamic_cast<YIniComment*>(elements->objectAtIndex(position).get());
+  return comment && endsWithCharacter(comment->stringValue(), u'\n');
+}
+
+void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
+  if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", 98)) return;
+  if (!_section) return;
+  const YCharacterSet whitespace = YCharacterSet::whitespaceCharacterSet();
+
+  textWriter->write(YString::stringWithFormat("[%@]", _section->name()));
+  if (_section->elements()->count() > 0 && !newLineAtPosition(0)) textWriter->writeLine();
+
+  // The list is read again at every step: writing may change it (setName
+  // notifies observers, which may edit the section).
+  for (std::size_t i = 0; i < _section->elements()->count(); ++i) {
+    std::shared_ptr<YIniElement> element = _section->elements()->objectAtIndex(i);
+    if (auto option = std::dynamic_pointer_cast<YIniOption>(element)) {
+      if (option->name().isNull()) continue;
+      YString name = option->name().stringByTrimmingCharactersInSet(whitespace);
+      if (name.length() == 0) continue;
+      option->setName(name);
+      if (option->value().isNull()) continue;
+      YIniOptionWriter(option).write(textWriter);
+      const std::size_t count = _section->elements()->count();
+      if (i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1))) textWriter->writeLine();
+    } else if (auto* comment = dynamic_cast<YIniComment*>(element.get())) {
+      YStringWritable(comment->stringValue()).write(textWriter);
+    }
+  }
+}

@@ -1,0 +1,33 @@
+#include "YStringWriter.h"
+
+#include "YException.h"
+
+YStringWriter::YStringWriter(const YString& string) : _string(string) {}
+
+std::shared_ptr<YStringWriter> YStringWriter::writerWithString(const YString& string) {
+  return std::make_shared<YStringWriter>(string);
+}
+
+void YStringWriter::seek(std::int64_t position) { _position = position; }
+
+void YStringWriter::write(const YString& string) {
+  // The insertion raises before anything changes; advance only after it.
+  _string.insertStringAtIndex(string, static_cast<std::size_t>(_position));
+  _position += static_cast<std::int64_t>(string.length());
+}
+
+void YStringWriter::writeLine(const YString& string) {
+  write(string);
+  writeLine();
+}
+
+void YStringWriter::writeLine() {
+  static const YString lineEnd(u"\n");
+  _string.insertStringAtIndex(lineEnd, static_cast<std::size_t>(_position));
+  _position += 1;
+}
+
+void YStringWriter::writeValue(const std::shared_ptr<YObject>& value) {
+  throw YInvalidArgumentException(YString::stringWithFormat(
+      "-[%@ insertString:atIndex:]: argument is not a string: %@", className(), value.get()));
+}

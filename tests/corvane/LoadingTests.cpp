@@ -1,0 +1,154 @@
+// Loading documents from text and files, and the text that comes back.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "ReadingSupport.h"
+
+namespace {
+
+std::vector<std::string> tree(const std::shared_ptr<YIniDocument>& document) {
+  return describeAll(document->elements(), true);
+}
+
+TEST(Loading, OneTextThroughTheWhole) {
+  const std::string text = "# note\n[main]\npath=/usr\n  /opt\n\n";
+  auto document = load(text);
+  EXPECT_EQ(tree(document), (std::vector<std::string>{"C:# note", "C:\\n", "S:main", "  C:\\n",
+                                                      "  O:path=/usr\\n /opt", "C:\\n"}));
+  EXPECT_EQ(visible(document->stringValue()), visible(YString(u"# note\n[main]\npath=/usr\n /opt\n\n")));
+}
+
+TEST(Loading, WhereCommentsLand) {
+  const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+      {"#c\n[a]\nk=v\n", {"C:#c", "C:\\n", "S:a", "  C:\\n", "  O:k=v"}},
+      // A blank line above a header belongs to the section before it; a header
+      // without options leaves its line end to the document.
+      {"[a]\nk=v\n\n[b]\n", {"S:a", "  C:\\n", "  O:k=v", "  C:\\n", "S:b", "C:\\n"}},
+      {"[a]\n# between\nk=v\n# after\n", {"S:a", "  C:\\n", "  C:# between", "  C:\\n", "  O:k=v", "C:# after", "C:\\n"}},
+      {"# only\n\n# comments\n", {"C:# only", "C:\\n", "C:\\n", "C:# comments", "C:\\n"}},
+      {"[a]\nk=v\n# tail\n[b]\nx=1\n", {"S:a", "  C:\\n", "  O:k=v", "  C:# tail", "  C:\\n", "S:b", "  C:\\n", "  O:x=1"}},
+  };
+  for (const auto& [text, expected] : cases) {
+    SCOPED_TRACE(visible(YString(text)));
+    EXPECT_EQ(tree(load(text)), expected);
+  }
+}
+
+TEST(Loading, RoundTripGivesTheDocumentedText) {
+  LogCapture quiet;
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", ""},
+      {"# c\n\n[a]\nk=v\n\n[b]\nx=1\n", "# c\n\n[a]\nk=v\n[b]\nx=1\n"},  // blank line after an option is not written
+      {"[a]\n  k  =  v  \n", "[a]\n"},                                    // an indented first line ends the text
+      {"[a]\nk  =  v w  \n", "[a]\nk=v w\n"},
+      {"[ a ]\n", "[a]\n"},
+      {"[a]\nk=v\n    x\n\ty=1\n", "[a]\nk=v\n x\ny=1\n"},
+      {"[a]\nk v\nx=1\n", "[a]\n\nx=1\n"},  // unknown text becomes nothing
+      {"[a]\r\nk=v\r\n# c\r\n", "[a]\r\nk=v\n# c\r\n"},
+      {"k=v\n[a]\n", "[a]\n"},
+      {"[a]\n=v\nk=\n", "[a]\nk=\n"},  // an option without a name is not written
+      {"[a]\nk=v", "[a]\nk=v\n"},
+      {"[a][b]\n", "[a][b]\n"},  // the name runs to the last bracket
+  };
+  for (const auto& [text, expected] : cases) {
+    SCOPED_TRACE(visible(YString(text)));
+    EXPECT_EQ(visible(load(text)->stringValue()), visible(YString(expected)));
+  }
+}
+
+TEST(Loading, LoadedDocumentIsModifiedUntilCommitted) {
+  auto document = load("[a]\nk=v\n");
+  EXPECT_TRUE(document->isModified());
+  EXPECT_TRUE(document->sections()->objectAtIndex(0)->isModified());
+  document->commit();
+  EXPECT_FALSE(document->isModified());
+  document->sectionForName(YString(u"a"))->setValueForOptionWithName(YString(u"w"), YString(u"k"));
+  EXPECT_TRUE(document->isModified());
+  document->revert();
+  EXPECT_FALSE(document->isModified());
+  EXPECT_EQ(visible(document->stringValue()), "[a]\\nk=v\\n");
+
+  auto empty = load("");
+  EXPECT_EQ(empty->elements()->count(), 0u);
+  EXPECT_FALSE(empty->isModified());
+}
+
+TEST(Loading, AMillionOptionsBeforeAnySectionDoNotExhaustTheStack) {
+  std::string text;
+  text.reserve(4'000'000);
+  for (int i = 0; i < 1'000'000; ++i) text += "k=v\n";
+  text += "[a]\nx=1\n";
+  auto document = load(text);
+  EXPECT_EQ(visible(document->stringValue()), "[a]\\nx=1\\n");
+}
+
+TEST(Loading, FactoryPreconditions) {
+  try {
+    YIniDocument::documentFromStringFactory(YString(u"[a]"), nullptr);
+    FAIL();
+  } catch (const YInternalInconsistencyException& e) {
+    EXPECT_STREQ(e.what(), "Invalid parameter not satisfying: factory != nil");
+  }
+  auto document = std::make_shared<YIniDocument>(YIniStandardElementFactory::standardFactory());
+  try {
+    document->initWithStringFactory(YString(u"[a]"), nullptr);
+    FAIL();
+  } catch (const YInternalInconsistencyException& e) {
+    EXPECT_STREQ(e.what(), "Invalid parameter not satisfying: theFactory != nil");
+  }
+}
+
+TEST(Loading, AddCommentsMovesThemAndEmptiesTheList) {
+  auto document = std::make_shared<YIniDocument>(YIniStandardElementFactory::standardFactory());
+  auto comments = YArray<YIniComment>::mutableArray();
+  comments->addObject(YIniComment::commentWithString(YString(u"#")));
+  YIniDocument::addCommentsToObject(comments, *document);
+  EXPECT_EQ(comments->count(), 0u);
+  EXPECT_EQ(document->elements()->count(), 1u);
+}
+
+class FileLoading : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir = std::filesystem::temp_directory_path() / ("corvane-load-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir);
+  }
+  void TearDown() override { std::filesystem::remove_all(dir); }
+  YString write(const std::string& name, const std::string& bytes) {
+    auto path = dir / name;
+    std::ofstream(path, std::ios::binary) << bytes;
+    return YString(path.string());
+  }
+  std::filesystem::path dir;
+};
+
+TEST_F(FileLoading, DetectsTheEncoding) {
+  const std::string expected = "[caf\xC3\xA9]\\nk=v\\n";
+  const std::vector<std::pair<std::string, std::string>> files = {
+      {"utf8.ini", "[caf\xC3\xA9]\nk=v\n"},
+      {"bom.ini", "\xEF\xBB\xBF[caf\xC3\xA9]\nk=v\n"},
+      {"utf16.ini", std::string("\xFF\xFE[\0c\0a\0f\0\xE9\0]\0\n\0k\0=\0v\0\n\0", 24)},
+      {"latin1.ini", "[caf\xE9]\nk=v\n# une longue ligne de texte fran\xE7" "aise pour la d\xE9tection\n"},
+  };
+  for (const auto& [name, bytes] : files) {
+    SCOPED_TRACE(name);
+    auto document =
+        YIniDocument::documentWithContentsOfFileFactory(write(name, bytes), YIniStandardElementFactory::standardFactory());
+    ASSERT_TRUE(document);
+    std::string text = visible(document->stringValue());
+    EXPECT_EQ(text.substr(0, expected.size()), expected);
+  }
+}
+
+TEST_F(FileLoading, MissingFileGivesAnEmptyDocument) {
+  auto document = YIniDocument::documentWithContentsOfFileFactory(YString((dir / "missing.ini").string()),
+                                                                  YIniStandardElementFactory::standardFactory());
+  ASSERT_TRUE(document);
+  EXPECT_EQ(document->elements()->count(), 0u);
+  EXPECT_FALSE(document->isModified());
+}
+
+}  // namespace

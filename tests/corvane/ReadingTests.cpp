@@ -1,0 +1,152 @@
+// The INI text format as the enumerator reads it.
+#include <gtest/gtest.h>
+
+#include "ReadingSupport.h"
+
+namespace {
+
+struct ReadCase {
+  const char* name;
+  std::string text;
+  std::vector<std::string> elements;
+  std::vector<std::string> log;
+  bool lfOnly = false;  // a CR is ordinary text there, so CR LF reads differently
+};
+
+std::vector<std::string> enumerate(const std::string& text) {
+  auto enumerator =
+      YIniDocumentEnumerator::enumeratorWithStringFactory(YString(text), YIniStandardElementFactory::standardFactory());
+  return describeAll(enumerator->allObjects(), false);
+}
+
+// Each case is read once with LF line ends and once with CR LF.
+const std::vector<ReadCase> kFormat = {
+    {"empty", "", {}, {}},
+    {"comment line and its line end", "# note\n", {"C:# note", "C:\\n"}, {}},
+    {"header then option", "[a]\nk=v\n", {"S:a", "C:\\n", "O:k=v"}, {}},
+    {"header name trimmed", "[ a ]\n", {"S:a", "C:\\n"}, {}},
+    {"last bracket closes the name", "[a]]\n", {"S:a]", "C:\\n"}, {}},
+    {"empty brackets are unknown", "[]\n", {"C:", "C:\\n"}, {"Unrecognized text sequence []"}, true},
+    {"options before the first section dropped", "k=v\nx=1\n[a]\n", {"S:a", "C:\\n"}, {}},
+    {"stray continuation ends the sequence", "k=v\n  more\n[a]\n", {}, {}},
+    {"value keeps later equals signs", "[a]\nk = v = w\n", {"S:a", "C:\\n", "O:k=v = w"}, {}},
+    {"empty name", "[a]\n=v\n", {"S:a", "C:\\n", "O:=v"}, {}},
+    {"continuation lines joined", "[a]\nk=v\n  x\n    y\nz=1\n", {"S:a", "C:\\n", "O:k=v\\n x\\n y", "O:z=1"}, {}},
+    {"indented header continues a value", "[a]\nk=v\n  [t]\n", {"S:a", "C:\\n", "O:k=v\\n [t]"}, {}},
+    {"text after a header is a stray continuation", "[a] x\nk=v\n", {"S:a"}, {}},
+    {"line without equals is unknown", "[a]\nk v\n", {"S:a", "C:\\n", "C:", "C:\\n"}, {"Unrecognized text sequence k v"}, true},
+    {"one space is not a continuation", "[a]\nk=v\n \nz=1\n", {"S:a", "C:\\n", "O:k=v", "C:", "C:\\n", "O:z=1"},
+     {"Unrecognized text sequence  "}, true},
+    {"two spaces continue with empty content", "[a]\nk=v\n  \nz=1\n", {"S:a", "C:\\n", "O:k=v\\n ", "O:z=1"}, {}},
+    {"tab at line start is an option", "[a]\n\tk=v\n", {"S:a", "C:\\n", "O:k=v"}, {}},
+    {"blank lines are comments", "[a]\n\n\nk=v\n", {"S:a", "C:\\n", "C:\\n", "C:\\n", "O:k=v"}, {}},
+};
+
+std::string withCRLF(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    if (c == '\n') out += '\r';
+    out += c;
+  }
+  return out;
+}
+
+// Comments hold the line end as read; names and values are trimmed of it.
+std::string expectedWithCRLF(const std::string& element) { return element == "C:\\n" ? "C:\\r\\n" : element; }
+
+TEST(ReadingFormat, EachLineKindWithLFAndCRLF) {
+  for (const auto& c : kFormat) {
+    for (bool crlf : {false, true}) {
+      SCOPED_TRACE(std::string(c.name) + (crlf ? " (CR LF)" : " (LF)"));
+      if (crlf && c.lfOnly) continue;
+      LogCapture log;
+      std::vector<std::string> expected = c.elements;
+      if (crlf)
+        for (auto& e : expected) e = expectedWithCRLF(e);
+      EXPECT_EQ(enumerate(crlf ? withCRLF(c.text) : c.text), expected);
+      EXPECT_EQ(log.lines, c.log);
+    }
+  }
+}
+
+TEST(ReadingFormat, TextEndingWithoutLineEnd) {
+  const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+      {"[a]\nk=v", {"S:a", "C:\\n", "O:k=v"}},
+      {"[a]\nkey=", {"S:a", "C:\\n", "O:key="}},
+      {"[a]\nk=v\n  x", {"S:a", "C:\\n", "O:k=v\\n x"}},
+      {"[a]\nk=v\n  x\n", {"S:a", "C:\\n", "O:k=v\\n x"}},
+      {"[a]", {"S:a"}},
+      {"# c", {"C:# c"}},
+  };
+  for (const auto& [text, expected] : cases) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(enumerate(text), expected);
+  }
+}
+
+TEST(ReadingFormat, EmptyValueIsEmptyNotNull) {
+  auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(YString(u"[a]\nkey="),
+                                                                        YIniStandardElementFactory::standardFactory());
+  auto all = enumerator->allObjects();
+  auto option = std::dynamic_pointer_cast<YIniOption>(all->lastObject());
+  ASSERT_TRUE(option);
+  EXPECT_FALSE(option->value().isNull());
+  EXPECT_EQ(option->value().length(), 0u);
+}
+
+TEST(ReadingEnumerator, EarlyEndResumesAfterTheStrayLineAndEndIsFinal) {
+  auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(
+      YString(u"[a]\n  stray\n[b]"), YIniStandardElementFactory::standardFactory());
+  EXPECT_EQ(describeAll(enumerator->allObjects(), false), (std::vector<std::string>{"S:a", "C:\\n"}));
+  EXPECT_EQ(describeAll(enumerator->allObjects(), false), (std::vector<std::string>{"S:b"}));
+  EXPECT_EQ(enumerator->nextObject(), nullptr);
+  EXPECT_EQ(enumerator->allObjects()->count(), 0u);
+}
+
+TEST(ReadingEnumerator, NullTextYieldsNothingAndFactoryIsRequired) {
+  auto enumerator =
+      YIniDocumentEnumerator::enumeratorWithStringFactory(YString(), YIniStandardElementFactory::standardFactory());
+  EXPECT_EQ(enumerator->nextObject(), nullptr);
+  try {
+    YIniDocumentEnumerator::enumeratorWithStringFactory(YString(u"[a]"), nullptr);
+    FAIL() << "expected a precondition failure";
+  } catch (const YInternalInconsistencyException& e) {
+    EXPECT_STREQ(e.what(), "Invalid parameter not satisfying: factory != nil");
+  }
+  EXPECT_THROW(YIniDocumentEnumerator(YString(u"[a]"), nullptr), YInternalInconsistencyException);
+}
+
+TEST(ReadingEnumerator, ExtractTrimsSpacesAndTabsButNotLineEnds) {
+  YString text(u" \t k \u00a0\n");
+  EXPECT_EQ(visible(YIniDocumentEnumerator::extractStringStartLength(text, 0, 6)), "k");
+  EXPECT_EQ(visible(YIniDocumentEnumerator::extractStringStartLength(text, 0, 7)), "k \xC2\xA0\\n");
+  EXPECT_EQ(visible(YIniDocumentEnumerator::extractStringStartLength(text, 3, 0)), "");
+}
+
+TEST(ReadingEnumerator, ElementsComeFromTheFactory) {
+  struct CountingFactory : YIniStandardElementFactory {
+    int comments = 0, sections = 0, options = 0;
+    std::shared_ptr<YIniComment> commentWithString(const YString& s) override {
+      ++comments;
+      return YIniStandardElementFactory::commentWithString(s);
+    }
+    std::shared_ptr<YIniSection> sectionWithName(const YString& n) override {
+      ++sections;
+      return YIniStandardElementFactory::sectionWithName(n);
+    }
+    std::shared_ptr<YIniOption> optionWithNameValueInSection(const YString& n, const YString& v,
+                                                             const std::shared_ptr<YIniSection>& s) override {
+      ++options;
+      EXPECT_TRUE(s && s->name().isEqualToString(YString(u"a")));
+      return YIniStandardElementFactory::optionWithNameValueInSection(n, v, s);
+    }
+  };
+  auto factory = std::make_shared<CountingFactory>();
+  auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(YString(u"# c\n[a]\nk=v\nx=1"), factory);
+  enumerator->allObjects();
+  EXPECT_EQ(factory->comments, 3);
+  EXPECT_EQ(factory->sections, 1);
+  EXPECT_EQ(factory->options, 2);
+}
+
+}  // namespace
