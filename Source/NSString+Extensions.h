@@ -16,7 +16,7 @@ std::shared_ptr<YArray<T>> arrayWithObjectsOfClass(const std::shared_ptr<YArray<
   auto result = YArray<T>::mutableArray();
   if (!list) return result;
   for (const auto& object : *list) {
-    if (auto match = std::dynamic_pointer_cast<T>(object)) result->addObject(std::move(match));
+    if (auto match = YCast<T>(object)) result->addObject(std::move(match));
   }
   return result;
 }

@@ -1,6 +1,7 @@
 #include "YIniCompositeElement.h"
 
 #include <exception>
+#include <unordered_set>
 
 #include "YAssertionHandler.h"
 
@@ -9,6 +10,16 @@ static constexpr const char YUnitName[] = "YIniCompositeElement";
 namespace {
 inline bool sameKey(const YString& a, const YString& b) noexcept { return a.isIdenticalTo(b) || a.isEqualToString(b); }
 }  // namespace
+
+// What hasModifiedElements() would find, kept for one state of the lists:
+// whether they differ, and which distinct children were last seen modified.
+struct YIniCompositeElement::ModifiedCache {
+  const ElementList* elements = nullptr;
+  const ElementList* initial = nullptr;
+  std::uint64_t mutations = 0;
+  bool listDiffers = false;
+  std::unordered_set<const YIniElement*> modified;
+};
 
 YIniCompositeElement::YIniCompositeElement()
     : _initialElements(ElementList::array()), _elements(ElementList::mutableArray()) {
@@ -40,23 +51,34 @@ void YIniCompositeElement::setElements(const std::shared_ptr<ElementList>& value
   _elements = std::move(replacement);
   old.reset();
   auto current = _elements;
-  for (const auto& child : *current) subscribeForChangesInElement(child);
+  for (const auto& child : *current) subscribeChild(child);
+  _walkChildren = false;  // every child is observed again
+  if (_cache) _cache->elements = nullptr;
 }
 
 void YIniCompositeElement::insertObjectInElementsAtIndex(std::shared_ptr<YIniElement> element, std::size_t index) {
   ChangeScope scope(*this, YKeyValueChangeKind::Insertion, index, YElementsKey);
   if (YParameterFailed(element != nullptr, "element != nil")) return;
   if (YParameterFailed(index <= _elements->count(), "index >= 0 && index <= [elements count]")) return;
+  const bool wasCurrent = cacheIsCurrent();
   _elements->insertObjectAtIndex(element, index);
-  subscribeForChangesInElement(element);
+  subscribeChild(element);
+  noteListChanged(wasCurrent, element.get(), nullptr);
 }
 
 void YIniCompositeElement::removeObjectFromElementsAtIndex(std::size_t index) {
   ChangeScope scope(*this, YKeyValueChangeKind::Removal, index, YElementsKey);
   if (YParameterFailed(index < _elements->count(), "index >= 0 && index < [elements count]")) return;
   std::shared_ptr<YIniElement> child = _elements->objectAtIndex(index);
+  const bool wasCurrent = cacheIsCurrent();
   unsubscribeForChangesInElement(child);
-  _elements->removeObjectAtIndex(index);
+  try {
+    _elements->removeObjectAtIndex(index);
+  } catch (...) {
+    _walkChildren = true;  // the child stays in the list, unobserved
+    throw;
+  }
+  noteListChanged(wasCurrent, nullptr, child.get());
 }
 
 void YIniCompositeElement::replaceObjectInElementsAtIndexWithObject(std::size_t index,
@@ -64,9 +86,16 @@ void YIniCompositeElement::replaceObjectInElementsAtIndexWithObject(std::size_t 
   ChangeScope scope(*this, YKeyValueChangeKind::Replacement, index, YElementsKey);
   if (YParameterFailed(element != nullptr, "element != nil")) return;
   std::shared_ptr<YIniElement> old = _elements->objectAtIndex(index);
+  const bool wasCurrent = cacheIsCurrent();
   unsubscribeForChangesInElement(old);
-  _elements->replaceObjectAtIndexWithObject(index, element);
-  subscribeForChangesInElement(element);
+  try {
+    _elements->replaceObjectAtIndexWithObject(index, element);
+  } catch (...) {
+    _walkChildren = true;  // the old child stays in the list, unobserved
+    throw;
+  }
+  subscribeChild(element);
+  noteListChanged(wasCurrent, element.get(), old.get());
 }
 
 void YIniCompositeElement::addElement(std::shared_ptr<YIniElement> element) {
@@ -103,6 +132,7 @@ void YIniCompositeElement::commit() {
   }
   _bits.ignoreChanges = false;
   _initialElements = _elements->copy();
+  rebuildCache();
   setModified(false);
 }
 
@@ -123,7 +153,9 @@ void YIniCompositeElement::revert() {
   // setElements() installs a new one.
   _elements = _initialElements->copy();
   auto current = _elements;
-  for (const auto& child : *current) subscribeForChangesInElement(child);
+  for (const auto& child : *current) subscribeChild(child);
+  _walkChildren = false;  // every child is observed again
+  rebuildCache();
   setModified(false);
 }
 
@@ -141,7 +173,21 @@ std::shared_ptr<YIniCompositeElement> YIniCompositeElement::makeEmptyCopy() cons
 
 void YIniCompositeElement::subscribeForChangesInElement(const std::shared_ptr<YIniElement>& element) {
   if (YParameterFailed(element != nullptr, "element != nil")) return;
+  // Observing something outside the list operations: its notifications may
+  // come from a non-child, so recomputations ask the children themselves.
+  if (!_internalSubscribe) _walkChildren = true;
   element->addObserver(this, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
+}
+
+void YIniCompositeElement::subscribeChild(const std::shared_ptr<YIniElement>& child) {
+  _internalSubscribe = true;
+  try {
+    subscribeForChangesInElement(child);
+  } catch (...) {
+    _internalSubscribe = false;
+    throw;
+  }
+  _internalSubscribe = false;
 }
 
 void YIniCompositeElement::unsubscribeForChangesInElement(const std::shared_ptr<YIniElement>& element) {
@@ -164,16 +210,53 @@ bool YIniCompositeElement::compareArrayAgainst(const std::shared_ptr<ElementList
   return true;
 }
 
-bool YIniCompositeElement::hasModifiedElements() const {
-  if (!compareArrayAgainst(_elements, _initialElements)) return true;
+bool YIniCompositeElement::cacheIsCurrent() const noexcept {
+  return _cache && !_walkChildren && _cache->elements == _elements.get() &&
+         _cache->initial == _initialElements.get() && _cache->mutations == _elements->mutationCount();
+}
+
+void YIniCompositeElement::rebuildCache() const {
+  if (!_cache) _cache = std::make_unique<ModifiedCache>();
+  ModifiedCache& cache = *_cache;
+  cache.listDiffers = !compareArrayAgainst(_elements, _initialElements);
+  cache.modified.clear();
   for (const auto& child : _elements->vector())
-    if (child->isModified()) return true;
-  return false;
+    if (child->isModified()) cache.modified.insert(child.get());
+  cache.elements = _elements.get();
+  cache.initial = _initialElements.get();
+  cache.mutations = _elements->mutationCount();
+}
+
+void YIniCompositeElement::noteListChanged(bool wasCurrent, const YIniElement* added, const YIniElement* removed) {
+  if (!wasCurrent) return;  // rebuilt on the next recomputation
+  ModifiedCache& cache = *_cache;
+  if (removed && cache.modified.count(removed) && _elements->indexOfObject(removed) == YNotFound)
+    cache.modified.erase(removed);
+  if (added && added->isModified()) cache.modified.insert(added);
+  cache.listDiffers = !compareArrayAgainst(_elements, _initialElements);
+  cache.mutations = _elements->mutationCount();
+}
+
+bool YIniCompositeElement::hasModifiedElements() const {
+  if (_walkChildren) {
+    if (!compareArrayAgainst(_elements, _initialElements)) return true;
+    for (const auto& child : _elements->vector())
+      if (child->isModified()) return true;
+    return false;
+  }
+  if (!cacheIsCurrent()) rebuildCache();
+  return _cache->listDiffers || !_cache->modified.empty();
 }
 
 void YIniCompositeElement::elementsChanged() { setModified(hasModifiedElements()); }
 
-void YIniCompositeElement::modifiedChangedForElement(YIniElement*) { elementsChanged(); }
+void YIniCompositeElement::modifiedChangedForElement(YIniElement* element) {
+  if (element && cacheIsCurrent()) {
+    if (element->isModified()) _cache->modified.insert(element);
+    else _cache->modified.erase(element);
+  }
+  elementsChanged();
+}
 
 void YIniCompositeElement::observeValueForKeyPath(const YString& keyPath, YObject* object, const YKeyValueChange&,
                                                   void*) {
@@ -182,7 +265,7 @@ void YIniCompositeElement::observeValueForKeyPath(const YString& keyPath, YObjec
     return;
   }
   if (sameKey(keyPath, YModifiedKey) && !_bits.ignoreChanges)
-    modifiedChangedForElement(dynamic_cast<YIniElement*>(object));
+    modifiedChangedForElement(YCast<YIniElement>(object));
 }
 
 YValue YIniCompositeElement::valueForKey(const YString& key) const {

@@ -98,11 +98,16 @@ class YIniCompositeElement : public YIniElement {
   /// Whether `a1` and `a2` hold the same objects in the same order.
   /// Preconditions "a1 != nil", "a2 != nil".
   virtual bool compareArrayAgainst(const std::shared_ptr<ElementList>& a1, const std::shared_ptr<ElementList>& a2) const;
-  /// Recomputes: the lists differ, or some direct child is modified.
+  /// Recomputes: the lists differ, or some direct child is modified. The
+  /// answer comes from bookkeeping kept current by the list operations and
+  /// the children's notifications, so it costs O(1) after a value change
+  /// rather than a walk over every child; when a child may be unobserved (a
+  /// list changed behind the operations' back, a removal that failed after
+  /// unsubscribing) it walks the children instead.
   virtual bool hasModifiedElements() const;
   /// setModified(hasModifiedElements()).
   virtual void elementsChanged();
-  /// The same as elementsChanged(); `element` is not used.
+  /// The same as elementsChanged(); `element` only updates the bookkeeping.
   virtual void modifiedChangedForElement(YIniElement* element);
 
   /// Dispatches "elements" from itself to elementsChanged() and "modified"
@@ -121,10 +126,19 @@ class YIniCompositeElement : public YIniElement {
   virtual std::shared_ptr<YIniCompositeElement> makeEmptyCopy() const;
 
  private:
+  struct ModifiedCache;
+  bool cacheIsCurrent() const noexcept;
+  void rebuildCache() const;
+  void subscribeChild(const std::shared_ptr<YIniElement>& child);
+  void noteListChanged(bool wasCurrent, const YIniElement* added, const YIniElement* removed);
+
   std::shared_ptr<ElementList> _initialElements;
   std::shared_ptr<ElementList> _elements;
   struct {
     bool modified : 1;
     bool ignoreChanges : 1;
   } _bits{false, false};
+  bool _walkChildren = false;      // some child may be unobserved: ask every child
+  bool _internalSubscribe = false;  // a list operation is subscribing
+  mutable std::unique_ptr<ModifiedCache> _cache;
 };

@@ -23,19 +23,19 @@ YIniDocument* YIniDocument::initWithStringFactory(const YString& string, std::sh
   auto pending = YArray<YIniComment>::mutableArray();
   std::shared_ptr<YIniSection> currentSection;
   while (std::shared_ptr<YIniElement> element = enumerator->nextObject()) {
-    if (auto section = std::dynamic_pointer_cast<YIniSection>(element)) {
+    if (auto section = YCast<YIniSection>(element)) {
       addCommentsToObject(pending, currentSection ? static_cast<YIniCompositeElement&>(*currentSection)
                                                   : static_cast<YIniCompositeElement&>(*this));
       addElement(section);
       currentSection = std::move(section);
-    } else if (auto option = std::dynamic_pointer_cast<YIniOption>(element)) {
+    } else if (auto option = YCast<YIniOption>(element)) {
       if (!currentSection) {
         YReportAssertionFailure(__func__, this, YUnitName, __LINE__, YString(u"Options must belong to a Section"));
         continue;  // the handler returned: the option has nowhere to go
       }
       addCommentsToObject(pending, *currentSection);
       currentSection->addElement(option);
-    } else if (auto comment = std::dynamic_pointer_cast<YIniComment>(element)) {
+    } else if (auto comment = YCast<YIniComment>(element)) {
       pending->addObject(std::move(comment));
     }
   }
@@ -79,14 +79,14 @@ YString YIniDocument::stringValueMergedWith(const YString& templateString) {
   YString activeSectionName;
 
   while (std::shared_ptr<YIniElement> element = enumerator->nextObject()) {
-    if (auto section = std::dynamic_pointer_cast<YIniSection>(element)) {
+    if (auto section = YCast<YIniSection>(element)) {
       writeOptionsWithNamesForSectionNameToWriter(pendingNames, activeSectionName, writer);
       YTextWritable::writeToWriter(pendingQueue, writer);
       YIniSectionWriter::writerWithSectionWriteOptions(section, false)->write(writer);
       activeSectionName = section->name();
       std::shared_ptr<YIniSection> ownSection = sectionForName(activeSectionName);
       pendingNames = ownSection ? ownSection->optionNames() : std::vector<YString>{};
-    } else if (auto option = std::dynamic_pointer_cast<YIniOption>(element)) {
+    } else if (auto option = YCast<YIniOption>(element)) {
       if (YParameterFailedAtLine(!activeSectionName.isNull(), "activeSectionName != nil", 229)) return {};
       YTextWritable::writeToWriter(pendingQueue, writer);
       std::shared_ptr<YIniOption> optionToWrite = option;

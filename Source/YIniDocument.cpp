@@ -33,7 +33,7 @@ std::shared_ptr<YIniSection> YIniDocument::sectionForName(const YString& name) c
   if (YParameterFailed(!name.isNull(), "name != nil")) return nullptr;
   auto list = elements();
   for (const auto& element : *list) {
-    auto* section = dynamic_cast<YIniSection*>(element.get());
+    auto* section = YCast<YIniSection>(element.get());
     if (section && section->name().isEqualToString(name)) return std::static_pointer_cast<YIniSection>(element);
   }
   return nullptr;

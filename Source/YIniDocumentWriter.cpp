@@ -13,9 +13,9 @@ void YIniDocumentWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   if (!_document) return;
   auto elements = _document->elements();
   for (const auto& element : *elements) {
-    if (auto section = std::dynamic_pointer_cast<YIniSection>(element)) {
+    if (auto section = YCast<YIniSection>(element)) {
       YIniSectionWriter(section, true).write(textWriter);
-    } else if (auto* comment = dynamic_cast<YIniComment*>(element.get())) {
+    } else if (auto* comment = YCast<YIniComment>(element.get())) {
       YStringWritable(comment->stringValue()).write(textWriter);
     }
   }

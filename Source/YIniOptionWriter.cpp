@@ -8,8 +8,10 @@ YIniOptionWriter::YIniOptionWriter(std::shared_ptr<YIniOption> option) : _option
 
 void YIniOptionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", 78)) return;
-  YString name = _option ? _option->name() : YString();
-  YString value = _option ? _option->value() : YString();
-  if (value.isNull()) value = YString(u"");
-  textWriter->write(YString::stringWithFormat("%@=%@", name, value));
+  // The line is "%@=%@": the name (a null one prints as "(null)"), "=", the
+  // value (empty when null); built in one piece.
+  const YString name = _option ? _option->name() : YString();
+  const YString value = _option ? _option->value() : YString();
+  textWriter->write(YString::stringByConcatenating(
+      {name.isNull() ? std::u16string_view(u"(null)") : name.view(), u"=", value.view()}));
 }

@@ -12,7 +12,7 @@ namespace {
 // The first option in `list` whose current name equals `name` (null never matches).
 std::shared_ptr<YIniOption> firstOptionNamed(const std::shared_ptr<YArray<YIniElement>>& list, const YString& name) {
   for (const auto& element : *list) {
-    auto* option = dynamic_cast<YIniOption*>(element.get());
+    auto* option = YCast<YIniOption>(element.get());
     if (option && option->name().isEqualToString(name))
       return std::static_pointer_cast<YIniOption>(element);
   }
@@ -113,7 +113,7 @@ void YIniSection::removeCommentsStartingAtIndex(const YString& string, std::int3
   // Widened with its sign and read as unsigned: a negative index lies beyond any list.
   const auto position = static_cast<std::size_t>(static_cast<std::int64_t>(index));
   while (position < elements()->count()) {
-    auto* comment = dynamic_cast<YIniComment*>(elements()->objectAtIndex(position).get());
+    auto* comment = YCast<YIniComment>(elements()->objectAtIndex(position).get());
     if (!comment || !comment->stringValue().isEqualToString(string)) break;
     removeObjectFromElementsAtIndex(position);
   }
@@ -143,7 +143,7 @@ void YIniSection::commit() {
 
 std::shared_ptr<YIniElement> YIniSection::copyWithZone(void* zone) const {
   auto element = YIniCompositeElement::copyWithZone(zone);
-  auto copy = std::dynamic_pointer_cast<YIniSection>(element);
+  auto copy = YCast<YIniSection>(element);
   if (!copy) return element;
   // Deliberately the committed name, not the current one.
   copy->_initialName = YString();

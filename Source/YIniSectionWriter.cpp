@@ -22,7 +22,7 @@ bool YIniSectionWriter::newLineAtPosition(std::size_t position) const {
   if (!_section) return false;
   auto elements = _section->elements();
   if (position >= elements->count()) return false;
-  auto* comment = dynamic_cast<YIniComment*>(elements->objectAtIndex(position).get());
+  auto* comment = YCast<YIniComment>(elements->objectAtIndex(position).get());
   return comment && endsWithCharacter(comment->stringValue(), u'\n');
 }
 
@@ -31,14 +31,16 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   if (!_section) return;
   const YCharacterSet whitespace = YCharacterSet::whitespaceCharacterSet();
 
-  textWriter->write(YString::stringWithFormat("[%@]", _section->name()));
+  const YString name = _section->name();  // "[%@]", a null name printing as "(null)"
+  textWriter->write(
+      YString::stringByConcatenating({u"[", name.isNull() ? std::u16string_view(u"(null)") : name.view(), u"]"}));
   if (_section->elements()->count() > 0 && !newLineAtPosition(0)) textWriter->writeLine();
 
   // The list is read again at every step: writing may change it (setName
   // notifies observers, which may edit the section).
   for (std::size_t i = 0; i < _section->elements()->count(); ++i) {
     std::shared_ptr<YIniElement> element = _section->elements()->objectAtIndex(i);
-    if (auto option = std::dynamic_pointer_cast<YIniOption>(element)) {
+    if (auto option = YCast<YIniOption>(element)) {
       if (option->name().isNull()) continue;
       YString name = option->name().stringByTrimmingCharactersInSet(whitespace);
       if (name.length() == 0) continue;
@@ -47,7 +49,7 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
       YIniOptionWriter(option).write(textWriter);
       const std::size_t count = _section->elements()->count();
       if (i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1))) textWriter->writeLine();
-    } else if (auto* comment = dynamic_cast<YIniComment*>(element.get())) {
+    } else if (auto* comment = YCast<YIniComment>(element.get())) {
       YStringWritable(comment->stringValue()).write(textWriter);
     }
   }

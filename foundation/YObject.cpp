@@ -11,14 +11,30 @@
 // ---- YIndexSet -------------------------------------------------------------
 
 bool YIndexSet::containsIndex(std::size_t index) const noexcept {
-  return std::binary_search(_indexes.begin(), _indexes.end(), index);
+  if (_count == 0) return false;
+  return index == _first || std::binary_search(_rest.begin(), _rest.end(), index);
 }
 
-std::size_t YIndexSet::firstIndex() const noexcept { return _indexes.empty() ? YNotFound : _indexes.front(); }
+std::size_t YIndexSet::firstIndex() const noexcept { return _count ? _first : YNotFound; }
 
 void YIndexSet::addIndex(std::size_t index) {
-  auto it = std::lower_bound(_indexes.begin(), _indexes.end(), index);
-  if (it == _indexes.end() || *it != index) _indexes.insert(it, index);
+  if (containsIndex(index)) return;
+  if (_count == 0) {
+    _first = index;
+  } else {
+    std::size_t other = index;
+    if (index < _first) std::swap(other, _first);
+    _rest.insert(std::lower_bound(_rest.begin(), _rest.end(), other), other);
+  }
+  ++_count;
+}
+
+std::vector<std::size_t> YIndexSet::indexes() const {
+  std::vector<std::size_t> all;
+  all.reserve(_count);
+  if (_count) all.push_back(_first);
+  all.insert(all.end(), _rest.begin(), _rest.end());
+  return all;
 }
 
 // ---- registrations ---------------------------------------------------------

@@ -28,21 +28,25 @@ enum class YKeyValueChangeKind : unsigned { Setting = 1, Insertion = 2, Removal 
 /// of children for indexed changes).
 using YValue = std::variant<std::monostate, bool, std::shared_ptr<YObject>>;
 
-/// An ordered set of indexes (what an indexed change touched).
+/// An ordered set of indexes (what an indexed change touched). One index is
+/// held inline, so the common single-index change allocates nothing.
 class YIndexSet {
  public:
   YIndexSet() = default;
-  explicit YIndexSet(std::size_t index) : _indexes{index} {}
-  std::size_t count() const noexcept { return _indexes.size(); }
+  explicit YIndexSet(std::size_t index) noexcept : _first(index), _count(1) {}
+  std::size_t count() const noexcept { return _count; }
   bool containsIndex(std::size_t index) const noexcept;
   /// The smallest index, or YNotFound when empty.
   std::size_t firstIndex() const noexcept;
   void addIndex(std::size_t index);
-  const std::vector<std::size_t>& indexes() const noexcept { return _indexes; }
-  friend bool operator==(const YIndexSet&, const YIndexSet&) = default;
+  /// The indexes in ascending order.
+  std::vector<std::size_t> indexes() const;
+  friend bool operator==(const YIndexSet& a, const YIndexSet& b) { return a.indexes() == b.indexes(); }
 
  private:
-  std::vector<std::size_t> _indexes;  // ascending, unique
+  std::size_t _first = 0;           // the smallest index, when count > 0
+  std::size_t _count = 0;
+  std::vector<std::size_t> _rest;   // the others, ascending
 };
 
 /// Not-found index: lies beyond every count.
@@ -156,8 +160,48 @@ class YObject : public std::enable_shared_from_this<YObject> {
   ObservationInfo* _observationInfo = nullptr;
 };
 
-/// dynamic_pointer_cast spelled as a kind-of test that returns the object.
+namespace ydetail {
+// Remembers a few dynamic types already found to be (or not to be) a T, so
+// that a repeated kind test costs a type lookup instead of a hierarchy walk.
+template <class T>
+struct KindCache {
+  static constexpr int kSize = 8;
+  const std::type_info* types[kSize] = {};
+  bool matches[kSize] = {};
+  int next = 0;
+};
+template <class T>
+inline thread_local KindCache<T> kindCache;
+}  // namespace ydetail
+
+/// The object as a T when it is a T or of a class derived from T (a kind-of
+/// test), else null. Same result as dynamic_cast, faster when repeated.
+template <class T, class U>
+T* YCast(U* object) noexcept {
+  if (!object) return nullptr;
+  if constexpr (std::is_base_of_v<T, U>) {
+    return object;
+  } else {
+    const std::type_info* type = &typeid(*object);
+    auto& cache = ydetail::kindCache<T>;
+    for (int i = 0; i < cache.kSize; ++i) {
+      if (cache.types[i] == type) return cache.matches[i] ? static_cast<T*>(object) : nullptr;
+    }
+    T* result = dynamic_cast<T*>(object);
+    // Only a T reached by a plain downcast may take the fast path later.
+    const bool plain = result && static_cast<void*>(static_cast<T*>(object)) == static_cast<void*>(result);
+    if (!result || plain) {
+      cache.types[cache.next] = type;
+      cache.matches[cache.next] = result != nullptr;
+      cache.next = (cache.next + 1) % cache.kSize;
+    }
+    return result;
+  }
+}
+
+/// The shared object as a T (sharing ownership) when it is a T or derived from T, else null.
 template <class T, class U>
 std::shared_ptr<T> YCast(const std::shared_ptr<U>& object) noexcept {
-  return std::dynamic_pointer_cast<T>(object);
+  T* result = YCast<T>(object.get());
+  return result ? std::shared_ptr<T>(object, result) : nullptr;
 }

@@ -42,11 +42,12 @@ inline char16_t* charsOf(YStringRep* rep) {
   return (rep->flags & kMutable) ? static_cast<YMutableStringRep*>(rep)->buffer : inlineChars(rep);
 }
 
+// `chars` may be null: the caller fills the code units in.
 YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {
   if (length > (std::size_t(1) << 40)) throw std::bad_alloc();
   void* memory = ::operator new(sizeof(YStringRep) + (length + 1) * sizeof(char16_t));
   auto* rep = new (memory) YStringRep{{1}, 0, length};
-  if (length) std::memcpy(inlineChars(rep), chars, length * sizeof(char16_t));
+  if (length && chars) std::memcpy(inlineChars(rep), chars, length * sizeof(char16_t));
   inlineChars(rep)[length] = 0;
   return rep;
 }
@@ -201,6 +202,19 @@ YString YString::fromUTF8(std::string_view utf8) {
 
 YString YString::stringWithCharacters(const char16_t* characters, std::size_t length) {
   return YString(newImmutableRep(characters, length));
+}
+
+YString YString::stringByConcatenating(std::initializer_list<std::u16string_view> pieces) {
+  std::size_t total = 0;
+  for (auto piece : pieces) total += piece.size();
+  YStringRep* rep = newImmutableRep(nullptr, total);
+  char16_t* out = inlineChars(rep);
+  for (auto piece : pieces) {
+    if (!piece.empty()) std::memcpy(out, piece.data(), piece.size() * sizeof(char16_t));
+    out += piece.size();
+  }
+  *out = 0;
+  return YString(rep);
 }
 
 YString YString::mutableString(std::size_t capacity) { return YString(newMutableRep(nullptr, 0, capacity)); }

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -107,6 +108,8 @@ class YString {
   static YString fromUTF8(std::string_view utf8);
   /// An immutable string of `length` code units copied from `characters`.
   static YString stringWithCharacters(const char16_t* characters, std::size_t length);
+  /// A new immutable string of the pieces one after another (one allocation).
+  static YString stringByConcatenating(std::initializer_list<std::u16string_view> pieces);
   /// A new, empty mutable string.
   static YString mutableString(std::size_t capacity = 0);
   /// A new mutable string holding a copy of `string`'s text (empty for null).
