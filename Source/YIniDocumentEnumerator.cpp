@@ -36,6 +36,23 @@ const YString kFragmentTerminatingGroup(u"option_value_fragment-terminating");
 const YString kCommentOpenSequence(u"#");
 const YString kContinuationJoint(u"\n ");
 
+// The piece [start, start + length) of `text` without leading and trailing
+// members of the first set and then of the second (which may be null), cut
+// out in one copy.
+YString trimmedPiece(const YString& text, std::int32_t start, std::int32_t length, const YCharacterSet& first,
+                     const YCharacterSet& second = YCharacterSet()) {
+  if (start < 0 || length < 0 || static_cast<std::size_t>(start) + static_cast<std::size_t>(length) > text.length())
+    return text.substringWithRange(static_cast<std::size_t>(start), static_cast<std::size_t>(length));  // throws
+  const char16_t* c = text.characters();
+  std::size_t begin = static_cast<std::size_t>(start);
+  std::size_t end = begin + static_cast<std::size_t>(length);
+  for (const YCharacterSet* set : {&first, &second}) {
+    while (begin < end && set->characterIsMember(c[begin])) ++begin;
+    while (end > begin && set->characterIsMember(c[end - 1])) --end;
+  }
+  return YString::stringWithCharacters(c + begin, end - begin);
+}
+
 }  // namespace
 
 bool YIniDocumentEnumerator::checkFactory(const YIniElementFactory* factory) {
@@ -132,7 +149,8 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::nextObject() {
 std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken(const YToken& token) {
   const auto& subtokens = token.subtokens();
   const YToken& nameToken = *subtokens->objectAtIndex(0);
-  YString name = extractStringStartLength(_documentString, token.position() + nameToken.position(), nameToken.length());
+  YString name = trimmedPiece(_documentString, token.position() + nameToken.position(), nameToken.length(),
+                              YCharacterSet::whitespaceCharacterSet());
   std::shared_ptr<YIniSection> section = _factory->sectionWithName(name);
   _activeSection = section;
   return section;
@@ -142,19 +160,20 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken(const YToke
   const auto& subtokens = token.subtokens();
   const std::int32_t base = token.position();
   const YToken& keyToken = *subtokens->objectAtIndex(0);
-  YString name = extractStringStartLength(_documentString, base + keyToken.position(), keyToken.length());
+  const YCharacterSet whitespace = YCharacterSet::whitespaceCharacterSet();
+  YString name = trimmedPiece(_documentString, base + keyToken.position(), keyToken.length(), whitespace);
   YString value;
   if (subtokens->count() == 2) {
     const YToken& valueToken = *subtokens->objectAtIndex(1);
     const YCharacterSet newlines = YCharacterSet::whitespaceAndNewlineCharacterSet();
-    value = extractStringStartLength(_documentString, base + valueToken.position(), valueToken.length())
-                .stringByTrimmingCharactersInSet(newlines);
+    // Trimmed of spaces and tabs, then of line ends too.
+    value = trimmedPiece(_documentString, base + valueToken.position(), valueToken.length(), whitespace, newlines);
     YString joined;  // built only when continuation lines follow
     std::shared_ptr<YToken> next = _scanner->nextToken();
     while (isFragment(next.get())) {
       if (joined.isNull()) joined = YString::mutableStringWithString(value);
       joined.appendString(kContinuationJoint);
-      joined.appendString(tokenText(*next).stringByTrimmingCharactersInSet(newlines));
+      joined.appendString(trimmedPiece(_documentString, next->position(), next->length(), newlines));
       next = _scanner->nextToken();
     }
     _activeToken = std::move(next);

@@ -83,10 +83,60 @@ inline bool sameKey(const YString& a, const YString& b) noexcept {
   return a.isIdenticalTo(b) || a.isEqualToString(b);
 }
 
+// Registrations in order; the first lives inline, since most objects have
+// exactly one observer (their parent).
+class RegistrationList {
+ public:
+  RegistrationList() noexcept : _data(reinterpret_cast<Registration*>(_inline)) {}
+  RegistrationList(const RegistrationList&) = delete;
+  RegistrationList& operator=(const RegistrationList&) = delete;
+  ~RegistrationList() {
+    clear();
+    if (!isInline()) ::operator delete(_data);
+  }
+  Registration* begin() noexcept { return _data; }
+  Registration* end() noexcept { return _data + _size; }
+  const Registration* begin() const noexcept { return _data; }
+  const Registration* end() const noexcept { return _data + _size; }
+  bool empty() const noexcept { return _size == 0; }
+  void push_back(Registration r) {
+    if (_size == _capacity) grow();
+    new (_data + _size) Registration(std::move(r));
+    ++_size;
+  }
+  void erase(Registration* at) {
+    for (Registration* p = at; p + 1 < end(); ++p) *p = std::move(p[1]);
+    (end() - 1)->~Registration();
+    --_size;
+  }
+
+ private:
+  bool isInline() const noexcept { return _data == reinterpret_cast<const Registration*>(_inline); }
+  void clear() noexcept {
+    for (Registration* p = begin(); p != end(); ++p) p->~Registration();
+    _size = 0;
+  }
+  void grow() {
+    std::uint32_t capacity = _capacity * 2;
+    auto* fresh = static_cast<Registration*>(::operator new(capacity * sizeof(Registration)));
+    for (std::uint32_t i = 0; i < _size; ++i) {
+      new (fresh + i) Registration(std::move(_data[i]));
+      _data[i].~Registration();
+    }
+    if (!isInline()) ::operator delete(_data);
+    _data = fresh;
+    _capacity = capacity;
+  }
+  Registration* _data;
+  std::uint32_t _size = 0;
+  std::uint32_t _capacity = 1;
+  alignas(Registration) unsigned char _inline[sizeof(Registration)];
+};
+
 }  // namespace
 
 struct YObject::ObservationInfo {
-  std::vector<Registration> registrations;
+  RegistrationList registrations;
   std::unique_ptr<std::vector<PendingChange>> pending;  // only while Old or Prior is asked for
 
   bool isRegistered(const Target& t, const YString& key) const {
@@ -145,9 +195,10 @@ void YObject::removeObserver(YObject* observer, const YString& keyPath) {
   ObservationInfo* info = _observationInfo;
   if (info) {
     auto& regs = info->registrations;
-    for (auto it = regs.rbegin(); it != regs.rend(); ++it) {
+    for (Registration* it = regs.end(); it != regs.begin();) {
+      --it;
       if (it->observer == observer && sameKey(it->key, keyPath)) {
-        regs.erase(std::next(it).base());
+        regs.erase(it);
         if (regs.empty() && (!info->pending || info->pending->empty())) {
           delete info;
           _observationInfo = nullptr;
@@ -237,7 +288,7 @@ void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YInde
 }
 
 namespace {
-bool wantsEarlyState(const std::vector<Registration>& regs, const YString& key) {
+bool wantsEarlyState(const RegistrationList& regs, const YString& key) {
   for (const auto& r : regs)
     if ((r.options & (YKeyValueObservingOptionOld | YKeyValueObservingOptionPrior)) && sameKey(r.key, key))
       return true;
