@@ -377,6 +377,24 @@ YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* u
     return done(YDecodeBytes(bytes, YUTF32StringEncoding, error), YUTF32StringEncoding);
   if (startsWith(bytes, kBOM16LE) || startsWith(bytes, kBOM16BE))
     return done(YDecodeBytes(bytes, YUnicodeStringEncoding, error), YUnicodeStringEncoding);
+  // UTF-16 without a mark: text made mostly of ASCII shows NUL bytes at
+  // every other position. Checked before UTF-8, which accepts NUL bytes.
+  if (bytes.size() >= 2 && bytes.size() % 2 == 0) {
+    std::size_t evenNul = 0, oddNul = 0;
+    for (std::size_t i = 0; i < bytes.size(); i += 2) {
+      evenNul += bytes[i] == '\0';
+      oddNul += bytes[i + 1] == '\0';
+    }
+    const std::size_t units = bytes.size() / 2;
+    if (oddNul * 4 >= units * 3 && evenNul * 8 <= units) {
+      YString text = YDecodeBytes(bytes, YUTF16LittleEndianStringEncoding, nullptr);
+      if (!text.isNull()) return done(text, YUTF16LittleEndianStringEncoding);
+    }
+    if (evenNul * 4 >= units * 3 && oddNul * 8 <= units) {
+      YString text = YDecodeBytes(bytes, YUTF16BigEndianStringEncoding, nullptr);
+      if (!text.isNull()) return done(text, YUTF16BigEndianStringEncoding);
+    }
+  }
   try {
     return done(YString::fromUTF8(bytes), YUTF8StringEncoding);
   } catch (const YInvalidArgumentException&) {
@@ -537,7 +555,9 @@ bool YWriteFile(const YString& path, std::string_view bytes, bool atomically, st
   auto slash = target.rfind('/');
   std::string folder = slash == std::string::npos ? "." : target.substr(0, slash == 0 ? 1 : slash);
   std::string base = slash == std::string::npos ? target : target.substr(slash + 1);
-  std::string temp = folder + "/." + base + ".XXXXXX";
+  // The temporary name must fit wherever the target's does (NAME_MAX): keep
+  // at most 200 bytes of the target's name in it.
+  std::string temp = folder + "/." + base.substr(0, 200) + ".XXXXXX";
   std::vector<char> templ(temp.begin(), temp.end());
   templ.push_back('\0');
   int fd = ::mkostemp(templ.data(), O_CLOEXEC);

@@ -53,7 +53,8 @@ std::optional<std::string> YEncodeString(const YString& string, YStringEncoding 
 /// byte-order mark of the encoding is dropped.
 YString YDecodeBytes(std::string_view bytes, YStringEncoding encoding, std::shared_ptr<YError>* error);
 /// Decodes `bytes`, detecting the encoding: a byte-order mark first, then
-/// strict UTF-8, then a statistical guess above a confidence floor.
+/// UTF-16 without a mark (mostly ASCII text: NUL bytes at every other
+/// position), then strict UTF-8, then a statistical guess above a confidence floor.
 YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* usedEncoding,
                                       std::shared_ptr<YError>* error);
 

@@ -1,0 +1,173 @@
+#!/usr/bin/env bash
+# Round-trip comparison of Corvane with other INI libraries.
+#
+# Each program loads the same INI file, sets one option's value and writes the
+# whole text back to another file (inih only parses: it is the parsing floor;
+# the plain copy reads and writes the bytes: the I/O floor). Wall time and
+# peak RSS of each run are measured by compare_measure (fork + wait4); the
+# table shows the medians of several runs and the ratios to GKeyFile and to
+# the copy. Corvane's output is then checked line by line: without the edit it
+# must equal the input rewritten by the writing rules, and the edit must change
+# exactly the edited line.
+#
+# GKeyFile refuses continuation lines, so the peers run on the corpus without
+# its continuation lines ("flat"); Corvane also runs on the full corpus, which
+# the scaling series uses.
+#
+# Usage: bench/compare/run.sh [--quick] [--runs N] [--size MB] [--scale "MB ..."]
+#                             [--build-dir DIR] [--work-dir DIR] [--no-install]
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+root=$(cd "$here/../.." && pwd)
+build="$root/build-bench"
+work=""
+runs=5
+size=8
+scale="0.5 2 8 32"
+install=1
+
+while (($#)); do
+  case "$1" in
+    --quick) runs=3; scale="8 32" ;;
+    --runs) runs="$2"; shift ;;
+    --size) size="$2"; shift ;;
+    --scale) scale="$2"; shift ;;
+    --build-dir) build="$2"; shift ;;
+    --work-dir) work="$2"; shift ;;
+    --no-install) install=0 ;;
+    -h|--help) sed -n '2,18p' "$0"; exit 0 ;;
+    *) echo "unknown argument: $1" >&2; exit 2 ;;
+  esac
+  shift
+done
+work=${work:-$build/bench-compare}
+
+# ---- peers: install the Debian packages when missing ----------------------
+packages=(pkg-config libglib2.0-dev libsimpleini-dev libinih-dev)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if ((${#missing[@]})) && ((install)); then
+  if [[ $(id -u) -eq 0 ]] && command -v apt-get >/dev/null; then
+    echo "installing ${missing[*]}" >&2
+    apt-get update -qq >&2
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >&2
+  else
+    echo "missing ${missing[*]} (not root: those peers are skipped)" >&2
+  fi
+fi
+
+# ---- build ------------------------------------------------------------------
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORVANE_BUILD_BENCH=ON >/dev/null
+ninja -C "$build" -j2 compare >/dev/null
+bin="$build/bench/compare"
+
+# ---- corpora ----------------------------------------------------------------
+mkdir -p "$work"
+bytes_of() { awk -v mb="$1" 'BEGIN { printf "%d", mb * 1048576 }'; }
+declare -A target_section target_key
+for mb in $(printf '%s\n' $size $scale | sort -u); do
+  read -r sec key < <("$bin/compare_corpus" generate "$(bytes_of "$mb")" "$work/full-$mb.ini" "$work/flat-$mb.ini")
+  target_section[$mb]=$sec
+  target_key[$mb]=$key
+done
+value="edited/value"
+
+# ---- measuring ----------------------------------------------------------------
+# The runs go round-robin over all jobs, so a burst of load from elsewhere on
+# the machine spreads over the programs instead of hitting one of them.
+median() { sort -g | awk '{ v[NR] = $1 } END { if (NR % 2) print v[(NR + 1) / 2]; else print (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
+
+declare -A times rss failed
+# run_once <job> <program> <input> <mb>: one measured run, appended to the job's samples.
+run_once() {
+  local job="$1" program="$2" input="$3" mb="$4" t r code
+  [[ -n "${failed[$job]:-}" ]] && return 0
+  read -r t r code < <("$bin/compare_measure" "$bin/compare_$program" "$input" "$work/out-$program.ini" \
+    "${target_section[$mb]}" "${target_key[$mb]}" "$value")
+  if [[ "$code" != 0 ]]; then
+    echo "compare_$program failed on $input (exit $code)" >&2
+    failed[$job]=1
+    return 0
+  fi
+  times[$job]+="$t "
+  rss[$job]+="$r "
+}
+
+programs=(corvane gkeyfile simpleini inih copy)
+declare -A label=(
+  [corvane]="Corvane"
+  [gkeyfile]="GLib GKeyFile (keep comments)"
+  [simpleini]="SimpleIni"
+  [inih]="inih (parse only)"
+  [copy]="read + write copy"
+)
+flat="$work/flat-$size.ini"
+full="$work/full-$size.ini"
+for ((i = 0; i < runs; i++)); do
+  for p in "${programs[@]}"; do
+    if [[ -x "$bin/compare_$p" ]]; then run_once "$p" "$p" "$flat" "$size"; fi
+  done
+  for mb in $(printf '%s\n' $size $scale | sort -u); do run_once "full-$mb" corvane "$work/full-$mb.ini" "$mb"; done
+done
+
+declare -A T R
+for job in "${!times[@]}"; do
+  [[ -n "${failed[$job]:-}" ]] && continue
+  T[$job]=$(printf '%s\n' ${times[$job]} | median)
+  R[$job]=$(printf '%s\n' ${rss[$job]} | median)
+done
+
+# ---- output check -----------------------------------------------------------
+check() {
+  local input="$1" mb="$2"
+  "$bin/compare_corvane" "$input" "$work/check-unedited.ini" "${target_section[$mb]}" "${target_key[$mb]}" - &&
+    "$bin/compare_corvane" "$input" "$work/check-edited.ini" "${target_section[$mb]}" "${target_key[$mb]}" "$value" &&
+    "$bin/compare_corpus" check "$input" "$work/check-unedited.ini" "$work/check-edited.ini" \
+      "${target_section[$mb]}" "${target_key[$mb]}" "$value"
+}
+check_full=$(check "$full" "$size" || true)
+check_flat=$(check "$flat" "$size" || true)
+
+# ---- report -----------------------------------------------------------------
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (a == "" || b == "" || b == 0) print "–"; else printf "%.2f", a / b }'; }
+mib() { awk -v k="$1" 'BEGIN { printf "%.1f", k / 1024 }'; }
+filesize() { awk -v b="$(stat -c %s "$1")" 'BEGIN { printf "%.2f", b / 1048576 }'; }
+gk=${T[gkeyfile]:-}; gkr=${R[gkeyfile]:-}; cp=${T[copy]:-}
+echo
+echo "Round trip (load, set one value, write all) of a $(filesize "$flat") MB file, median of $runs runs, $(nproc) cores"
+echo
+echo "| Program | Time (s) | × GKeyFile | × copy | Peak RSS (MiB) | × GKeyFile |"
+echo "|---|---:|---:|---:|---:|---:|"
+row() {
+  local name="$1" t="$2" r="$3"
+  if [[ -z "$t" ]]; then echo "| $name | – | – | – | – | – |"; return; fi
+  echo "| $name | $(awk -v t="$t" 'BEGIN { printf "%.3f", t }') | $(ratio "$t" "$gk") | $(ratio "$t" "$cp") | $(mib "$r") | $(ratio "$r" "$gkr") |"
+}
+for p in "${programs[@]}"; do row "${label[$p]}" "${T[$p]:-}" "${R[$p]:-}"; done
+row "Corvane, full corpus ($(filesize "$full") MB, with continuation lines)" "${T[full-$size]:-}" "${R[full-$size]:-}"
+echo
+echo "Corvane scaling (full corpus):"
+echo
+echo "| Size (MB) | Time (s) | MB/s | Peak RSS (MiB) |"
+echo "|---:|---:|---:|---:|"
+for mb in $scale; do
+  t=${T[full-$mb]:-}
+  [[ -n "$t" ]] || continue
+  echo "| $(filesize "$work/full-$mb.ini") | $(awk -v t="$t" 'BEGIN { printf "%.3f", t }') | $(awk -v s="$(stat -c %s "$work/full-$mb.ini")" -v t="$t" \
+    'BEGIN { printf "%.1f", s / 1048576 / t }') | $(mib "${R[full-$mb]}") |"
+done
+echo
+if [[ -n "${T[full-32]:-}" && -n "${T[full-8]:-}" ]]; then
+  echo "- Scaling 32 MB / 8 MB: $(ratio "${T[full-32]}" "${T[full-8]}")× (target ≤ 4.4×)"
+fi
+if [[ -n "${T[corvane]:-}" ]]; then
+  echo "- Time vs GKeyFile: $(ratio "${T[corvane]}" "$gk")× (target ≤ 0.33×); vs copy: $(ratio "${T[corvane]}" "$cp")× (target ≤ 3×)"
+  echo "- Peak memory vs GKeyFile: $(ratio "${R[corvane]}" "$gkr")× (target ≤ 1×)"
+fi
+echo "- Output check, full corpus: ${check_full:-FAIL: no output}"
+echo "- Output check, flat corpus: ${check_flat:-FAIL: no output}"
+rm -f "$work"/out-*.ini "$work"/check-*.ini
+[[ "$check_full" == ok:* && "$check_flat" == ok:* ]]
