@@ -21,7 +21,18 @@ using YStringEncoding = std::uint64_t;
 
 namespace ydetail {
 struct YStringRep;
+
+/// Appends code point `cp` (at most U+10FFFF, no surrogate) as UTF-16.
+inline void appendUTF16(std::u16string& out, char32_t cp) {
+  if (cp >= 0x10000) {
+    cp -= 0x10000;
+    out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
+    out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
+  } else {
+    out.push_back(static_cast<char16_t>(cp));
+  }
 }
+}  // namespace ydetail
 
 /// One argument of YString::stringWithFormat. Built implicitly from strings,
 /// objects, C strings and numbers.

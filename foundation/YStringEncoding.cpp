@@ -210,13 +210,7 @@ YString decodeUTF32(std::string_view bytes, bool bigEndian, std::shared_ptr<YErr
       setError(error, YFileReadInapplicableStringEncodingError, YString(u"UTF-32 text holds an invalid code point"));
       return {};
     }
-    if (cp >= 0x10000) {
-      cp -= 0x10000;
-      out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
-      out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
-    } else {
-      out.push_back(static_cast<char16_t>(cp));
-    }
+    ydetail::appendUTF16(out, cp);
   }
   return YString(std::u16string_view(out));
 }

@@ -196,6 +196,7 @@ std::shared_ptr<YToken> YRegularExpressionRule::tokenAtPosition(std::u16string_v
   if (!m.groups.empty()) {
     const uint32_t pairs = pcre2_get_ovector_count(m.matchData);
     std::vector<std::shared_ptr<YToken>> found;
+    found.reserve(m.groups.size());
     for (const auto& group : m.groups) {
       if (group.number >= pairs || group.number >= static_cast<uint32_t>(rc)) continue;
       const PCRE2_SIZE start = ovector[2 * group.number], stop = ovector[2 * group.number + 1];
