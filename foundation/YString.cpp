@@ -409,8 +409,8 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
       p = q + 1;
       continue;
     }
-    std::string spec = "%";
-    while (*q && std::strchr("-+ #0123456789.", *q)) spec.push_back(*q++);
+    std::string directive = "%";
+    while (*q && std::strchr("-+ #0123456789.", *q)) directive.push_back(*q++);
     while (*q && std::strchr("hlqLzjt", *q)) ++q;  // the argument carries its own width
     char conv = *q;
     if (!conv) throw YInvalidArgumentException(YString(u"stringWithFormat: incomplete directive"));
@@ -453,7 +453,7 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
           break;
         }
         bool isSigned = conv == 'd' || conv == 'i';
-        std::string f = spec + "ll" + conv;
+        std::string f = directive + "ll" + conv;
         if (isSigned) std::snprintf(buffer, sizeof buffer, f.c_str(), sv);
         else std::snprintf(buffer, sizeof buffer, f.c_str(), uv);
         appendUTF8Text(buffer);
@@ -465,7 +465,7 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
                    : a.kind() == YFormatArg::Kind::Signed   ? static_cast<double>(a.signedValue())
                    : a.kind() == YFormatArg::Kind::Unsigned ? static_cast<double>(a.unsignedValue())
                                                             : (wrongKind("a number directive"), 0.0);
-        std::string f = spec + conv;
+        std::string f = directive + conv;
         std::snprintf(buffer, sizeof buffer, f.c_str(), v);
         appendUTF8Text(buffer);
         break;
