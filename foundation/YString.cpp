@@ -233,8 +233,11 @@ char16_t YString::characterAtIndex(std::size_t index) const {
 bool YString::isEqualToString(const YString& other) const noexcept {
   if (!_rep || !other._rep) return false;
   if (_rep == other._rep) return true;
-  return _rep->length == other._rep->length &&
-         std::memcmp(charsOf(_rep), charsOf(other._rep), _rep->length * sizeof(char16_t)) == 0;
+  if (_rep->length != other._rep->length) return false;
+  if (_rep->length == 0) return true;
+  const char16_t* a = charsOf(_rep);
+  const char16_t* b = charsOf(other._rep);
+  return a[0] == b[0] && std::memcmp(a, b, _rep->length * sizeof(char16_t)) == 0;
 }
 
 std::size_t YString::hash() const noexcept {

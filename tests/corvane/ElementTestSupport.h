@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "YFoundation.h"
+#include "YIniComment.h"
+#include "YIniOption.h"
 
 /// Records failed preconditions instead of throwing, while installed.
 class RecordingAssertionHandler : public YAssertionHandler {
@@ -16,13 +19,14 @@ class RecordingAssertionHandler : public YAssertionHandler {
     std::string unit;
     int line;
     std::string description;
+    /// "unit:line:description", for one-line comparisons.
+    std::string text() const { return unit + ":" + std::to_string(line) + ":" + description; }
   };
-  void handleFailureInMethod(const char*, const YObject*, const char* unit, int line,
-                             const YString& description) override {
-    failures.push_back({unit, line, description.UTF8String()});
+  void handleFailureInMethod(const char* f, const YObject*, const char* unit, int line, const YString& d) override {
+    handleFailureInFunction(f, unit, line, d);
   }
-  void handleFailureInFunction(const char*, const char* unit, int line, const YString& description) override {
-    failures.push_back({unit, line, description.UTF8String()});
+  void handleFailureInFunction(const char*, const char* unit, int line, const YString& d) override {
+    failures.push_back({unit, line, d.UTF8String()});
   }
   std::vector<Failure> failures;
 };
@@ -52,21 +56,33 @@ class KeyObserver : public YObject {
   /// The boolean New value of the last notification.
   bool lastBool() const { return std::get<bool>(changes.back().newValue); }
   std::vector<YKeyValueChange> changes;
-
- private:
   YObject& _object;
   YString _key;
 };
 
 inline std::string utf8(const YString& s) { return s.isNull() ? std::string("<null>") : s.UTF8String(); }
+inline YString S(const char* s) { return s ? YString(s) : YString(); }
+/// An option; a null `value` makes an absent value.
+inline std::shared_ptr<YIniOption> opt(const char* name, const char* value = "v") {
+  return YIniOption::optionWithNameAndValue(S(name), S(value));
+}
+inline std::shared_ptr<YIniComment> cmt(const char* text) { return YIniComment::commentWithString(S(text)); }
+inline std::shared_ptr<YIniComment> lf() { return YIniComment::commentWithNewLine(); }
+/// `parent` after adding `children` in order.
+template <class T>
+std::shared_ptr<T> withChildren(std::shared_ptr<T> parent, const std::vector<std::shared_ptr<YIniElement>>& children) {
+  for (const auto& child : children) parent->addElement(child);
+  return parent;
+}
 
-/// Expects `statement` to fail the precondition `text` through the default handler.
-#define EXPECT_PRECONDITION(statement, text)                                                        \
-  do {                                                                                              \
-    try {                                                                                           \
-      statement;                                                                                    \
-      ADD_FAILURE() << "no precondition failure";                                                   \
-    } catch (const YInternalInconsistencyException& e) {                                            \
-      EXPECT_EQ(std::string(e.what()), std::string("Invalid parameter not satisfying: ") + (text)); \
-    }                                                                                               \
-  } while (0)
+/// The text of the precondition failure `act` raises through the default handler.
+inline std::string preconditionFailure(const std::function<void()>& act) {
+  try {
+    act();
+  } catch (const YInternalInconsistencyException& e) {
+    return e.what();
+  }
+  return "no precondition failure";
+}
+#define EXPECT_PRECONDITION(statement, text) \
+  EXPECT_EQ(preconditionFailure([&] { statement; }), std::string("Invalid parameter not satisfying: ") + (text))

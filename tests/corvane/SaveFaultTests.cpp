@@ -1,13 +1,8 @@
-// Saving when the file system says no: a folder without write permission, a
-// missing folder, a full or read-only volume, a file size limit, a target that
-// is a folder; and saving through symbolic links and over files with their
-// own modes. A failed save returns false with an error naming the path and the
-// cause, leaves the target as it was and no temporary file behind.
-//
-// Faults that need privileges or change process state (dropping root,
-// mounting a small tmpfs in a private mount namespace, a file size limit) run
-// in a forked child, which reports what it saw through a pipe.
-#include <fcntl.h>
+// Saving when the file system says no, and saving through links and over
+// files with their own modes. A failed save returns false with an error naming
+// the path and the cause, and leaves the target, its mode and the folder as
+// they were. Each fault is set up in a forked child (dropping root, a private
+// mount namespace, a file size limit) that reports what it saw through a pipe.
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -23,7 +18,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -36,64 +30,56 @@
 namespace {
 
 namespace fs = std::filesystem;
+constexpr uid_t kNobody = 65534;
+const std::string kOriginal = "[a]\nk=original\n";
 
-constexpr uid_t kUnprivileged = 65534;
-
-class TempDir {
- public:
-  TempDir() {
+struct TempDir {
+  std::string path = [] {
     std::string templ = (fs::temp_directory_path() / "corvane-save-XXXXXX").string();
     EXPECT_NE(::mkdtemp(templ.data()), nullptr);
-    _path = templ;
-    ::chmod(_path.c_str(), 0755);  // searchable by an unprivileged child
-  }
+    ::chmod(templ.c_str(), 0755);  // searchable by an unprivileged child
+    return templ;
+  }();
   ~TempDir() {
+    ::chmod(path.c_str(), 0755);
     std::error_code ec;
-    for (const auto& entry : fs::recursive_directory_iterator(_path, ec))
-      if (entry.is_directory(ec)) ::chmod(entry.path().c_str(), 0755);
-    ::chmod(_path.c_str(), 0755);
-    fs::remove_all(_path, ec);
+    fs::remove_all(path, ec);
   }
-  const std::string& path() const { return _path; }
-  std::string operator/(const std::string& name) const { return _path + "/" + name; }
-
- private:
-  std::string _path;
+  std::string operator/(const std::string& name) const { return path + "/" + name; }
 };
 
-void writeBytes(const std::string& path, const std::string& bytes, mode_t mode = 0644) {
+void writeBytes(const std::string& path, const std::string& bytes, mode_t mode) {
   std::ofstream(path, std::ios::binary) << bytes;
   ::chmod(path.c_str(), mode);
 }
 
-/// The bytes of a regular file (through links), or nothing.
-std::optional<std::string> readBytes(const std::string& path) {
+/// The bytes of a regular file (through links), or "(none)".
+std::string readBytes(const std::string& path) {
   std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) return std::nullopt;
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
+  if (!fs::is_regular_file(path, ec)) return "(none)";
   std::ostringstream buffer;
-  buffer << in.rdbuf();
+  buffer << std::ifstream(path, std::ios::binary).rdbuf();
   return buffer.str();
 }
 
-/// The folder's entries, sorted, joined by "/".
+/// The folder's entries, sorted, each followed by a space.
 std::string listing(const std::string& dir) {
   std::vector<std::string> names;
   std::error_code ec;
-  for (const auto& entry : fs::directory_iterator(dir, ec)) names.push_back(entry.path().filename().string());
+  for (const auto& entry : fs::directory_iterator(dir, ec)) names.push_back(entry.path().filename().string() + " ");
   std::sort(names.begin(), names.end());
   std::string out;
-  for (const auto& n : names) out += (out.empty() ? "" : "/") + n;
+  for (const auto& n : names) out += n;
   return out;
 }
 
-mode_t modeOf(const std::string& path) {
+/// The file's bytes and permission bits.
+std::string state(const std::string& path) {
   struct stat st{};
-  return ::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
+  return readBytes(path) + " mode " + std::to_string(::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0);
 }
 
-/// A document whose text is "[a]" LF "k=" + `size` letters + LF.
+/// A document whose value for a.k is `size` letters.
 std::shared_ptr<YIniDocument> documentOfSize(std::size_t size) {
   auto document = YIniDocument::documentFromStringFactory(YString(u"[a]\nk=v\n"),
                                                           YIniStandardElementFactory::standardFactory());
@@ -101,80 +87,27 @@ std::shared_ptr<YIniDocument> documentOfSize(std::size_t size) {
   return document;
 }
 
-const std::string kOriginal = "[a]\nk=original\n";
-
-/// What a save returned and what it left behind.
-struct Outcome {
-  bool result = false;
-  std::int64_t code = 0;
-  int err = 0;
-  std::string description;
-  std::optional<std::string> target;  // the target's bytes afterwards
-  std::string listing;                // the folder's entries afterwards
-  std::string skip;                   // why a child could not set up its fault
-};
-
-using Fields = std::vector<std::string>;
-
-Fields encode(const Outcome& o) {
-  return {o.result ? "1" : "0", std::to_string(o.code), std::to_string(o.err), o.description,
-          o.target ? "1" + *o.target : "0", o.listing, o.skip};
-}
-
-Outcome decode(const Fields& f) {
-  Outcome o;
-  if (f.size() != 7) {
-    o.skip = "child reported nothing";
-    return o;
-  }
-  o.result = f[0] == "1";
-  o.code = std::stoll(f[1]);
-  o.err = std::stoi(f[2]);
-  o.description = f[3];
-  if (f[4][0] == '1') o.target = f[4].substr(1);
-  o.listing = f[5];
-  o.skip = f[6];
-  return o;
-}
-
-Outcome skipped(const std::string& why) {
-  Outcome o;
-  o.skip = why + ": " + std::strerror(errno);
-  return o;
-}
-
-Outcome save(const std::shared_ptr<YIniDocument>& document, const std::string& target, bool atomically,
-             const std::string& folder) {
-  Outcome o;
+/// Saves and returns the error's description, or "" on success.
+std::string save(const std::shared_ptr<YIniDocument>& document, const std::string& target, bool atomically,
+                 std::int64_t* code = nullptr, int* err = nullptr) {
   std::shared_ptr<YError> error;
-  o.result = document->writeToFileAtomicallyEncodingError(YString(target), atomically, YUTF8StringEncoding, &error);
-  if (error) {
-    o.code = error->code();
-    o.err = error->underlyingErrno();
-    o.description = error->localizedDescription().UTF8String();
-  }
-  o.target = readBytes(target);
-  o.listing = listing(folder);
-  return o;
+  if (document->writeToFileAtomicallyEncodingError(YString(target), atomically, YUTF8StringEncoding, &error))
+    return "";
+  if (code) *code = error->code();
+  if (err) *err = error->underlyingErrno();
+  return error->localizedDescription().UTF8String();
 }
 
-/// Runs `body` in a forked child and returns the outcome it reported.
-Outcome inChild(const std::function<Outcome()>& body) {
+/// Runs `body` in a forked child and returns the text lines it reported.
+std::vector<std::string> inChild(const std::function<std::vector<std::string>()>& body) {
   int fds[2];
-  if (::pipe(fds) != 0) return skipped("pipe");
+  if (::pipe(fds) != 0) return {"pipe failed"};
   std::fflush(nullptr);
   pid_t child = ::fork();
-  if (child < 0) return skipped("fork");
   if (child == 0) {
     ::close(fds[0]);
-    Outcome o;
-    try {
-      o = body();
-    } catch (const std::exception& e) {
-      o.skip = std::string("exception: ") + e.what();
-    }
     std::string out;
-    for (const std::string& field : encode(o)) out += std::to_string(field.size()) + ":" + field;
+    for (const std::string& line : body()) out += line + '\0';
     for (std::size_t done = 0; done < out.size();) {
       ssize_t n = ::write(fds[1], out.data() + done, out.size() - done);
       if (n <= 0) break;
@@ -187,175 +120,119 @@ Outcome inChild(const std::function<Outcome()>& body) {
   char buffer[4096];
   for (ssize_t n; (n = ::read(fds[0], buffer, sizeof buffer)) > 0;) in.append(buffer, static_cast<std::size_t>(n));
   ::close(fds[0]);
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  Fields fields;
-  for (std::size_t pos = 0; pos < in.size();) {
-    std::size_t colon = in.find(':', pos);
-    if (colon == std::string::npos) break;
-    std::size_t length = std::stoul(in.substr(pos, colon - pos));
-    fields.push_back(in.substr(colon + 1, length));
-    pos = colon + 1 + length;
-  }
-  return decode(fields);
+  if (child > 0) ::waitpid(child, nullptr, 0);
+  std::vector<std::string> lines;
+  for (std::size_t pos = 0, end; (end = in.find('\0', pos)) != std::string::npos; pos = end + 1)
+    lines.push_back(in.substr(pos, end - pos));
+  return lines;
 }
 
-/// Drops root to an unprivileged user (no capabilities left), so that
-/// permission bits apply. Call in a child only.
-bool dropPrivileges() {
-  return ::setgroups(0, nullptr) == 0 && ::setresgid(kUnprivileged, kUnprivileged, kUnprivileged) == 0 &&
-         ::setresuid(kUnprivileged, kUnprivileged, kUnprivileged) == 0 && ::geteuid() == kUnprivileged;
+std::string failed(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
+
+/// Mounts a 64 KiB tmpfs on `dir` in a private mount namespace, so the mount dies with the child.
+std::string mountSmallTmpfs(const std::string& dir) {
+  if (::unshare(CLONE_NEWNS) != 0) return failed("unshare");
+  if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return failed("private mounts");
+  if (::mount("corvane-test", dir.c_str(), "tmpfs", 0, "size=64k,mode=0755") != 0) return failed("tmpfs");
+  return "";
 }
 
-/// The checks every failed save must pass.
-void expectCleanFailure(const Outcome& o, std::int64_t code, int err, const std::string& target,
-                        const std::optional<std::string>& targetBefore, const std::string& listingBefore) {
-  EXPECT_FALSE(o.result);
-  EXPECT_EQ(o.code, code) << o.description;
-  EXPECT_EQ(o.err, err) << o.description;
-  EXPECT_NE(o.description.find(std::strerror(err)), std::string::npos) << o.description;
-  EXPECT_NE(o.description.find(target), std::string::npos) << o.description;
-  EXPECT_EQ(o.target, targetBefore) << "the target changed";
-  EXPECT_EQ(o.listing, listingBefore) << "a temporary file was left behind";
-}
-
-// ---- failures -------------------------------------------------------------------
-
-TEST(SaveFaultTest, FolderWithoutWritePermission) {
-  for (bool atomically : {true, false}) {
-    for (bool exists : {true, false}) {
-      SCOPED_TRACE(std::string(atomically ? "atomic" : "plain") + (exists ? ", existing target" : ", new target"));
+TEST(SaveFaultTest, FailedSaveLeavesEverythingAsItWas) {
+  using Setup = std::function<std::string(const std::string& dir)>;  // "" or why the fault is unavailable
+  const Setup none = [](const std::string&) { return ""; };
+  const Setup readOnlyFolder = [](const std::string& dir) {
+    ::chmod(dir.c_str(), 0555);  // and root ignores permission bits: save as nobody
+    ::chmod((dir + "/settings.ini").c_str(), 0644);
+    if (::geteuid() == 0 && (::setgroups(0, nullptr) != 0 || ::setresgid(kNobody, kNobody, kNobody) != 0 ||
+                             ::setresuid(kNobody, kNobody, kNobody) != 0))
+      return failed("dropping privileges");
+    return std::string();
+  };
+  struct Case {
+    const char* name;
+    Setup setup;
+    const char* file;
+    bool exists;
+    std::int64_t code;
+    int err;
+  } cases[] = {
+      {"folder without write permission", readOnlyFolder, "settings.ini", true, YFileWriteNoPermissionError, EACCES},
+      {"new file in such a folder", readOnlyFolder, "settings.ini", false, YFileWriteNoPermissionError, EACCES},
+      {"missing folder", none, "missing/settings.ini", false, YFileNoSuchFileError, ENOENT},
+      // The atomic save writes its temporary file and fails to rename it: it must go again.
+      {"target that is a folder",
+       [](const std::string& d) { return fs::create_directory(d + "/t.ini") ? "" : "mkdir"; },
+       "t.ini", false, YFileWriteUnknownError, EISDIR},
+      {"full volume", mountSmallTmpfs, "settings.ini", true, YFileWriteOutOfSpaceError, ENOSPC},
+      {"read-only volume",
+       [](const std::string& dir) {
+         std::string why = mountSmallTmpfs(dir);
+         if (!why.empty()) return why;
+         writeBytes(dir + "/settings.ini", kOriginal, 0600);
+         return ::mount(nullptr, dir.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) ? failed("remount") : "";
+       },
+       "settings.ini", true, YFileWriteVolumeReadOnlyError, EROFS},
+      // Needs no privileges: writes beyond RLIMIT_FSIZE fail with EFBIG midway.
+      {"file size limit",
+       [](const std::string&) {
+         std::signal(SIGXFSZ, SIG_IGN);
+         rlimit limit{64 * 1024, 64 * 1024};
+         return ::setrlimit(RLIMIT_FSIZE, &limit) ? failed("setrlimit") : "";
+       },
+       "settings.ini", true, YFileWriteUnknownError, EFBIG},
+  };
+  auto document = documentOfSize(1 << 20);  // far more than the small volume holds
+  std::string unavailable;
+  for (const Case& c : cases) {
+    for (bool atomically : {true, false}) {
+      if (!atomically && (c.err == ENOSPC || c.err == EFBIG)) continue;  // a plain write fails midway
+      SCOPED_TRACE(std::string(c.name) + (atomically ? ", atomic" : ", plain"));
       TempDir dir;
-      const std::string target = dir / "settings.ini";
-      if (exists) writeBytes(target, kOriginal);
-      ::chmod(dir.path().c_str(), 0555);
-      const std::string before = listing(dir.path());
-      auto document = documentOfSize(16);
-      Outcome o;
-      if (::geteuid() == 0) {
-        // Root ignores permission bits: save as an unprivileged user instead.
-        o = inChild([&] {
-          if (!dropPrivileges()) return skipped("dropping privileges");
-          return save(document, target, atomically, dir.path());
-        });
-      } else {
-        o = save(document, target, atomically, dir.path());
+      const std::string target = dir / c.file;
+      auto report = inChild([&]() -> std::vector<std::string> {
+        if (c.exists) writeBytes(target, kOriginal, 0600);
+        if (std::string why = c.setup(dir.path); !why.empty()) return {why};
+        const std::string before = listing(dir.path), targetBefore = state(target);
+        std::int64_t code = 0;
+        int err = 0;
+        std::string description = save(document, target, atomically, &code, &err);
+        return {"", std::to_string(code), std::to_string(err), description,
+                state(target) == targetBefore ? "kept" : targetBefore + " -> " + state(target),
+                listing(dir.path) == before ? "kept" : before + " -> " + listing(dir.path)};
+      });
+      ASSERT_FALSE(report.empty());
+      if (!report[0].empty()) {
+        unavailable += std::string(c.name) + " (" + report[0] + ") ";
+        continue;
       }
-      if (!o.skip.empty()) GTEST_SKIP() << o.skip;
-      expectCleanFailure(o, YFileWriteNoPermissionError, EACCES, target,
-                         exists ? std::optional<std::string>(kOriginal) : std::nullopt, before);
+      ASSERT_EQ(report.size(), 6u);
+      EXPECT_EQ(report[1], std::to_string(c.code)) << report[3];
+      EXPECT_EQ(report[2], std::to_string(c.err)) << report[3];
+      EXPECT_NE(report[3].find(std::strerror(c.err)), std::string::npos) << report[3];
+      EXPECT_NE(report[3].find(target), std::string::npos) << report[3];
+      EXPECT_EQ(report[4], "kept");
+      EXPECT_EQ(report[5], "kept") << "a temporary file was left behind";
     }
   }
-}
-
-TEST(SaveFaultTest, FolderThatDoesNotExist) {
-  for (bool atomically : {true, false}) {
-    TempDir dir;
-    const std::string target = dir / "missing/settings.ini";
-    Outcome o = save(documentOfSize(16), target, atomically, dir.path());
-    expectCleanFailure(o, YFileNoSuchFileError, ENOENT, target, std::nullopt, "");
-  }
-}
-
-TEST(SaveFaultTest, TargetThatIsAFolder) {
-  // The atomic save writes its temporary file completely and then fails to
-  // rename it over the folder: the temporary file must go again.
-  for (bool atomically : {true, false}) {
-    TempDir dir;
-    const std::string target = dir / "settings.ini";
-    fs::create_directory(target);
-    Outcome o = save(documentOfSize(16), target, atomically, dir.path());
-    expectCleanFailure(o, YFileWriteUnknownError, EISDIR, target, std::nullopt, "settings.ini");
-  }
-}
-
-/// Runs `body` in a child with a 64 KiB tmpfs mounted on `dir` in a mount
-/// namespace of its own, so the mount never outlives the child.
-Outcome onSmallTmpfs(const TempDir& dir, const std::function<Outcome()>& body) {
-  return inChild([&] {
-    if (::unshare(CLONE_NEWNS) != 0) return skipped("unshare");
-    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return skipped("private mounts");
-    if (::mount("corvane-test", dir.path().c_str(), "tmpfs", 0, "size=64k,mode=0755") != 0)
-      return skipped("mounting tmpfs");
-    return body();
-  });
-}
-
-TEST(SaveFaultTest, FullFileSystemKeepsTargetAndLeavesNoTemporaryFile) {
-  TempDir dir;
-  const std::string target = dir / "settings.ini";
-  auto document = documentOfSize(1 << 20);  // far more than the volume holds
-  Outcome o = onSmallTmpfs(dir, [&] {
-    writeBytes(target, kOriginal, 0600);
-    Outcome result = save(document, target, true, dir.path());
-    if (modeOf(target) != 0600) result.description += " [mode changed]";
-    return result;
-  });
-  if (!o.skip.empty()) GTEST_SKIP() << o.skip;
-  expectCleanFailure(o, YFileWriteOutOfSpaceError, ENOSPC, target, kOriginal, "settings.ini");
-  EXPECT_EQ(o.description.find("[mode changed]"), std::string::npos);
-}
-
-TEST(SaveFaultTest, ReadOnlyVolume) {
-  for (bool atomically : {true, false}) {
-    TempDir dir;
-    const std::string target = dir / "settings.ini";
-    auto document = documentOfSize(16);
-    Outcome o = onSmallTmpfs(dir, [&] {
-      writeBytes(target, kOriginal);
-      if (::mount(nullptr, dir.path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0)
-        return skipped("remounting read-only");
-      return save(document, target, atomically, dir.path());
-    });
-    if (!o.skip.empty()) GTEST_SKIP() << o.skip;
-    expectCleanFailure(o, YFileWriteVolumeReadOnlyError, EROFS, target, kOriginal, "settings.ini");
-  }
-}
-
-TEST(SaveFaultTest, FileSizeLimitFailsTheTemporaryFileMidway) {
-  // Works without mount privileges: writes beyond RLIMIT_FSIZE fail with
-  // EFBIG, the same failure path as a full volume.
-  TempDir dir;
-  const std::string target = dir / "settings.ini";
-  writeBytes(target, kOriginal, 0600);
-  auto document = documentOfSize(1 << 20);
-  Outcome o = inChild([&] {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{64 * 1024, 64 * 1024};
-    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return skipped("setrlimit");
-    return save(document, target, true, dir.path());
-  });
-  ASSERT_TRUE(o.skip.empty()) << o.skip;
-  expectCleanFailure(o, YFileWriteUnknownError, EFBIG, target, kOriginal, "settings.ini");
-  EXPECT_EQ(modeOf(target), 0600u);
+  if (!unavailable.empty()) GTEST_SKIP() << "not set up: " << unavailable;
 }
 
 TEST(SaveFaultTest, DeviceWithoutSpaceFailsAPlainWrite) {
   if (::access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
-  std::shared_ptr<YError> error;
-  EXPECT_FALSE(documentOfSize(1 << 16)->writeToFileAtomicallyEncodingError(YString(u"/dev/full"), false,
-                                                                           YUTF8StringEncoding, &error));
-  ASSERT_NE(error, nullptr);
-  EXPECT_EQ(error->code(), YFileWriteOutOfSpaceError);
-  EXPECT_EQ(error->underlyingErrno(), ENOSPC);
-  EXPECT_EQ(error->localizedDescription().UTF8String(), "Cannot write file '/dev/full': No space left on device");
+  std::int64_t code = 0;
+  EXPECT_EQ(save(documentOfSize(1 << 16), "/dev/full", false, &code),
+            "Cannot write file '/dev/full': No space left on device");
+  EXPECT_EQ(code, YFileWriteOutOfSpaceError);
 }
-
-// ---- links and modes --------------------------------------------------------------
 
 TEST(SaveFaultTest, SymbolicLinkStaysALinkAndItsFileChanges) {
   struct Case {
     const char* name;
-    bool absolute;      // link to a file in another folder by absolute path
-    bool chained;       // link to a link to the file
-    bool fileExists;    // false: a dangling link, saving creates its file
-  };
-  const Case cases[] = {
-      {"relative", false, false, true},
-      {"absolute, other folder", true, false, true},
-      {"chain of two links", false, true, true},
-      {"dangling", false, false, false},
-  };
+    bool absolute, chained, fileExists;  // other folder by absolute path; link to a link; not dangling
+  } cases[] = {{"relative", false, false, true},
+               {"absolute, other folder", true, false, true},
+               {"chain of two links", false, true, true},
+               {"dangling", false, false, false}};
   auto document = documentOfSize(16);
   const std::string expected = document->stringValue().UTF8String();
   for (const Case& c : cases) {
@@ -364,73 +241,36 @@ TEST(SaveFaultTest, SymbolicLinkStaysALinkAndItsFileChanges) {
       TempDir dir, other;
       const std::string file = c.absolute ? other / "real.ini" : dir / "real.ini";
       if (c.fileExists) writeBytes(file, kOriginal, 0640);
-      const std::string linkText = c.absolute ? file : "real.ini";
-      const std::string link = dir / "settings.ini";
-      if (c.chained) {
-        ASSERT_EQ(::symlink(linkText.c_str(), (dir / "middle.ini").c_str()), 0);
-        ASSERT_EQ(::symlink("middle.ini", link.c_str()), 0);
-      } else {
-        ASSERT_EQ(::symlink(linkText.c_str(), link.c_str()), 0);
-      }
-      const std::string dirAfter = c.fileExists || c.absolute ? listing(dir.path()) : "real.ini/settings.ini";
-      const std::string otherAfter = c.absolute ? "real.ini" : "";
-
-      std::shared_ptr<YError> error;
-      EXPECT_TRUE(document->writeToFileAtomicallyEncodingError(YString(link), atomically, YUTF8StringEncoding, &error))
-          << (error ? error->description().UTF8String() : "");
-
-      struct stat st{};
-      ASSERT_EQ(::lstat(link.c_str(), &st), 0);
-      EXPECT_TRUE(S_ISLNK(st.st_mode));
+      const std::string linkText = c.absolute ? file : "real.ini", link = dir / "settings.ini";
+      ASSERT_EQ(c.chained ? ::symlink(linkText.c_str(), (dir / "middle.ini").c_str()) : 0, 0);
+      ASSERT_EQ(::symlink(c.chained ? "middle.ini" : linkText.c_str(), link.c_str()), 0);
+      const std::string dirBefore = listing(dir.path), otherBefore = listing(other.path);
+      EXPECT_EQ(save(document, link, atomically), "");
+      EXPECT_TRUE(fs::is_symlink(link));
       EXPECT_EQ(fs::read_symlink(link).string(), c.chained ? "middle.ini" : linkText);
       EXPECT_EQ(readBytes(file), expected);
-      if (c.fileExists) {
-        EXPECT_EQ(modeOf(file), 0640u);
-      }
-      EXPECT_EQ(listing(dir.path()), dirAfter);
-      EXPECT_EQ(listing(other.path()), otherAfter);
+      EXPECT_EQ(listing(dir.path) + listing(other.path),
+                c.fileExists ? dirBefore + otherBefore : "real.ini settings.ini ");
     }
   }
 }
 
 TEST(SaveFaultTest, AtomicSaveKeepsModeAndOwner) {
+  // The longest file name: the temporary file's name must fit the folder too.
+  const std::string name(255, 'n');
   auto document = documentOfSize(16);
-  const std::string expected = document->stringValue().UTF8String();
   for (mode_t mode : {0600, 0640, 0604, 0755, 0400}) {
     SCOPED_TRACE(mode);
     TempDir dir;
-    const std::string target = dir / "settings.ini";
-    writeBytes(target, kOriginal, mode);
-    const bool root = ::geteuid() == 0;
-    if (root) {
-      ASSERT_EQ(::chown(target.c_str(), kUnprivileged, kUnprivileged), 0);
-    }
-    std::shared_ptr<YError> error;
-    EXPECT_TRUE(document->writeToFileAtomicallyEncodingError(YString(target), true, YUTF8StringEncoding, &error))
-        << (error ? error->description().UTF8String() : "");
-    EXPECT_EQ(readBytes(target), expected);
-    EXPECT_EQ(modeOf(target), mode);
+    writeBytes(dir / name, kOriginal, mode);
+    const uid_t owner = ::geteuid() == 0 ? kNobody : ::geteuid();
+    ASSERT_EQ(::chown((dir / name).c_str(), owner, static_cast<gid_t>(-1)), 0);
+    EXPECT_EQ(save(document, dir / name, true), "");
+    EXPECT_EQ(state(dir / name), document->stringValue().UTF8String() + " mode " + std::to_string(mode));
+    EXPECT_EQ(listing(dir.path), name + " ");
     struct stat st{};
-    ASSERT_EQ(::stat(target.c_str(), &st), 0);
-    if (root) {
-      EXPECT_EQ(st.st_uid, kUnprivileged);
-    }
-    EXPECT_EQ(listing(dir.path()), "settings.ini");
+    EXPECT_TRUE(::stat((dir / name).c_str(), &st) == 0 && st.st_uid == owner);
   }
-}
-
-TEST(SaveFaultTest, AtomicSaveOfTheLongestFileName) {
-  // The temporary file's name must fit the folder too.
-  TempDir dir;
-  const std::string name(255, 'n');
-  const std::string target = dir / name;
-  writeBytes(target, kOriginal);
-  auto document = documentOfSize(16);
-  std::shared_ptr<YError> error;
-  EXPECT_TRUE(document->writeToFileAtomicallyEncodingError(YString(target), true, YUTF8StringEncoding, &error))
-      << (error ? error->description().UTF8String() : "");
-  EXPECT_EQ(readBytes(target), document->stringValue().UTF8String());
-  EXPECT_EQ(listing(dir.path()), name);
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -25,23 +24,16 @@ namespace clitest {
 
 struct Run {
   int exitCode = -1;
-  std::string out;
-  std::string err;
+  std::string out, err;
 };
 
 inline std::string readBytes(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
   std::ostringstream content;
-  content << in.rdbuf();
+  content << std::ifstream(path, std::ios::binary).rdbuf();
   return content.str();
 }
 
-inline void writeBytes(const std::filesystem::path& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << bytes;
-}
-
-/// A fresh folder under the system's temporary folder, removed with its content.
+/// A fresh temporary folder, removed with its content.
 class TempFolder {
  public:
   TempFolder() {
@@ -56,11 +48,11 @@ class TempFolder {
   TempFolder(const TempFolder&) = delete;
   TempFolder& operator=(const TempFolder&) = delete;
 
-  std::filesystem::path path(const std::string& name) const { return _path / name; }
-  /// Writes `bytes` to `name` and returns the file's path as a string.
+  std::string path(const std::string& name) const { return (_path / name).string(); }
+  /// Writes `bytes` to `name` and returns the file's path.
   std::string file(const std::string& name, const std::string& bytes) const {
-    writeBytes(path(name), bytes);
-    return path(name).string();
+    std::ofstream(_path / name, std::ios::binary | std::ios::trunc) << bytes;
+    return path(name);
   }
 
  private:
@@ -68,16 +60,15 @@ class TempFolder {
 };
 
 /// Runs corvane with `arguments`; standard input is empty.
-inline Run runTool(const std::vector<std::string>& arguments) {
+inline Run runTool(std::vector<std::string> argv) {
   TempFolder captures;
-  const std::string outPath = captures.path("out").string(), errPath = captures.path("err").string();
+  const std::string outPath = captures.path("out"), errPath = captures.path("err");
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  std::vector<std::string> argv{CORVANE_TOOL};
-  argv.insert(argv.end(), arguments.begin(), arguments.end());
+  argv.insert(argv.begin(), CORVANE_TOOL);
   std::vector<char*> raw;
   for (auto& a : argv) raw.push_back(a.data());
   raw.push_back(nullptr);
@@ -94,21 +85,13 @@ inline Run runTool(const std::vector<std::string>& arguments) {
   return run;
 }
 
-/// UTF-8 text (BMP characters) as UTF-16 bytes, little-endian with a
-/// byte-order mark unless `bigEndian`.
+/// UTF-8 text (Latin-1 characters) as UTF-16 bytes with a byte-order mark.
 inline std::string utf16(const std::string& utf8, bool bigEndian = false) {
-  std::string out = bigEndian ? std::string("\xFE\xFF") : std::string("\xFF\xFE");
-  for (std::size_t i = 0; i < utf8.size();) {
-    unsigned char c = static_cast<unsigned char>(utf8[i]);
-    unsigned unit = c;
-    std::size_t length = c < 0x80 ? 1 : c < 0xE0 ? 2 : 3;
-    if (length == 2) unit = ((c & 0x1Fu) << 6) | (static_cast<unsigned char>(utf8[i + 1]) & 0x3Fu);
-    if (length == 3)
-      unit = ((c & 0x0Fu) << 12) | ((static_cast<unsigned char>(utf8[i + 1]) & 0x3Fu) << 6) |
-             (static_cast<unsigned char>(utf8[i + 2]) & 0x3Fu);
-    char hi = static_cast<char>(unit >> 8), lo = static_cast<char>(unit & 0xFF);
-    out += bigEndian ? std::string{hi, lo} : std::string{lo, hi};
-    i += length;
+  std::string out = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
+  for (std::size_t i = 0; i < utf8.size(); ++i) {
+    auto c = static_cast<unsigned char>(utf8[i]);
+    char unit = static_cast<char>(c < 0x80 ? c : (c & 0x1F) << 6 | (static_cast<unsigned char>(utf8[++i]) & 0x3F));
+    out += bigEndian ? std::string{'\0', unit} : std::string{unit, '\0'};
   }
   return out;
 }
@@ -116,8 +99,14 @@ inline std::string utf16(const std::string& utf8, bool bigEndian = false) {
 /// `text` with every LF turned into CR LF.
 inline std::string crlf(const std::string& text) {
   std::string out;
-  for (char c : text) out += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  for (char c : text) out += c == '\n' ? "\r\n" : std::string(1, c);
   return out;
+}
+
+/// True when `text` contains `part`; gtest prints `text` on failure.
+inline ::testing::AssertionResult has(const std::string& text, const std::string& part) {
+  if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "\"" << part << "\" not in:\n" << text;
 }
 
 }  // namespace clitest
