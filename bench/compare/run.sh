@@ -44,19 +44,9 @@ done
 work=${work:-$build/bench-compare}
 
 # ---- peers: install the Debian packages when missing ----------------------
-packages=(pkg-config libglib2.0-dev libsimpleini-dev libinih-dev)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if ((${#missing[@]})) && ((install)); then
-  if [[ $(id -u) -eq 0 ]] && command -v apt-get >/dev/null; then
-    echo "installing ${missing[*]}" >&2
-    apt-get update -qq >&2
-    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >&2
-  else
-    echo "missing ${missing[*]} (not root: those peers are skipped)" >&2
-  fi
+if ((install)); then
+  "$root/scripts/install-deps.sh" libglib2.0-dev libsimpleini-dev libinih-dev >&2 \
+    || echo "could not install the peers: missing ones are skipped" >&2
 fi
 
 # ---- build ------------------------------------------------------------------

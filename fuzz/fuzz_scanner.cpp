@@ -1,0 +1,63 @@
+// Scans arbitrary UTF-16 text with the eight INI rules and checks the token
+// stream: the tokens tile the text (each starts where the previous one ended,
+// the last ends at the text's end), so positions ascend; every token has a
+// class and a positive length; every subtoken lies within its token.
+//
+// The text is made from the bytes so that ASCII stays dense (the rules only
+// look at "#", "[", "]", "=", spaces, CR and LF) while any code unit, lone
+// surrogates included, stays reachable: a byte below 0xFF is the code unit of
+// the same value, and 0xFF takes the next two bytes as one big-endian unit.
+#include <exception>
+#include <string>
+
+#include "FuzzSupport.h"
+#include "ScannerTestSupport.h"
+
+using fuzzsupport::fail;
+
+namespace {
+
+std::u16string textFrom(const std::uint8_t* data, std::size_t size) {
+  std::u16string text;
+  text.reserve(size);
+  for (std::size_t i = 0; i < size; ++i) {
+    if (data[i] != 0xFF) {
+      text.push_back(static_cast<char16_t>(data[i]));
+    } else if (i + 2 < size) {
+      text.push_back(static_cast<char16_t>((data[i + 1] << 8) | data[i + 2]));
+      i += 2;
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const scannertest::IniRules rules;
+  const std::u16string units = textFrom(data, size);
+  const YString text(units);
+  const auto end = static_cast<std::int64_t>(units.size());
+  try {
+    auto scanner = scannertest::scannerFor(text, rules.rules);
+    std::int64_t expected = 0;
+    while (auto token = scanner->nextToken()) {
+      if (!token->tokenClass()) fail("a token without a class");
+      if (token->position() != expected) fail("a token does not start where the previous one ended");
+      if (token->length() <= 0) fail("a token without text");
+      expected = static_cast<std::int64_t>(token->position()) + token->length();
+      if (expected > end) fail("a token runs past the end of the text");
+      for (const auto& sub : *token->subtokens()) {
+        if (!sub->tokenClass()) fail("a subtoken without a class");
+        if (sub->position() < 0 || sub->length() < 0 ||
+            static_cast<std::int64_t>(sub->position()) + sub->length() > token->length())
+          fail("a subtoken outside its token");
+      }
+    }
+    if (expected != end) fail("the tokens stop before the end of the text");
+    if (scanner->nextToken()) fail("a token after the end of the text");
+  } catch (const std::exception& e) {
+    fail("exception while scanning", YString::stringWithFormat("%s", e.what()));
+  }
+  return 0;
+}
