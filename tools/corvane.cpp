@@ -204,10 +204,15 @@ void refuseUnreadableEdit(YIniDocument& edited, const YString& sectionName, cons
                                  "line of a value must be indented)"};
 }
 
-int runSet(const CommandLine& line) {
+// The file an editing verb works on, after checking its --encoding.
+LoadedFile loadForEdit(const CommandLine& line) {
   if (line.encoding && !textEncodingNamed(*line.encoding))
     throw Failure{kUsageError, "unknown or unsupported encoding '" + *line.encoding + "'"};
-  LoadedFile loaded = load(line.operands[0]);
+  return load(line.operands[0]);
+}
+
+int runSet(const CommandLine& line) {
+  LoadedFile loaded = loadForEdit(line);
   YIniDocument& document = *loaded.document;
   const YString base = document.stringValue();
   const YString sectionName = argumentString(line.operands[1]);
@@ -231,9 +236,7 @@ int runSet(const CommandLine& line) {
 }
 
 int runDel(const CommandLine& line) {
-  if (line.encoding && !textEncodingNamed(*line.encoding))
-    throw Failure{kUsageError, "unknown or unsupported encoding '" + *line.encoding + "'"};
-  LoadedFile loaded = load(line.operands[0]);
+  LoadedFile loaded = loadForEdit(line);
   YIniDocument& document = *loaded.document;
   const YString base = document.stringValue();
   auto section = sectionOrFail(loaded, line.operands[1]);
