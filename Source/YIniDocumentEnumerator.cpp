@@ -35,6 +35,9 @@ const YString kFragmentGroup(u"option_value_fragment");
 const YString kFragmentTerminatingGroup(u"option_value_fragment-terminating");
 const YString kCommentOpenSequence(u"#");
 const YString kContinuationJoint(u"\n ");
+const YString kLineFeed(u"\n");
+const YString kCarriageReturnLineFeed(u"\r\n");
+const YString kEmpty(u"");
 
 // The piece [start, start + length) of `text` without leading and trailing
 // members of the first set and then of the second (which may be null), cut
@@ -108,75 +111,82 @@ YString YIniDocumentEnumerator::extractStringStartLength(const YString& string, 
       .stringByTrimmingCharactersInSet(YCharacterSet::whitespaceCharacterSet());
 }
 
-YString YIniDocumentEnumerator::tokenText(const YToken& token) const {
-  return _documentString.substringWithRange(static_cast<std::size_t>(token.position()),
-                                            static_cast<std::size_t>(token.length()));
+YString YIniDocumentEnumerator::tokenText(const YTokenMatch& token) const {
+  const std::u16string_view text = _documentString.view();
+  // Blank lines are the most common comment: they share one string each.
+  if (token.length == 1 && static_cast<std::size_t>(token.position) < text.size() && text[token.position] == u'\n')
+    return kLineFeed;
+  if (token.length == 2 && static_cast<std::size_t>(token.position) + 1 < text.size() &&
+      text[token.position] == u'\r' && text[token.position + 1] == u'\n')
+    return kCarriageReturnLineFeed;
+  return _documentString.substringWithRange(static_cast<std::size_t>(token.position),
+                                            static_cast<std::size_t>(token.length));
 }
 
-bool YIniDocumentEnumerator::isFragment(const YToken* token) const noexcept {
-  if (!token) return false;
-  const YTokenClass* c = token->tokenClass().get();
-  return c == _optionFragmentLiteral.get() || c == _optionFragmentLiteralTerminating.get();
+bool YIniDocumentEnumerator::isFragment(const YTokenMatch& token) const noexcept {
+  return token.tokenClass == _optionFragmentLiteral.get() || token.tokenClass == _optionFragmentLiteralTerminating.get();
 }
 
-std::shared_ptr<YToken> YIniDocumentEnumerator::takeToken() {
-  if (_activeToken) return std::exchange(_activeToken, nullptr);
-  return _scanner ? _scanner->nextToken() : nullptr;
+bool YIniDocumentEnumerator::takeToken(YTokenMatch& token) {
+  if (_hasActiveToken) {
+    _hasActiveToken = false;
+    std::swap(token, _activeToken);
+    return true;
+  }
+  return _scanner && _scanner->nextMatch(token);
 }
 
 std::shared_ptr<YIniElement> YIniDocumentEnumerator::nextObject() {
   // Options before the first section are dropped; a loop (not a nested call
   // per option) keeps any number of them off the stack.
   for (;;) {
-    std::shared_ptr<YToken> token = takeToken();
-    if (!token) return nullptr;
-    const YTokenClass* c = token->tokenClass().get();
-    if (c == _sectionLiteral.get()) return sectionFromToken(*token);
+    if (!takeToken(_token)) return nullptr;
+    const YTokenClass* c = _token.tokenClass;
+    if (c == _sectionLiteral.get()) return sectionFromToken(_token);
     if (c == _optionLiteral.get() || c == _optionLiteralTerminating.get()) {
       if (!_activeSection) continue;
-      return optionFromToken(*token);
+      return optionFromToken(_token);
     }
     if (c == _commentLiteral.get() || c == _singleNewLineLiteral.get())
-      return _factory->commentWithString(tokenText(*token));
+      return _factory->commentWithString(tokenText(_token));
     if (c == _unknownLiteral.get()) {
-      YLog("Unrecognized text sequence %@", tokenText(*token));
-      return _factory->commentWithString(YString(u""));
+      YLog("Unrecognized text sequence %@", tokenText(_token));
+      return _factory->commentWithString(kEmpty);
     }
     return nullptr;
   }
 }
 
-std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken(const YToken& token) {
-  const auto& subtokens = token.subtokens();
-  const YToken& nameToken = *subtokens->objectAtIndex(0);
-  YString name = trimmedPiece(_documentString, token.position() + nameToken.position(), nameToken.length(),
+std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken(const YTokenMatch& token) {
+  const YTokenMatch::Subtoken& nameToken = token.subtokens.at(0);
+  YString name = trimmedPiece(_documentString, token.position + nameToken.position, nameToken.length,
                               YCharacterSet::whitespaceCharacterSet());
   std::shared_ptr<YIniSection> section = _factory->sectionWithName(name);
   _activeSection = section;
   return section;
 }
 
-std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken(const YToken& token) {
-  const auto& subtokens = token.subtokens();
-  const std::int32_t base = token.position();
-  const YToken& keyToken = *subtokens->objectAtIndex(0);
+std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken(const YTokenMatch& token) {
+  const std::int32_t base = token.position;
+  const YTokenMatch::Subtoken& keyToken = token.subtokens.at(0);
   const YCharacterSet whitespace = YCharacterSet::whitespaceCharacterSet();
-  YString name = trimmedPiece(_documentString, base + keyToken.position(), keyToken.length(), whitespace);
+  YString name = trimmedPiece(_documentString, base + keyToken.position, keyToken.length, whitespace);
   YString value;
-  if (subtokens->count() == 2) {
-    const YToken& valueToken = *subtokens->objectAtIndex(1);
+  if (token.subtokens.size() == 2) {
+    const YTokenMatch::Subtoken& valueToken = token.subtokens[1];
     const YCharacterSet newlines = YCharacterSet::whitespaceAndNewlineCharacterSet();
     // Trimmed of spaces and tabs, then of line ends too.
-    value = trimmedPiece(_documentString, base + valueToken.position(), valueToken.length(), whitespace, newlines);
+    value = trimmedPiece(_documentString, base + valueToken.position, valueToken.length, whitespace, newlines);
     YString joined;  // built only when continuation lines follow
-    std::shared_ptr<YToken> next = _scanner->nextToken();
-    while (isFragment(next.get())) {
+    YTokenMatch& next = _activeToken;
+    bool more = _scanner->nextMatch(next);
+    while (more && isFragment(next)) {
       if (joined.isNull()) joined = YString::mutableStringWithString(value);
       joined.appendString(kContinuationJoint);
-      joined.appendString(trimmedPiece(_documentString, next->position(), next->length(), newlines));
-      next = _scanner->nextToken();
+      joined.appendString(trimmedPiece(_documentString, next.position, next.length, newlines));
+      more = _scanner->nextMatch(next);
     }
-    _activeToken = std::move(next);
+    _hasActiveToken = more;
     if (!joined.isNull()) value = joined.copy();
   }
   return _factory->optionWithNameValueInSection(name, value, _activeSection);

@@ -11,8 +11,9 @@
 #include "YObject.h"
 #include "YString.h"
 
+#include "YToken.h"
+
 class YRuleBasedScanner;
-class YToken;
 class YTokenClass;
 
 /// Reads INI text and yields its elements one at a time, in text order: a
@@ -57,11 +58,11 @@ class YIniDocumentEnumerator : public YObject {
 
  private:
   static bool checkFactory(const YIniElementFactory* factory);
-  std::shared_ptr<YToken> takeToken();
-  std::shared_ptr<YIniElement> sectionFromToken(const YToken& token);
-  std::shared_ptr<YIniElement> optionFromToken(const YToken& token);
-  YString tokenText(const YToken& token) const;
-  bool isFragment(const YToken* token) const noexcept;
+  bool takeToken(YTokenMatch& token);
+  std::shared_ptr<YIniElement> sectionFromToken(const YTokenMatch& token);
+  std::shared_ptr<YIniElement> optionFromToken(const YTokenMatch& token);
+  YString tokenText(const YTokenMatch& token) const;
+  bool isFragment(const YTokenMatch& token) const noexcept;
 
   YString _documentString;
   std::shared_ptr<YTokenClass> _commentLiteral;
@@ -78,6 +79,8 @@ class YIniDocumentEnumerator : public YObject {
   // Kept alive so that its options can be handed to the factory with it even
   // when the consumer has already let go of the section.
   std::shared_ptr<YIniSection> _activeSection;
-  std::shared_ptr<YToken> _activeToken;
+  YTokenMatch _activeToken;  // pushed back when _hasActiveToken
+  bool _hasActiveToken = false;
+  YTokenMatch _token;  // the token being read
   std::shared_ptr<YIniElementFactory> _factory;
 };

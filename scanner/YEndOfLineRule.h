@@ -29,6 +29,7 @@ class YEndOfLineRule : public YRule {
   const YString& openSequence() const noexcept { return _openSequence; }
 
   std::shared_ptr<YToken> tokenAtPosition(std::u16string_view text, std::int32_t position) override;
+  bool matchAtPosition(std::u16string_view text, std::int32_t position, YTokenMatch& match) override;
 
   /// "<YEndOfLineRule: 0x… sequence>".
   YString description() const override;

@@ -172,17 +172,17 @@ std::shared_ptr<YRegularExpressionRule> YRegularExpressionRule::ruleWithPatternO
 
 bool YRegularExpressionRule::isJitCompiled() const noexcept { return _matcher->jit; }
 
-std::shared_ptr<YToken> YRegularExpressionRule::tokenAtPosition(std::u16string_view text, std::int32_t position) {
-  if (position < 0 || static_cast<std::size_t>(position) >= text.size()) return nullptr;
+bool YRegularExpressionRule::matchAtPosition(std::u16string_view text, std::int32_t position, YTokenMatch& match) {
+  if (position < 0 || static_cast<std::size_t>(position) >= text.size()) return false;
   Matcher& m = *_matcher;
   // The subject starts at the scanning position (so ^ holds there) and runs
   // to the end of the text (so \z is the text's end); nothing is copied.
   const std::size_t remaining = text.size() - static_cast<std::size_t>(position);
-  if (remaining < m.minimumLength) return nullptr;
+  if (remaining < m.minimumLength) return false;
   const auto subject = reinterpret_cast<PCRE2_SPTR>(text.data() + position);
   const int rc = m.jit ? pcre2_jit_match(m.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, nullptr)
                        : pcre2_match(m.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, nullptr);
-  if (rc == PCRE2_ERROR_NOMATCH) return nullptr;
+  if (rc == PCRE2_ERROR_NOMATCH) return false;
   if (rc < 0)
     throw YRegularExpressionMatchException(YString::stringWithFormat(
         "Matching the regular expression \"%@\" at position %d failed: %@", _pattern, position, pcre2Message(rc)));
@@ -190,24 +190,30 @@ std::shared_ptr<YToken> YRegularExpressionRule::tokenAtPosition(std::u16string_v
   const PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(m.matchData);
   // The token covers everything the match consumed from the scanning position.
   const PCRE2_SIZE end = ovector[1];
-  if (end == 0 || end > remaining) return nullptr;
+  if (end == 0 || end > remaining) return false;
 
-  YToken::Subtokens subtokens;
+  match.reset();
+  match.tokenClass = tokenClass().get();
+  match.position = position;
+  match.length = static_cast<std::int32_t>(end);
   if (!m.groups.empty()) {
     const uint32_t pairs = pcre2_get_ovector_count(m.matchData);
-    std::vector<std::shared_ptr<YToken>> found;
-    found.reserve(m.groups.size());
     for (const auto& group : m.groups) {
       if (group.number >= pairs || group.number >= static_cast<uint32_t>(rc)) continue;
       const PCRE2_SIZE start = ovector[2 * group.number], stop = ovector[2 * group.number + 1];
       if (start == PCRE2_UNSET || stop < start) continue;  // the group took no part
       // Offsets are relative to the subject, which begins where the token begins.
-      found.push_back(std::make_shared<YToken>(group.tokenClass, static_cast<std::int32_t>(start),
-                                               static_cast<std::int32_t>(stop - start)));
+      match.subtokens.push_back(
+          {group.tokenClass.get(), static_cast<std::int32_t>(start), static_cast<std::int32_t>(stop - start)});
     }
-    if (!found.empty()) subtokens = std::make_shared<YArray<YToken>>(std::move(found), false);
   }
-  return std::make_shared<YToken>(tokenClass(), position, static_cast<std::int32_t>(end), std::move(subtokens));
+  return true;
+}
+
+std::shared_ptr<YToken> YRegularExpressionRule::tokenAtPosition(std::u16string_view text, std::int32_t position) {
+  YTokenMatch match;
+  if (!matchAtPosition(text, position, match)) return nullptr;
+  return YToken::tokenWithMatch(match);
 }
 
 YString YRegularExpressionRule::description() const {

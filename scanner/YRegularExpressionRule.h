@@ -101,6 +101,7 @@ class YRegularExpressionRule : public YRule {
   /// YRegularExpressionMatchException when the matcher fails for a reason
   /// other than "no match" (a resource limit, no memory).
   std::shared_ptr<YToken> tokenAtPosition(std::u16string_view text, std::int32_t position) override;
+  bool matchAtPosition(std::u16string_view text, std::int32_t position, YTokenMatch& match) override;
 
   /// "<YRegularExpressionRule: 0x… pattern>".
   YString description() const override;

@@ -40,6 +40,12 @@ class YRule : public YObject {
   /// there. May throw when matching fails for a reason other than "no match".
   virtual std::shared_ptr<YToken> tokenAtPosition(std::u16string_view text, std::int32_t position) = 0;
 
+  /// The same as tokenAtPosition(), describing the token in `match` instead
+  /// of creating it; returns false (with `match` unspecified) when the rule
+  /// does not match. The base calls tokenAtPosition(); rules override it to
+  /// match without allocating.
+  virtual bool matchAtPosition(std::u16string_view text, std::int32_t position, YTokenMatch& match);
+
  protected:
   /// A rule producing tokens of `tokenClass` (not null); its filter admits every code unit.
   explicit YRule(std::shared_ptr<YTokenClass> tokenClass);

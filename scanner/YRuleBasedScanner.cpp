@@ -36,39 +36,53 @@ bool YRuleBasedScanner::requiredCharacterFollows(Entry& entry, std::u16string_vi
   return entry.nextRequired < text.size();
 }
 
-std::shared_ptr<YToken> YRuleBasedScanner::matchAt(std::u16string_view text, std::int32_t position) {
+bool YRuleBasedScanner::matchAt(std::u16string_view text, std::int32_t position, YTokenMatch& match) {
   const char16_t unit = text[static_cast<std::size_t>(position)];
   for (auto& entry : _rules) {
     if (!entry.rule->canStartWithCharacter(unit)) continue;
     if (!requiredCharacterFollows(entry, text, static_cast<std::size_t>(position))) continue;
-    auto token = entry.rule->tokenAtPosition(text, position);
     // A token must begin here and cover text; anything else is no match.
-    if (token && token->position() == position && token->length() > 0 &&
-        static_cast<std::size_t>(token->length()) <= text.size() - static_cast<std::size_t>(position))
-      return token;
+    if (entry.rule->matchAtPosition(text, position, match) && match.position == position && match.length > 0 &&
+        static_cast<std::size_t>(match.length) <= text.size() - static_cast<std::size_t>(position))
+      return true;
   }
-  return nullptr;
+  return false;
 }
 
-std::shared_ptr<YToken> YRuleBasedScanner::nextToken() {
+bool YRuleBasedScanner::nextMatch(YTokenMatch& match) {
   const std::u16string_view text = _stream->characters();
   const std::int32_t position = _stream->position();
-  if (static_cast<std::size_t>(position) >= text.size()) return nullptr;
-
-  std::shared_ptr<YToken> token;
-  if (_pending && _pending->position() == position) token = std::move(_pending);
-  _pending.reset();
-  if (!token) token = matchAt(text, position);
-  if (!token) {
+  if (static_cast<std::size_t>(position) >= text.size()) {
+    match.reset();
+    return false;
+  }
+  bool found = false;
+  if (_hasPending && _pending.position == position) {
+    std::swap(match, _pending);
+    found = true;
+  }
+  _hasPending = false;
+  if (!found) found = matchAt(text, position, match);
+  if (!found) {
     // No rule matches here: cover the whole run of such positions with one
     // token, and keep the token that ends the run for the next call.
     std::int32_t end = position + 1;
     while (static_cast<std::size_t>(end) < text.size()) {
-      if ((_pending = matchAt(text, end))) break;
+      if ((_hasPending = matchAt(text, end, _pending))) break;
       ++end;
     }
-    token = std::make_shared<YToken>(YTokenClass::unmatchedTokenClass(), position, end - position);
+    match.reset();
+    match.tokenClass = YTokenClass::unmatchedTokenClass().get();
+    match.position = position;
+    match.length = end - position;
   }
-  _stream->setPosition(position + token->length());
+  _stream->setPosition(position + match.length);
+  return true;
+}
+
+std::shared_ptr<YToken> YRuleBasedScanner::nextToken() {
+  if (!nextMatch(_scratch)) return nullptr;
+  auto token = YToken::tokenWithMatch(_scratch);
+  _scratch.token.reset();
   return token;
 }

@@ -48,13 +48,17 @@ class YRuleBasedScanner : public YObject {
   /// a rule (YRegularExpressionMatchException) passes to the caller and
   /// leaves the position where it was.
   std::shared_ptr<YToken> nextToken();
+  /// The same as nextToken(), describing the token in `match` instead of
+  /// creating it; false (and `match` reset) at the end of the text. A match
+  /// from the scanner's own rule kinds allocates nothing.
+  bool nextMatch(YTokenMatch& match);
 
   const std::shared_ptr<YUnicharStream>& stream() const noexcept { return _stream; }
   /// The current position (the stream's).
   std::int32_t position() const noexcept { return _stream->position(); }
 
  private:
-  std::shared_ptr<YToken> matchAt(std::u16string_view text, std::int32_t position);
+  bool matchAt(std::u16string_view text, std::int32_t position, YTokenMatch& match);
 
   struct Entry {
     std::shared_ptr<YRule> rule;
@@ -68,5 +72,7 @@ class YRuleBasedScanner : public YObject {
   std::shared_ptr<YUnicharStream> _stream;
   std::vector<Entry> _rules;
   // A token found while measuring an unmatched run, handed out next.
-  std::shared_ptr<YToken> _pending;
+  YTokenMatch _pending;
+  bool _hasPending = false;
+  YTokenMatch _scratch;  // reused by nextToken()
 };

@@ -22,6 +22,33 @@ YToken::YToken(std::shared_ptr<YTokenClass> tokenClass, std::int32_t position, s
     _subtokens = subtokens->isMutable() ? subtokens->copy() : std::move(subtokens);
 }
 
+std::shared_ptr<YToken> YToken::tokenWithMatch(const YTokenMatch& match) {
+  if (match.token) return match.token;
+  // Classes come back as shared owners through the objects' own control blocks.
+  auto share = [](const YTokenClass* c) {
+    return std::static_pointer_cast<YTokenClass>(const_cast<YTokenClass*>(c)->shared_from_this());
+  };
+  Subtokens subtokens;
+  if (!match.subtokens.empty()) {
+    std::vector<std::shared_ptr<YToken>> list;
+    list.reserve(match.subtokens.size());
+    for (const auto& sub : match.subtokens)
+      list.push_back(std::make_shared<YToken>(share(sub.tokenClass), sub.position, sub.length));
+    subtokens = std::make_shared<YArray<YToken>>(std::move(list), false);
+  }
+  return std::make_shared<YToken>(share(match.tokenClass), match.position, match.length, std::move(subtokens));
+}
+
+void YTokenMatch::assign(std::shared_ptr<YToken> source) {
+  subtokens.clear();
+  tokenClass = source->tokenClass().get();
+  position = source->position();
+  length = source->length();
+  for (const auto& sub : *source->subtokens())
+    subtokens.push_back({sub->tokenClass().get(), sub->position(), sub->length()});
+  token = std::move(source);
+}
+
 YString YToken::description() const {
   YString text = YString::stringWithFormat("<%@: %@ %d+%d", className(), _tokenClass, _position, _length);
   text = text.mutableCopy();

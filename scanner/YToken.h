@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "YArray.h"
 #include "YObject.h"
@@ -16,6 +17,8 @@
 /// are an immutable YArray<YToken> (never null; empty when the rule made
 /// none), in the order of the groups in the rule's pattern. A token shares its
 /// class with whoever created the class. Tokens are immutable.
+struct YTokenMatch;
+
 class YToken : public YObject {
  public:
   using Subtokens = std::shared_ptr<YArray<YToken>>;
@@ -24,6 +27,8 @@ class YToken : public YObject {
   /// A null `subtokens` means none. A mutable list is snapshotted.
   YToken(std::shared_ptr<YTokenClass> tokenClass, std::int32_t position, std::int32_t length,
          Subtokens subtokens = nullptr);
+  /// The token that `match` describes (its classes shared with their owners).
+  static std::shared_ptr<YToken> tokenWithMatch(const YTokenMatch& match);
 
   /// The class of the rule that produced the token, or of its group for a subtoken.
   const std::shared_ptr<YTokenClass>& tokenClass() const noexcept { return _tokenClass; }
@@ -42,4 +47,32 @@ class YToken : public YObject {
   std::int32_t _position;
   std::int32_t _length;
   Subtokens _subtokens;
+};
+
+/// A token as a plain value, for callers that read tokens without keeping
+/// them: filling one allocates nothing once its subtoken list has grown to
+/// the rule's group count. The classes are not owned: they stay valid while
+/// the rule that produced the match (or `token`, when set) is alive.
+struct YTokenMatch {
+  struct Subtoken {
+    const YTokenClass* tokenClass;
+    std::int32_t position;  // relative to the parent token
+    std::int32_t length;
+  };
+  const YTokenClass* tokenClass = nullptr;
+  std::int32_t position = 0;
+  std::int32_t length = 0;
+  std::vector<Subtoken> subtokens;
+  /// The token object, when the match came from one (a rule without a value
+  /// path); it keeps the classes alive.
+  std::shared_ptr<YToken> token;
+
+  void reset() noexcept {
+    tokenClass = nullptr;
+    position = length = 0;
+    subtokens.clear();
+    token.reset();
+  }
+  /// Describes `source` (top-level positions as they are).
+  void assign(std::shared_ptr<YToken> source);
 };
