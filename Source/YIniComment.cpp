@@ -3,7 +3,7 @@
 YIniComment::YIniComment(const YString& string) : _string(string), _initialString(string.copy()) {}
 
 std::shared_ptr<YIniComment> YIniComment::commentWithString(const YString& string) {
-  return std::make_shared<YIniComment>(string);
+  return YMakeShared<YIniComment>(string);
 }
 
 std::shared_ptr<YIniComment> YIniComment::commentWithNewLine() { return commentWithString(YString(u"\n")); }
@@ -27,4 +27,4 @@ void YIniComment::commit() {
   _initialString = _string.copy();
 }
 
-std::shared_ptr<YIniElement> YIniComment::copyWithZone(void*) const { return std::make_shared<YIniComment>(_string); }
+std::shared_ptr<YIniElement> YIniComment::copyWithZone(void*) const { return YMakeShared<YIniComment>(_string); }

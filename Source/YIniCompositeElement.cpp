@@ -1,6 +1,7 @@
 #include "YIniCompositeElement.h"
 
 #include <exception>
+#include <typeinfo>
 #include <unordered_set>
 
 #include "YAssertionHandler.h"
@@ -266,6 +267,10 @@ void YIniCompositeElement::observeValueForKeyPath(const YString& keyPath, YObjec
   }
   if (sameKey(keyPath, YModifiedKey) && !_bits.ignoreChanges)
     modifiedChangedForElement(YCast<YIniElement>(object));
+}
+
+bool YIniCompositeElement::ignoresChangeValues() const noexcept {
+  return typeid(*this) == typeid(YIniCompositeElement);
 }
 
 YValue YIniCompositeElement::valueForKey(const YString& key) const {

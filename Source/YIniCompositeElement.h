@@ -118,6 +118,9 @@ class YIniCompositeElement : public YIniElement {
   YValue valueForKey(const YString& key) const override;
   /// The children at `indexes` (those that exist) as a YArray<YObject>, for "elements".
   YValue valuesAtIndexesForKey(const YIndexSet& indexes, const YString& key) const override;
+  /// True for this very class, whose observeValueForKeyPath() reads no
+  /// change record; a subclass says so for itself.
+  bool ignoresChangeValues() const noexcept override;
 
  protected:
   /// Creates the empty instance that copyWithZone() fills: the receiver's own

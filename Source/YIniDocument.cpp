@@ -1,5 +1,7 @@
 #include "YIniDocument.h"
 
+#include <typeinfo>
+
 #include "NSString+Extensions.h"
 #include "YAssertionHandler.h"
 #include "YIniDocumentWriter.h"
@@ -54,3 +56,5 @@ YString YIniDocument::stringValue() {
 std::shared_ptr<YIniCompositeElement> YIniDocument::makeEmptyCopy() const {
   return std::make_shared<YIniDocument>(_factory);
 }
+
+bool YIniDocument::ignoresChangeValues() const noexcept { return typeid(*this) == typeid(YIniDocument); }

@@ -48,6 +48,8 @@ class YIniDocument : public YIniCompositeElement {
 
   /// The document's text (YIniDocumentWriter).
   YString stringValue() override;
+  /// True for this very class (its observer callbacks read no change record).
+  bool ignoresChangeValues() const noexcept override;
 
   // ---- Loading, merging and saving (defined in YIniDocument+Extensions.cpp) ----
 

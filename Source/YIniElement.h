@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "YAllocator.h"
 #include "YObject.h"
 #include "YString.h"
 

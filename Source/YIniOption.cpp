@@ -46,5 +46,5 @@ void YIniOption::commit() {
 std::shared_ptr<YIniElement> YIniOption::copyWithZone(void*) const { return makeOptionWithNameAndValue(_name, _value); }
 
 std::shared_ptr<YIniOption> YIniOption::makeOptionWithNameAndValue(const YString& name, const YString& value) const {
-  return std::make_shared<YIniOption>(name, value);
+  return YMakeShared<YIniOption>(name, value);
 }

@@ -20,7 +20,7 @@ class YIniOption : public YIniElement {
   /// A new instance of T (YIniOption or a subclass constructible from name and value).
   template <class T = YIniOption>
   static std::shared_ptr<T> optionWithNameAndValue(const YString& name, const YString& value) {
-    return std::make_shared<T>(name, value);
+    return YMakeShared<T>(name, value);
   }
   /// A new T named "" with a null value.
   template <class T = YIniOption>

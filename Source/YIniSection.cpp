@@ -1,5 +1,7 @@
 #include "YIniSection.h"
 
+#include <typeinfo>
+
 #include "NSString+Extensions.h"
 #include "YAssertionHandler.h"
 #include "YException.h"
@@ -153,5 +155,7 @@ std::shared_ptr<YIniElement> YIniSection::copyWithZone(void* zone) const {
 }
 
 std::shared_ptr<YIniCompositeElement> YIniSection::makeEmptyCopy() const {
-  return std::make_shared<YIniSection>(YString());
+  return YMakeShared<YIniSection>(YString());
 }
+
+bool YIniSection::ignoresChangeValues() const noexcept { return typeid(*this) == typeid(YIniSection); }

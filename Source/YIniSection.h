@@ -30,7 +30,7 @@ class YIniSection : public YIniCompositeElement {
   /// A new instance of T (YIniSection or a subclass constructible from a name).
   template <class T = YIniSection>
   static std::shared_ptr<T> sectionWithName(const YString& name) {
-    return std::make_shared<T>(name);
+    return YMakeShared<T>(name);
   }
 
   const YString& name() const noexcept { return _name; }
@@ -91,6 +91,8 @@ class YIniSection : public YIniCompositeElement {
   /// A deep copy named with the receiver's committed name (initialName), not
   /// its current one; children are copied in their current state. Not modified.
   std::shared_ptr<YIniElement> copyWithZone(void* zone = nullptr) const override;
+  /// True for this very class (its observer callbacks read no change record).
+  bool ignoresChangeValues() const noexcept override;
 
  protected:
   /// A new empty section with a null name; host subclasses override it to

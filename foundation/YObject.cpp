@@ -39,30 +39,27 @@ std::vector<std::size_t> YIndexSet::indexes() const {
 
 // ---- registrations ---------------------------------------------------------
 
-namespace {
-
-struct Registration {
-  YObject* observer;
-  YString key;
-  void* context;
-  unsigned options;
-};
-
-struct PendingChange {
+struct YObject::PendingChange {
   YString key;
   YValue oldValue;
 };
 
+namespace {
+inline bool sameKey(const YString& a, const YString& b) noexcept {
+  return a.isIdenticalTo(b) || a.isEqualToString(b);
+}
+}  // namespace
+
 // An observer to notify, copied out of the registrations so that observers
 // may register or unregister while a delivery is running.
-struct Target {
+struct YObject::Target {
   YObject* observer;
   void* context;
   unsigned options;
 };
 
 // A few targets on the stack, more on the heap.
-class TargetList {
+class YObject::TargetList {
  public:
   void push(const Target& t) {
     if (_count < kInline) _inline[_count] = t;
@@ -79,72 +76,61 @@ class TargetList {
   std::size_t _count = 0;
 };
 
-inline bool sameKey(const YString& a, const YString& b) noexcept {
-  return a.isIdenticalTo(b) || a.isEqualToString(b);
+struct YObject::ObservationInfo {
+  std::vector<Registration> more;         // the registrations after the first, in order
+  std::vector<PendingChange> pending;     // only while Old or Prior is asked for
+};
+
+std::size_t YObject::registrationCount() const noexcept {
+  if (!_first.observer) return 0;
+  return 1 + (_observationInfo ? _observationInfo->more.size() : 0);
 }
 
-// Registrations in order; the first lives inline, since most objects have
-// exactly one observer (their parent).
-class RegistrationList {
- public:
-  RegistrationList() noexcept : _data(reinterpret_cast<Registration*>(_inline)) {}
-  RegistrationList(const RegistrationList&) = delete;
-  RegistrationList& operator=(const RegistrationList&) = delete;
-  ~RegistrationList() {
-    clear();
-    if (!isInline()) ::operator delete(_data);
-  }
-  Registration* begin() noexcept { return _data; }
-  Registration* end() noexcept { return _data + _size; }
-  const Registration* begin() const noexcept { return _data; }
-  const Registration* end() const noexcept { return _data + _size; }
-  bool empty() const noexcept { return _size == 0; }
-  void push_back(Registration r) {
-    if (_size == _capacity) grow();
-    new (_data + _size) Registration(std::move(r));
-    ++_size;
-  }
-  void erase(Registration* at) {
-    for (Registration* p = at; p + 1 < end(); ++p) *p = std::move(p[1]);
-    (end() - 1)->~Registration();
-    --_size;
-  }
+YObject::Registration& YObject::registrationAt(std::size_t index) noexcept {
+  return index == 0 ? _first : _observationInfo->more[index - 1];
+}
 
- private:
-  bool isInline() const noexcept { return _data == reinterpret_cast<const Registration*>(_inline); }
-  void clear() noexcept {
-    for (Registration* p = begin(); p != end(); ++p) p->~Registration();
-    _size = 0;
-  }
-  void grow() {
-    std::uint32_t capacity = _capacity * 2;
-    auto* fresh = static_cast<Registration*>(::operator new(capacity * sizeof(Registration)));
-    for (std::uint32_t i = 0; i < _size; ++i) {
-      new (fresh + i) Registration(std::move(_data[i]));
-      _data[i].~Registration();
+void YObject::eraseRegistration(std::size_t index) {
+  std::vector<Registration>* more = _observationInfo ? &_observationInfo->more : nullptr;
+  if (index == 0) {
+    if (more && !more->empty()) {
+      _first = std::move(more->front());
+      more->erase(more->begin());
+    } else {
+      _first = Registration{};
     }
-    if (!isInline()) ::operator delete(_data);
-    _data = fresh;
-    _capacity = capacity;
+  } else {
+    more->erase(more->begin() + static_cast<std::ptrdiff_t>(index - 1));
   }
-  Registration* _data;
-  std::uint32_t _size = 0;
-  std::uint32_t _capacity = 1;
-  alignas(Registration) unsigned char _inline[sizeof(Registration)];
-};
-
-}  // namespace
-
-struct YObject::ObservationInfo {
-  RegistrationList registrations;
-  std::unique_ptr<std::vector<PendingChange>> pending;  // only while Old or Prior is asked for
-
-  bool isRegistered(const Target& t, const YString& key) const {
-    for (const auto& r : registrations)
-      if (r.observer == t.observer && r.context == t.context && sameKey(r.key, key)) return true;
-    return false;
+  if (_observationInfo && _observationInfo->more.empty() && _observationInfo->pending.empty()) {
+    delete _observationInfo;
+    _observationInfo = nullptr;
   }
-};
+}
+
+bool YObject::isRegistered(const Target& t, const YString& key) const noexcept {
+  const std::size_t n = registrationCount();
+  for (std::size_t i = 0; i < n; ++i) {
+    const Registration& r = registrationAt(i);
+    if (r.observer == t.observer && r.context == t.context && sameKey(r.key, key)) return true;
+  }
+  return false;
+}
+
+bool YObject::wantsEarlyState(const YString& key) const noexcept {
+  const std::size_t n = registrationCount();
+  for (std::size_t i = 0; i < n; ++i) {
+    const Registration& r = registrationAt(i);
+    if ((r.options & (YKeyValueObservingOptionOld | YKeyValueObservingOptionPrior)) && sameKey(r.key, key))
+      return true;
+  }
+  return false;
+}
+
+std::vector<YObject::PendingChange>& YObject::pendingChanges() {
+  if (!_observationInfo) _observationInfo = new ObservationInfo;
+  return _observationInfo->pending;
+}
 
 YObject::~YObject() { delete _observationInfo; }
 
@@ -182,8 +168,13 @@ YValue YObject::valuesAtIndexesForKey(const YIndexSet&, const YString&) const { 
 void YObject::addObserver(YObject* observer, const YString& keyPath, unsigned options, void* context) {
   if (!observer) throw YInvalidArgumentException(YString(u"addObserver: nil observer"));
   if (keyPath.isNull()) throw YInvalidArgumentException(YString(u"addObserver: nil key path"));
-  if (!_observationInfo) _observationInfo = new ObservationInfo;
-  _observationInfo->registrations.push_back(Registration{observer, keyPath, context, options});
+  Registration registration{observer, keyPath, context, options};
+  if (!_first.observer) {
+    _first = std::move(registration);
+  } else {
+    if (!_observationInfo) _observationInfo = new ObservationInfo;
+    _observationInfo->more.push_back(std::move(registration));
+  }
   if (options & YKeyValueObservingOptionInitial) {
     YKeyValueChange change;
     if (options & YKeyValueObservingOptionNew) change.newValue = valueForKey(keyPath);
@@ -192,19 +183,11 @@ void YObject::addObserver(YObject* observer, const YString& keyPath, unsigned op
 }
 
 void YObject::removeObserver(YObject* observer, const YString& keyPath) {
-  ObservationInfo* info = _observationInfo;
-  if (info) {
-    auto& regs = info->registrations;
-    for (Registration* it = regs.end(); it != regs.begin();) {
-      --it;
-      if (it->observer == observer && sameKey(it->key, keyPath)) {
-        regs.erase(it);
-        if (regs.empty() && (!info->pending || info->pending->empty())) {
-          delete info;
-          _observationInfo = nullptr;
-        }
-        return;
-      }
+  for (std::size_t i = registrationCount(); i-- > 0;) {
+    const Registration& r = registrationAt(i);
+    if (r.observer == observer && sameKey(r.key, keyPath)) {
+      eraseRegistration(i);
+      return;
     }
   }
   throw YRangeException(YString::stringWithFormat(
@@ -213,33 +196,39 @@ void YObject::removeObserver(YObject* observer, const YString& keyPath) {
 }
 
 std::size_t YObject::observationCountForKey(const YString& keyPath) const noexcept {
-  if (!_observationInfo) return 0;
-  return static_cast<std::size_t>(std::count_if(_observationInfo->registrations.begin(),
-                                                _observationInfo->registrations.end(),
-                                                [&](const Registration& r) { return sameKey(r.key, keyPath); }));
+  std::size_t count = 0;
+  const std::size_t n = registrationCount();
+  for (std::size_t i = 0; i < n; ++i) count += sameKey(registrationAt(i).key, keyPath) ? 1 : 0;
+  return count;
 }
 
 std::size_t YObject::observationCountForObserver(const YObject* observer, const YString& keyPath) const noexcept {
-  if (!_observationInfo) return 0;
-  return static_cast<std::size_t>(
-      std::count_if(_observationInfo->registrations.begin(), _observationInfo->registrations.end(),
-                    [&](const Registration& r) { return r.observer == observer && sameKey(r.key, keyPath); }));
+  std::size_t count = 0;
+  const std::size_t n = registrationCount();
+  for (std::size_t i = 0; i < n; ++i) {
+    const Registration& r = registrationAt(i);
+    count += (r.observer == observer && sameKey(r.key, keyPath)) ? 1 : 0;
+  }
+  return count;
 }
 
 void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YIndexSet* indexes, bool prior) {
-  ObservationInfo* info = _observationInfo;
-  if (!info) return;
+  if (!_first.observer) return;
   TargetList targets;
-  unsigned wanted = 0;
-  for (const auto& r : info->registrations) {
+  bool wantsNew = false;  // by an observer that reads values
+  bool wantsOld = false;
+  const std::size_t n = registrationCount();
+  for (std::size_t i = 0; i < n; ++i) {
+    const Registration& r = registrationAt(i);
     if (!sameKey(r.key, key)) continue;
     if (prior && !(r.options & YKeyValueObservingOptionPrior)) continue;
     targets.push(Target{r.observer, r.context, r.options});
-    wanted |= r.options;
+    if (r.options & YKeyValueObservingOptionOld) wantsOld = true;
+    if ((r.options & YKeyValueObservingOptionNew) && !wantsNew) wantsNew = !r.observer->ignoresChangeValues();
   }
   YValue oldValue;
-  if (!prior && info->pending) {
-    auto& pending = *info->pending;
+  if (!prior && _observationInfo && !_observationInfo->pending.empty()) {
+    auto& pending = _observationInfo->pending;
     for (auto it = pending.rbegin(); it != pending.rend(); ++it) {
       if (sameKey(it->key, key)) {
         oldValue = std::move(it->oldValue);
@@ -257,12 +246,11 @@ void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YInde
   change.isPrior = prior;
   if (indexes) change.indexes = *indexes;
   if (prior) {
-    if (wanted & YKeyValueObservingOptionOld) change.oldValue = info->pending && !info->pending->empty()
-                                                                    ? info->pending->back().oldValue
-                                                                    : YValue{};
+    if (wantsOld && _observationInfo && !_observationInfo->pending.empty())
+      change.oldValue = _observationInfo->pending.back().oldValue;
   } else {
     change.oldValue = std::move(oldValue);
-    if (wanted & YKeyValueObservingOptionNew) {
+    if (wantsNew) {
       if (!indexes) change.newValue = valueForKey(key);
       else if (kind != YKeyValueChangeKind::Removal) change.newValue = valuesAtIndexesForKey(*indexes, key);
     }
@@ -272,7 +260,7 @@ void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YInde
   for (std::size_t i = 0; i < targets.size(); ++i) {
     const Target& t = targets[i];
     // Skip observers that unregistered during this delivery.
-    if (i > 0 && (!_observationInfo || !_observationInfo->isRegistered(t, key))) continue;
+    if (i > 0 && !isRegistered(t, key)) continue;
     // Each registration gets only the values its options ask for.
     const bool dropNew = hasNew && !(t.options & YKeyValueObservingOptionNew);
     const bool dropOld = hasOld && !(t.options & YKeyValueObservingOptionOld);
@@ -287,31 +275,18 @@ void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YInde
   }
 }
 
-namespace {
-bool wantsEarlyState(const RegistrationList& regs, const YString& key) {
-  for (const auto& r : regs)
-    if ((r.options & (YKeyValueObservingOptionOld | YKeyValueObservingOptionPrior)) && sameKey(r.key, key))
-      return true;
-  return false;
-}
-}  // namespace
-
 void YObject::willChangeValueForKey(const YString& key) {
-  ObservationInfo* info = _observationInfo;
-  if (!info || !wantsEarlyState(info->registrations, key)) return;
-  if (!info->pending) info->pending = std::make_unique<std::vector<PendingChange>>();
-  info->pending->push_back(PendingChange{key, valueForKey(key)});
+  if (!_first.observer || !wantsEarlyState(key)) return;
+  pendingChanges().push_back(PendingChange{key, valueForKey(key)});
   announce(key, YKeyValueChangeKind::Setting, nullptr, true);
 }
 
 void YObject::didChangeValueForKey(const YString& key) { announce(key, YKeyValueChangeKind::Setting, nullptr, false); }
 
 void YObject::willChangeValuesAtIndexesForKey(YKeyValueChangeKind kind, const YIndexSet& indexes, const YString& key) {
-  ObservationInfo* info = _observationInfo;
-  if (!info || !wantsEarlyState(info->registrations, key)) return;
-  if (!info->pending) info->pending = std::make_unique<std::vector<PendingChange>>();
+  if (!_first.observer || !wantsEarlyState(key)) return;
   YValue old = kind == YKeyValueChangeKind::Insertion ? YValue{} : valuesAtIndexesForKey(indexes, key);
-  info->pending->push_back(PendingChange{key, std::move(old)});
+  pendingChanges().push_back(PendingChange{key, std::move(old)});
   announce(key, kind, &indexes, true);
 }
 
@@ -320,8 +295,8 @@ void YObject::didChangeValuesAtIndexesForKey(YKeyValueChangeKind kind, const YIn
 }
 
 void YObject::cancelChangeForKey(const YString& key) {
-  if (!_observationInfo || !_observationInfo->pending) return;
-  auto& pending = *_observationInfo->pending;
+  if (!_observationInfo) return;
+  auto& pending = _observationInfo->pending;
   for (auto it = pending.rbegin(); it != pending.rend(); ++it) {
     if (sameKey(it->key, key)) {
       pending.erase(std::next(it).base());

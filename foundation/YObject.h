@@ -134,6 +134,11 @@ class YObject : public std::enable_shared_from_this<YObject> {
   /// The values at `indexes` of the to-many `key`. Default: none.
   virtual YValue valuesAtIndexesForKey(const YIndexSet& indexes, const YString& key) const;
 
+  /// True when this object, as an observer, never reads the values of a
+  /// change record; changes observed only by such objects then compute no
+  /// values. Default: false.
+  virtual bool ignoresChangeValues() const noexcept { return false; }
+
   /// Brackets one change: will-change now, did-change when the scope ends
   /// normally. When the scope ends by an exception no did-change is sent.
   class ChangeScope {
@@ -154,9 +159,31 @@ class YObject : public std::enable_shared_from_this<YObject> {
   };
 
  private:
+  // One registration. Most objects have exactly one observer (their parent),
+  // so the first registration lives in the object; the rest, and the state
+  // kept between will-change and did-change, in ObservationInfo.
+  struct Registration {
+    YObject* observer = nullptr;  // null: no registration
+    YString key;
+    void* context = nullptr;
+    unsigned options = 0;
+  };
   struct ObservationInfo;
+  struct PendingChange;
+  struct Target;
+  class TargetList;
+  std::size_t registrationCount() const noexcept;
+  Registration& registrationAt(std::size_t index) noexcept;
+  const Registration& registrationAt(std::size_t index) const noexcept {
+    return const_cast<YObject*>(this)->registrationAt(index);
+  }
+  void eraseRegistration(std::size_t index);
+  bool isRegistered(const Target& target, const YString& key) const noexcept;
+  bool wantsEarlyState(const YString& key) const noexcept;
+  std::vector<PendingChange>& pendingChanges();
   void announce(const YString& key, YKeyValueChangeKind kind, const YIndexSet* indexes, bool prior);
   void cancelChangeForKey(const YString& key);
+  Registration _first;
   ObservationInfo* _observationInfo = nullptr;
 };
 

@@ -8,6 +8,7 @@
 #include <new>
 #include <ostream>
 
+#include "YAllocator.h"
 #include "YCharacterSet.h"
 #include "YException.h"
 #include "YObject.h"
@@ -42,10 +43,23 @@ inline char16_t* charsOf(YStringRep* rep) {
   return (rep->flags & kMutable) ? static_cast<YMutableStringRep*>(rep)->buffer : inlineChars(rep);
 }
 
+inline std::size_t immutableRepSize(std::size_t length) noexcept {
+  return sizeof(YStringRep) + (length + 1) * sizeof(char16_t);
+}
+
+// Small strings come from the small-object pool, large ones are mapped.
+inline void* allocateBytes(std::size_t size) {
+  return size <= ydetail::kSmallObjectLimit ? ydetail::smallAllocate(size) : ydetail::largeAllocate(size);
+}
+inline void freeBytes(void* p, std::size_t size) noexcept {
+  if (size <= ydetail::kSmallObjectLimit) ydetail::smallDeallocate(p, size);
+  else ydetail::largeDeallocate(p, size);
+}
+
 // `chars` may be null: the caller fills the code units in.
 YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {
   if (length > (std::size_t(1) << 40)) throw std::bad_alloc();
-  void* memory = ::operator new(sizeof(YStringRep) + (length + 1) * sizeof(char16_t));
+  void* memory = allocateBytes(immutableRepSize(length));
   auto* rep = new (memory) YStringRep{{1}, 0, length};
   if (length && chars) std::memcpy(inlineChars(rep), chars, length * sizeof(char16_t));
   inlineChars(rep)[length] = 0;
@@ -55,10 +69,16 @@ YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {
 YMutableStringRep* newMutableRep(const char16_t* chars, std::size_t length, std::size_t capacity) {
   if (capacity < length) capacity = length;
   if (capacity < 8) capacity = 8;
-  auto* buffer = static_cast<char16_t*>(std::malloc(capacity * sizeof(char16_t)));
-  if (!buffer) throw std::bad_alloc();
+  if (capacity > (std::size_t(1) << 40)) throw std::bad_alloc();
+  auto* buffer = static_cast<char16_t*>(allocateBytes(capacity * sizeof(char16_t)));
   if (length) std::memcpy(buffer, chars, length * sizeof(char16_t));
-  auto* rep = new YMutableStringRep;
+  YMutableStringRep* rep;
+  try {
+    rep = new (ydetail::smallAllocate(sizeof(YMutableStringRep))) YMutableStringRep;
+  } catch (...) {
+    freeBytes(buffer, capacity * sizeof(char16_t));
+    throw;
+  }
   rep->refs.store(1, std::memory_order_relaxed);
   rep->flags = kMutable;
   rep->length = length;
@@ -76,11 +96,13 @@ inline void release(YStringRep* rep) noexcept {
   if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
   if (rep->flags & kMutable) {
     auto* m = static_cast<YMutableStringRep*>(rep);
-    std::free(m->buffer);
-    delete m;
+    freeBytes(m->buffer, m->capacity * sizeof(char16_t));
+    m->~YMutableStringRep();
+    ydetail::smallDeallocate(m, sizeof(YMutableStringRep));
   } else {
+    const std::size_t size = immutableRepSize(rep->length);
     rep->~YStringRep();
-    ::operator delete(rep);
+    freeBytes(rep, size);
   }
 }
 
@@ -88,22 +110,38 @@ void ensureCapacity(YMutableStringRep* rep, std::size_t needed) {
   if (needed <= rep->capacity) return;
   std::size_t capacity = rep->capacity * 2;
   if (capacity < needed) capacity = needed;
-  auto* buffer = static_cast<char16_t*>(std::realloc(rep->buffer, capacity * sizeof(char16_t)));
-  if (!buffer) throw std::bad_alloc();
+  if (capacity > (std::size_t(1) << 40)) throw std::bad_alloc();
+  auto* buffer = static_cast<char16_t*>(allocateBytes(capacity * sizeof(char16_t)));
+  std::memcpy(buffer, rep->buffer, rep->length * sizeof(char16_t));
+  freeBytes(rep->buffer, rep->capacity * sizeof(char16_t));
   rep->buffer = buffer;
   rep->capacity = capacity;
 }
 
-// Decodes UTF-8 strictly (no overlongs, no surrogates, nothing above U+10FFFF).
-bool decodeUTF8(std::string_view in, std::u16string& out) {
-  out.clear();
-  out.reserve(in.size());
+// Reads UTF-8 strictly (no overlongs, no surrogates, nothing above
+// U+10FFFF). Returns the number of UTF-16 code units, or npos for invalid
+// input; with Write, also stores them at `out`. Runs of ASCII go eight bytes
+// at a time.
+template <bool Write>
+std::size_t transcodeUTF8(std::string_view in, char16_t* out) {
   const auto* p = reinterpret_cast<const unsigned char*>(in.data());
   const auto* end = p + in.size();
+  std::size_t n = 0;
   while (p < end) {
+    while (end - p >= 8) {
+      std::uint64_t word;
+      std::memcpy(&word, p, 8);
+      if (word & 0x8080808080808080ull) break;
+      if constexpr (Write)
+        for (int i = 0; i < 8; ++i) out[n + i] = p[i];
+      p += 8;
+      n += 8;
+    }
+    if (p == end) break;
     unsigned c = *p;
     if (c < 0x80) {
-      out.push_back(static_cast<char16_t>(c));
+      if constexpr (Write) out[n] = static_cast<char16_t>(c);
+      ++n;
       ++p;
       continue;
     }
@@ -117,36 +155,35 @@ bool decodeUTF8(std::string_view in, std::u16string& out) {
     } else if ((c & 0xF8) == 0xF0) {
       extra = 3, cp = c & 0x07, min = 0x10000;
     } else {
-      return false;
+      return std::string_view::npos;
     }
-    if (end - p <= extra) return false;
+    if (end - p <= extra) return std::string_view::npos;
     for (int i = 1; i <= extra; ++i) {
-      if ((p[i] & 0xC0) != 0x80) return false;
+      if ((p[i] & 0xC0) != 0x80) return std::string_view::npos;
       cp = (cp << 6) | (p[i] & 0x3F);
     }
-    if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+    if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return std::string_view::npos;
     p += extra + 1;
-    ydetail::appendUTF16(out, cp);
+    if (cp >= 0x10000) {
+      if constexpr (Write) {
+        out[n] = static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10));
+        out[n + 1] = static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF));
+      }
+      n += 2;
+    } else {
+      if constexpr (Write) out[n] = static_cast<char16_t>(cp);
+      ++n;
+    }
   }
-  return true;
+  return n;
 }
 
-void appendUTF8(std::string& out, char32_t cp) {
-  if (cp < 0x80) {
-    out.push_back(static_cast<char>(cp));
-  } else if (cp < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  } else if (cp < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  }
+bool decodeUTF8(std::string_view in, std::u16string& out) {
+  const std::size_t n = transcodeUTF8<false>(in, nullptr);
+  if (n == std::string_view::npos) return false;
+  out.resize(n);
+  transcodeUTF8<true>(in, out.data());
+  return true;
 }
 
 [[noreturn]] void throwRange(const char* operation, std::size_t location, std::size_t length, std::size_t bound) {
@@ -189,9 +226,12 @@ YString& YString::operator=(YString&& other) noexcept {
 YString::~YString() { release(_rep); }
 
 YString YString::fromUTF8(std::string_view utf8) {
-  std::u16string units;
-  if (!decodeUTF8(utf8, units)) throw YInvalidArgumentException(YString(u"invalid UTF-8 in string conversion"));
-  return YString(std::u16string_view(units));
+  // Measured first, then decoded straight into the string's own storage.
+  const std::size_t n = transcodeUTF8<false>(utf8, nullptr);
+  if (n == std::string_view::npos) throw YInvalidArgumentException(YString(u"invalid UTF-8 in string conversion"));
+  YStringRep* rep = newImmutableRep(nullptr, n);
+  transcodeUTF8<true>(utf8, inlineChars(rep));
+  return YString(rep);
 }
 
 YString YString::stringWithCharacters(const char16_t* characters, std::size_t length) {
@@ -286,11 +326,34 @@ YString YString::stringByTrimmingCharactersInSet(const YCharacterSet& set) const
 }
 
 std::string YString::UTF8String() const {
-  std::string out;
-  std::size_t n = length();
+  const std::size_t n = length();
   const char16_t* c = characters();
-  out.reserve(n);
+  // Sized first (lone surrogates become U+FFFD, three bytes), then filled.
+  std::size_t bytes = 0;
   for (std::size_t i = 0; i < n; ++i) {
+    const char16_t u = c[i];
+    if (u < 0x80) bytes += 1;
+    else if (u < 0x800) bytes += 2;
+    else if (u >= 0xD800 && u <= 0xDBFF && i + 1 < n && c[i + 1] >= 0xDC00 && c[i + 1] <= 0xDFFF) bytes += 4, ++i;
+    else bytes += 3;
+  }
+  std::string out(bytes, '\0');
+  char* o = out.data();
+  std::size_t i = 0;
+  while (i < n) {
+    // Runs of ASCII four units at a time.
+    while (n - i >= 4) {
+      std::uint64_t word;
+      std::memcpy(&word, c + i, 8);
+      if (word & 0xFF80FF80FF80FF80ull) break;
+      o[0] = static_cast<char>(c[i]);
+      o[1] = static_cast<char>(c[i + 1]);
+      o[2] = static_cast<char>(c[i + 2]);
+      o[3] = static_cast<char>(c[i + 3]);
+      o += 4;
+      i += 4;
+    }
+    if (i == n) break;
     char32_t cp = c[i];
     if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < n && c[i + 1] >= 0xDC00 && c[i + 1] <= 0xDFFF) {
       cp = 0x10000 + ((cp - 0xD800) << 10) + (c[i + 1] - 0xDC00);
@@ -298,7 +361,22 @@ std::string YString::UTF8String() const {
     } else if (cp >= 0xD800 && cp <= 0xDFFF) {
       cp = 0xFFFD;
     }
-    appendUTF8(out, cp);
+    ++i;
+    if (cp < 0x80) {
+      *o++ = static_cast<char>(cp);
+    } else if (cp < 0x800) {
+      *o++ = static_cast<char>(0xC0 | (cp >> 6));
+      *o++ = static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+      *o++ = static_cast<char>(0xE0 | (cp >> 12));
+      *o++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+      *o++ = static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+      *o++ = static_cast<char>(0xF0 | (cp >> 18));
+      *o++ = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+      *o++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+      *o++ = static_cast<char>(0x80 | (cp & 0x3F));
+    }
   }
   return out;
 }

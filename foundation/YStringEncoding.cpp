@@ -501,11 +501,22 @@ std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError
   }
   // Positions are 32-bit downstream: refuse what could not be addressed.
   constexpr std::size_t kLimit = std::numeric_limits<int32_t>::max();
+  // Read straight into the result; a file that grows meanwhile is read on
+  // until its end.
+  auto tooLarge = [&]() -> std::optional<std::string> {
+    ::close(fd);
+    setError(error, YFileReadTooLargeError, YString::stringWithFormat("The file '%@' is too large", path), EFBIG);
+    return std::nullopt;
+  };
   std::string bytes;
-  if (st.st_size > 0) bytes.reserve(std::min<std::size_t>(static_cast<std::size_t>(st.st_size), kLimit));
-  char buffer[65536];
+  std::size_t used = 0;
+  if (st.st_size > 0) bytes.resize(std::min<std::size_t>(static_cast<std::size_t>(st.st_size), kLimit) + 1);
   for (;;) {
-    ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (used == bytes.size()) {
+      if (bytes.size() > kLimit) return tooLarge();
+      bytes.resize(std::min<std::size_t>(std::max<std::size_t>(bytes.size() * 2, 65536), kLimit + 1));
+    }
+    ssize_t n = ::read(fd, bytes.data() + used, bytes.size() - used);
     if (n < 0) {
       if (errno == EINTR) continue;
       int err = errno;
@@ -514,13 +525,10 @@ std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError
       return std::nullopt;
     }
     if (n == 0) break;
-    if (bytes.size() + static_cast<std::size_t>(n) > kLimit) {
-      ::close(fd);
-      setError(error, YFileReadTooLargeError, YString::stringWithFormat("The file '%@' is too large", path), EFBIG);
-      return std::nullopt;
-    }
-    bytes.append(buffer, static_cast<std::size_t>(n));
+    used += static_cast<std::size_t>(n);
   }
+  if (used > kLimit) return tooLarge();
+  bytes.resize(used);
   ::close(fd);
   return bytes;
 }

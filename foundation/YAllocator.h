@@ -1,0 +1,63 @@
+// Allocation of the many small objects a document is made of.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace ydetail {
+/// Blocks of at most this many bytes come from the small-object pool.
+inline constexpr std::size_t kSmallObjectLimit = 256;
+
+/// Memory for `size` bytes, aligned to 16. Sizes up to kSmallObjectLimit are
+/// carved from large pre-faulted chunks and recycled through per-thread free
+/// lists, with no per-block header; larger ones go to operator new. Throws
+/// std::bad_alloc when no memory is left.
+void* smallAllocate(std::size_t size);
+/// Gives back a block from smallAllocate(); `size` must be the size asked for.
+/// Any thread may give back any block.
+void smallDeallocate(void* block, std::size_t size) noexcept;
+
+/// Memory for `size` bytes of one large buffer. Sizes from 1 MiB up are
+/// mapped with their pages faulted in at once (much cheaper than a fault per
+/// page on first touch); smaller ones go to operator new.
+void* largeAllocate(std::size_t size);
+/// Gives back a buffer from largeAllocate(); `size` as asked for.
+void largeDeallocate(void* buffer, std::size_t size) noexcept;
+}  // namespace ydetail
+
+/// A standard allocator over the small-object pool, for std::allocate_shared
+/// and containers of small nodes. Stateless: all instances are interchangeable.
+template <class T>
+struct YSmallObjectAllocator {
+  using value_type = T;
+  YSmallObjectAllocator() noexcept = default;
+  template <class U>
+  YSmallObjectAllocator(const YSmallObjectAllocator<U>&) noexcept {}
+
+  T* allocate(std::size_t n) {
+    if constexpr (alignof(T) > 16) return std::allocator<T>().allocate(n);
+    else {
+      if (n > ydetail::kSmallObjectLimit / sizeof(T) + 1) return std::allocator<T>().allocate(n);
+      return static_cast<T*>(ydetail::smallAllocate(n * sizeof(T)));
+    }
+  }
+  void deallocate(T* p, std::size_t n) noexcept {
+    if constexpr (alignof(T) > 16) std::allocator<T>().deallocate(p, n);
+    else {
+      if (n > ydetail::kSmallObjectLimit / sizeof(T) + 1) return std::allocator<T>().deallocate(p, n);
+      ydetail::smallDeallocate(p, n * sizeof(T));
+    }
+  }
+  template <class U>
+  friend bool operator==(const YSmallObjectAllocator&, const YSmallObjectAllocator<U>&) noexcept {
+    return true;
+  }
+};
+
+/// std::make_shared with the object and its reference counts in one pooled block.
+template <class T, class... Args>
+std::shared_ptr<T> YMakeShared(Args&&... args) {
+  return std::allocate_shared<T>(YSmallObjectAllocator<T>(), std::forward<Args>(args)...);
+}
