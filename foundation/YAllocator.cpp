@@ -53,6 +53,7 @@ void* mapPopulated(std::size_t bytes) {
 struct Depot {
   std::mutex mutex;
   FreeBlock* lists[kClasses] = {};
+  FreeBlock* tails[kClasses] = {};  // last block of each non-empty list
   std::atomic<std::uint32_t> nonEmpty{0};  // bit c: lists[c] holds blocks
   char* bump = nullptr;
   char* end = nullptr;
@@ -67,6 +68,7 @@ Depot& depot() {
 // data, so it stays usable while the thread's other objects are destroyed.
 struct Cache {
   FreeBlock* lists[kClasses];
+  FreeBlock* tails[kClasses];  // last block of each non-empty list, for handing a list over whole
   char* bump;
   char* end;
   std::size_t nextChunk;
@@ -82,9 +84,8 @@ void flush(Cache& cache) noexcept {
   for (unsigned c = 0; c < kClasses; ++c) {
     FreeBlock* head = cache.lists[c];
     if (!head) continue;
-    FreeBlock* tail = head;
-    while (tail->next) tail = tail->next;
-    tail->next = d.lists[c];
+    cache.tails[c]->next = d.lists[c];
+    if (!d.lists[c]) d.tails[c] = cache.tails[c];
     d.lists[c] = head;
     d.nonEmpty.fetch_or(1u << c, std::memory_order_relaxed);
     cache.lists[c] = nullptr;
@@ -140,6 +141,7 @@ void* refill(Cache& cache, unsigned c) {
     std::lock_guard<std::mutex> lock(d.mutex);
     if (FreeBlock* block = d.lists[c]) {
       cache.lists[c] = block->next;
+      cache.tails[c] = d.tails[c];
       d.lists[c] = nullptr;
       d.nonEmpty.fetch_and(~(1u << c), std::memory_order_relaxed);
       return block;
@@ -152,6 +154,7 @@ void* refill(Cache& cache, unsigned c) {
       const std::size_t rest = static_cast<std::size_t>(cache.end - cache.bump);
       const unsigned fit = classOf(rest < kSmallObjectLimit ? rest - (rest % kGranule) : kSmallObjectLimit);
       auto* block = reinterpret_cast<FreeBlock*>(cache.bump);
+      if (!cache.lists[fit]) cache.tails[fit] = block;
       block->next = cache.lists[fit];
       cache.lists[fit] = block;
       cache.bump += (fit + 1) * kGranule;
@@ -188,6 +191,7 @@ void smallDeallocate(void* block, std::size_t size) noexcept {
   if (cache.dead) {
     Depot& d = depot();
     std::lock_guard<std::mutex> lock(d.mutex);
+    if (!d.lists[c]) d.tails[c] = free;
     free->next = d.lists[c];
     d.lists[c] = free;
     d.nonEmpty.fetch_or(1u << c, std::memory_order_relaxed);
@@ -201,6 +205,7 @@ void smallDeallocate(void* block, std::size_t size) noexcept {
       return;
     }
   }
+  if (!cache.lists[c]) cache.tails[c] = free;
   free->next = cache.lists[c];
   cache.lists[c] = free;
 }

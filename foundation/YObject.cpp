@@ -307,23 +307,47 @@ void YObject::cancelChangeForKey(const YString& key) {
 
 // ---- ChangeScope -----------------------------------------------------------
 
+// An object nobody observes pays two loads for a scope; the constant keys
+// are referred to rather than copied.
+namespace {
+const YString* constantKey(const YString& key) noexcept {
+  if (key.isIdenticalTo(YModifiedKey)) return &YModifiedKey;
+  if (key.isIdenticalTo(YElementsKey)) return &YElementsKey;
+  return nullptr;
+}
+}  // namespace
+
 YObject::ChangeScope::ChangeScope(YObject& object, const YString& key)
-    : _object(object), _key(key), _kind(YKeyValueChangeKind::Setting), _indexed(false),
-      _exceptions(std::uncaught_exceptions()) {
-  _object.willChangeValueForKey(_key);
+    : _object(object), _key(constantKey(key)), _index(0), _kind(YKeyValueChangeKind::Setting), _indexed(false),
+      _observed(object._first.observer != nullptr), _exceptions(0) {
+  if (!_key) {
+    _ownKey = key;
+    _key = &_ownKey;
+  }
+  if (!_observed) return;
+  _exceptions = std::uncaught_exceptions();
+  _object.willChangeValueForKey(*_key);
 }
 
 YObject::ChangeScope::ChangeScope(YObject& object, YKeyValueChangeKind kind, std::size_t index, const YString& key)
-    : _object(object), _key(key), _kind(kind), _indexes(index), _indexed(true),
-      _exceptions(std::uncaught_exceptions()) {
-  _object.willChangeValuesAtIndexesForKey(_kind, _indexes, _key);
+    : _object(object), _key(constantKey(key)), _index(index), _kind(kind), _indexed(true),
+      _observed(object._first.observer != nullptr), _exceptions(0) {
+  if (!_key) {
+    _ownKey = key;
+    _key = &_ownKey;
+  }
+  if (!_observed) return;
+  _exceptions = std::uncaught_exceptions();
+  _object.willChangeValuesAtIndexesForKey(_kind, YIndexSet(_index), *_key);
 }
 
 YObject::ChangeScope::~ChangeScope() noexcept(false) {
+  // Nobody observed the object before the change, and nobody does now.
+  if (!_observed && !_object._first.observer) return;
   if (std::uncaught_exceptions() > _exceptions) {
-    _object.cancelChangeForKey(_key);
+    _object.cancelChangeForKey(*_key);
     return;
   }
-  if (_indexed) _object.didChangeValuesAtIndexesForKey(_kind, _indexes, _key);
-  else _object.didChangeValueForKey(_key);
+  if (_indexed) _object.didChangeValuesAtIndexesForKey(_kind, YIndexSet(_index), *_key);
+  else _object.didChangeValueForKey(*_key);
 }

@@ -151,10 +151,12 @@ class YObject : public std::enable_shared_from_this<YObject> {
 
    private:
     YObject& _object;
-    YString _key;  // own handle: the caller's key may be a temporary
+    const YString* _key;  // a constant key itself, else _ownKey
+    YString _ownKey;      // own handle: the caller's key may be a temporary
+    std::size_t _index;
     YKeyValueChangeKind _kind;
-    YIndexSet _indexes;
     bool _indexed;
+    bool _observed;  // will-change went to observers
     int _exceptions;
   };
 

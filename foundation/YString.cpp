@@ -1,5 +1,6 @@
 #include "YString.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -17,10 +18,11 @@ namespace ydetail {
 
 // The shared string. Immutable strings keep their code units right after the
 // header (one allocation); mutable strings keep a separate growable buffer.
+// The header is 8 bytes: lengths stay below 2^31 code units.
 struct YStringRep {
   std::atomic<std::uint32_t> refs;
-  std::uint32_t flags;
-  std::size_t length;
+  std::uint32_t length : 31;
+  std::uint32_t isMutable : 1;
 };
 
 struct YMutableStringRep : YStringRep {
@@ -35,12 +37,12 @@ using ydetail::YStringRep;
 
 namespace {
 
-constexpr std::uint32_t kMutable = 1;
+constexpr std::size_t kMaxLength = 0x7FFFFFFF;
 
 inline char16_t* inlineChars(YStringRep* rep) { return reinterpret_cast<char16_t*>(rep + 1); }
 
 inline char16_t* charsOf(YStringRep* rep) {
-  return (rep->flags & kMutable) ? static_cast<YMutableStringRep*>(rep)->buffer : inlineChars(rep);
+  return rep->isMutable ? static_cast<YMutableStringRep*>(rep)->buffer : inlineChars(rep);
 }
 
 inline std::size_t immutableRepSize(std::size_t length) noexcept {
@@ -58,9 +60,9 @@ inline void freeBytes(void* p, std::size_t size) noexcept {
 
 // `chars` may be null: the caller fills the code units in.
 YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {
-  if (length > (std::size_t(1) << 40)) throw std::bad_alloc();
+  if (length > kMaxLength) throw std::bad_alloc();
   void* memory = allocateBytes(immutableRepSize(length));
-  auto* rep = new (memory) YStringRep{{1}, 0, length};
+  auto* rep = new (memory) YStringRep{{1}, static_cast<std::uint32_t>(length), 0};
   if (length && chars) std::memcpy(inlineChars(rep), chars, length * sizeof(char16_t));
   inlineChars(rep)[length] = 0;
   return rep;
@@ -69,7 +71,7 @@ YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {
 YMutableStringRep* newMutableRep(const char16_t* chars, std::size_t length, std::size_t capacity) {
   if (capacity < length) capacity = length;
   if (capacity < 8) capacity = 8;
-  if (capacity > (std::size_t(1) << 40)) throw std::bad_alloc();
+  if (capacity > kMaxLength) throw std::bad_alloc();
   auto* buffer = static_cast<char16_t*>(allocateBytes(capacity * sizeof(char16_t)));
   if (length) std::memcpy(buffer, chars, length * sizeof(char16_t));
   YMutableStringRep* rep;
@@ -80,8 +82,8 @@ YMutableStringRep* newMutableRep(const char16_t* chars, std::size_t length, std:
     throw;
   }
   rep->refs.store(1, std::memory_order_relaxed);
-  rep->flags = kMutable;
-  rep->length = length;
+  rep->isMutable = 1;
+  rep->length = static_cast<std::uint32_t>(length);
   rep->capacity = capacity;
   rep->buffer = buffer;
   return rep;
@@ -94,7 +96,7 @@ inline void retain(YStringRep* rep) noexcept {
 inline void release(YStringRep* rep) noexcept {
   if (!rep) return;
   if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-  if (rep->flags & kMutable) {
+  if (rep->isMutable) {
     auto* m = static_cast<YMutableStringRep*>(rep);
     freeBytes(m->buffer, m->capacity * sizeof(char16_t));
     m->~YMutableStringRep();
@@ -108,9 +110,9 @@ inline void release(YStringRep* rep) noexcept {
 
 void ensureCapacity(YMutableStringRep* rep, std::size_t needed) {
   if (needed <= rep->capacity) return;
-  std::size_t capacity = rep->capacity * 2;
+  if (needed > kMaxLength) throw std::bad_alloc();
+  std::size_t capacity = std::min(rep->capacity * 2, kMaxLength);
   if (capacity < needed) capacity = needed;
-  if (capacity > (std::size_t(1) << 40)) throw std::bad_alloc();
   auto* buffer = static_cast<char16_t*>(allocateBytes(capacity * sizeof(char16_t)));
   std::memcpy(buffer, rep->buffer, rep->length * sizeof(char16_t));
   freeBytes(rep->buffer, rep->capacity * sizeof(char16_t));
@@ -259,7 +261,7 @@ YString YString::mutableStringWithString(const YString& string) {
 
 // ---- queries ---------------------------------------------------------------
 
-bool YString::isMutable() const noexcept { return _rep && (_rep->flags & kMutable); }
+bool YString::isMutable() const noexcept { return _rep && _rep->isMutable; }
 
 std::size_t YString::length() const noexcept { return _rep ? _rep->length : 0; }
 
@@ -383,7 +385,7 @@ std::string YString::UTF8String() const {
 
 YString YString::copy() const {
   if (!_rep) return {};
-  if (!(_rep->flags & kMutable)) return *this;
+  if (!_rep->isMutable) return *this;
   return YString(newImmutableRep(charsOf(_rep), _rep->length));
 }
 
@@ -412,7 +414,7 @@ void YString::insertStringAtIndex(const YString& string, std::size_t index) cons
   ensureCapacity(rep, rep->length + add);
   std::memmove(rep->buffer + index + add, rep->buffer + index, (rep->length - index) * sizeof(char16_t));
   std::memcpy(rep->buffer + index, source.characters(), add * sizeof(char16_t));
-  rep->length += add;
+  rep->length = static_cast<std::uint32_t>(rep->length + add);
 }
 
 void YString::appendString(const YString& string) const {
@@ -430,12 +432,12 @@ void YString::appendCharacters(const char16_t* chars, std::size_t len) const {
     std::u16string own(chars, len);
     ensureCapacity(rep, rep->length + len);
     std::memcpy(rep->buffer + rep->length, own.data(), len * sizeof(char16_t));
-    rep->length += len;
+    rep->length = static_cast<std::uint32_t>(rep->length + len);
     return;
   }
   ensureCapacity(rep, rep->length + len);
   if (len) std::memmove(rep->buffer + rep->length, chars, len * sizeof(char16_t));
-  rep->length += len;
+  rep->length = static_cast<std::uint32_t>(rep->length + len);
 }
 
 void YString::deleteCharactersInRange(std::size_t location, std::size_t len) const {
@@ -444,7 +446,7 @@ void YString::deleteCharactersInRange(std::size_t location, std::size_t len) con
   if (location > rep->length || len > rep->length - location) throwRange("deleteCharactersInRange", location, len, rep->length);
   std::memmove(rep->buffer + location, rep->buffer + location + len,
                (rep->length - location - len) * sizeof(char16_t));
-  rep->length -= len;
+  rep->length = static_cast<std::uint32_t>(rep->length - len);
 }
 
 void YString::setString(const YString& string) const {
