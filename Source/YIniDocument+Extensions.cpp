@@ -20,6 +20,7 @@ bool YIniDocument::checkLoadingFactory(const YIniElementFactory* factory) {
 YIniDocument* YIniDocument::initWithStringFactory(const YString& string, std::shared_ptr<YIniElementFactory> factory) {
   if (YParameterFailed(factory != nullptr, "theFactory != nil")) return nullptr;
   auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(string, factory);
+  _loadedLength = string.length();
   auto pending = YArray<YIniComment>::mutableArray();
   std::shared_ptr<YIniSection> currentSection;
   while (std::shared_ptr<YIniElement> element = enumerator->nextObject()) {

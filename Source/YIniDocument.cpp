@@ -47,7 +47,7 @@ bool YIniDocument::hasSectionWithName(const YString& name) const {
 }
 
 YString YIniDocument::stringValue() {
-  YString string = YString::mutableString();
+  YString string = YString::mutableString(_loadedLength + _loadedLength / 64);
   YIniDocumentWriter::writerWithDocument(std::static_pointer_cast<YIniDocument>(shared_from_this()))
       ->write(YStringWriter::writerWithString(string));
   return string;

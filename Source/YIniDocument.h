@@ -119,4 +119,7 @@ class YIniDocument : public YIniCompositeElement {
   static bool checkLoadingFactory(const YIniElementFactory* factory);
   static bool checkFactory(const std::shared_ptr<YIniElementFactory>& factory);
   std::shared_ptr<YIniElementFactory> _factory;
+  // Length of the text the document was loaded from: the room the text it
+  // writes back is first given.
+  std::size_t _loadedLength = 0;
 };

@@ -13,6 +13,7 @@
 #include "YCharacterSet.h"
 #include "YException.h"
 #include "YObject.h"
+#include "YStringEncoding.h"
 
 namespace ydetail {
 
@@ -327,10 +328,10 @@ YString YString::stringByTrimmingCharactersInSet(const YCharacterSet& set) const
   return YString(newImmutableRep(c + begin, end - begin));
 }
 
-std::string YString::UTF8String() const {
-  const std::size_t n = length();
-  const char16_t* c = characters();
-  // Sized first (lone surrogates become U+FFFD, three bytes), then filled.
+void ydetail::appendUTF8(std::u16string_view units, std::string& result) {
+  const std::size_t n = units.size();
+  const char16_t* c = units.data();
+  // Sized first (a lone surrogate takes three bytes), then filled.
   std::size_t bytes = 0;
   for (std::size_t i = 0; i < n; ++i) {
     const char16_t u = c[i];
@@ -339,8 +340,9 @@ std::string YString::UTF8String() const {
     else if (u >= 0xD800 && u <= 0xDBFF && i + 1 < n && c[i + 1] >= 0xDC00 && c[i + 1] <= 0xDFFF) bytes += 4, ++i;
     else bytes += 3;
   }
-  std::string out(bytes, '\0');
-  char* o = out.data();
+  const std::size_t start = result.size();
+  result.resize(start + bytes);
+  char* o = result.data() + start;
   std::size_t i = 0;
   while (i < n) {
     // Runs of ASCII four units at a time.
@@ -380,6 +382,11 @@ std::string YString::UTF8String() const {
       *o++ = static_cast<char>(0x80 | (cp & 0x3F));
     }
   }
+}
+
+std::string YString::UTF8String() const {
+  std::string out;
+  ydetail::appendUTF8(view(), out);
   return out;
 }
 

@@ -445,14 +445,16 @@ std::int64_t writeCode(int err) {
   }
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    ssize_t n = ::write(fd, bytes.data(), bytes.size());
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
+bool writeAll(int fd, const std::function<std::string_view()>& next) {
+  for (std::string_view bytes = next(); !bytes.empty(); bytes = next()) {
+    while (!bytes.empty()) {
+      ssize_t n = ::write(fd, bytes.data(), bytes.size());
+      if (n < 0) {
+        if (errno == EINTR) continue;
+        return false;
+      }
+      bytes.remove_prefix(static_cast<std::size_t>(n));
     }
-    bytes.remove_prefix(static_cast<std::size_t>(n));
   }
   return true;
 }
@@ -534,6 +536,19 @@ std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError
 }
 
 bool YWriteFile(const YString& path, std::string_view bytes, bool atomically, std::shared_ptr<YError>* error) {
+  bool given = false;
+  return YWriteFileChunks(
+      path,
+      [&]() -> std::string_view {
+        if (given) return {};
+        given = true;
+        return bytes;
+      },
+      atomically, error);
+}
+
+bool YWriteFileChunks(const YString& path, const std::function<std::string_view()>& next, bool atomically,
+                      std::shared_ptr<YError>* error) {
   if (path.isNull() || path.length() == 0) {
     setError(error, YFileWriteUnknownError, YString(u"No file path given"));
     return false;
@@ -541,7 +556,16 @@ bool YWriteFile(const YString& path, std::string_view bytes, bool atomically, st
   std::string target = resolveLinks(path.UTF8String());
   if (!atomically) {
     int fd = ::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0 || !writeAll(fd, bytes)) {
+    bool written = false;
+    if (fd >= 0) {
+      try {
+        written = writeAll(fd, next);
+      } catch (...) {
+        ::close(fd);
+        throw;
+      }
+    }
+    if (!written) {
       int err = errno;
       if (fd >= 0) ::close(fd);
       setError(error, writeCode(err), describeErrno("Cannot write file", path, err), err);
@@ -585,7 +609,15 @@ bool YWriteFile(const YString& path, std::string_view bytes, bool atomically, st
     }
   }
   if (::fchmod(fd, mode) != 0) return fail("Cannot set permissions for");
-  if (!writeAll(fd, bytes)) return fail("Cannot write file");
+  bool written;
+  try {
+    written = writeAll(fd, next);
+  } catch (...) {
+    ::close(fd);
+    ::unlink(temp.c_str());
+    throw;
+  }
+  if (!written) return fail("Cannot write file");
   if (::fsync(fd) != 0) return fail("Cannot flush file");
   if (::close(fd) != 0) {
     int err = errno;
@@ -637,7 +669,33 @@ bool YString::writeToFileAtomicallyEncodingError(const YString& path, bool atomi
                                                                YString(u"No text to write"));
     return false;
   }
-  auto bytes = YEncodeString(*this, encoding, error);
-  if (!bytes) return false;
-  return YWriteFile(path, *bytes, atomically, error);
+  if (encoding != YUTF8StringEncoding) {
+    auto bytes = YEncodeString(*this, encoding, error);
+    if (!bytes) return false;
+    return YWriteFile(path, *bytes, atomically, error);
+  }
+  // UTF-8 is encoded piece by piece as it is written, after the one check
+  // that can make it fail.
+  const std::u16string_view units = view();
+  if (std::size_t bad = firstLoneSurrogate(units); bad != std::u16string_view::npos) {
+    setError(error, YFileWriteInapplicableStringEncodingError,
+             YString::stringWithFormat("The text holds a lone surrogate at position %zu, which %s cannot represent",
+                                       bad, "UTF-8"));
+    return false;
+  }
+  constexpr std::size_t kPiece = 32768;
+  std::size_t done = 0;
+  std::string piece;
+  return YWriteFileChunks(
+      path,
+      [&]() -> std::string_view {
+        if (done == units.size()) return {};
+        std::size_t end = std::min(units.size(), done + kPiece);
+        if (end < units.size() && isHigh(units[end - 1])) ++end;  // keep a surrogate pair together
+        piece.clear();
+        ydetail::appendUTF8(units.substr(done, end - done), piece);
+        done = end;
+        return piece;
+      },
+      atomically, error);
 }

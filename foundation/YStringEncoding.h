@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -64,3 +65,14 @@ std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError
 /// YString::writeToFileAtomicallyEncodingError). A symbolic link is
 /// followed: the file it points to is replaced, the link stays.
 bool YWriteFile(const YString& path, std::string_view bytes, bool atomically, std::shared_ptr<YError>* error);
+/// The same with the bytes handed over piece by piece: `next` returns the
+/// next piece, and an empty one at the end. The pieces stay valid until the
+/// next call. An exception from `next` removes the temporary file (when
+/// writing atomically) and passes on.
+bool YWriteFileChunks(const YString& path, const std::function<std::string_view()>& next, bool atomically,
+                      std::shared_ptr<YError>* error);
+
+namespace ydetail {
+/// Appends `units` to `out` as UTF-8; a lone surrogate becomes U+FFFD.
+void appendUTF8(std::u16string_view units, std::string& out);
+}  // namespace ydetail
