@@ -48,6 +48,9 @@ class YIniCompositeElement : public YIniElement {
   /// The current list object itself (not a copy). Change it only through the
   /// operations below, so that observation stays right.
   std::shared_ptr<ElementList> elements() const noexcept { return _elements; }
+  /// The same list as elements() without taking a reference to it: valid
+  /// until the next change of the composite.
+  const std::shared_ptr<ElementList>& elementsList() const noexcept { return _elements; }
   /// The list as of the last commit (the object itself).
   std::shared_ptr<ElementList> initialElements() const noexcept { return _initialElements; }
 

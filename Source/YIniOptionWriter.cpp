@@ -1,5 +1,9 @@
 #include "YIniOptionWriter.h"
 
+#include <typeinfo>
+
+#include "YStringWriter.h"
+
 #include "YAssertionHandler.h"
 
 static constexpr const char YUnitName[] = "YIniOptionWriter";
@@ -12,6 +16,11 @@ void YIniOptionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   // value (empty when null); built in one piece.
   const YString name = _option ? _option->name() : YString();
   const YString value = _option ? _option->value() : YString();
-  textWriter->write(YString::stringByConcatenating(
-      {name.isNull() ? std::u16string_view(u"(null)") : name.view(), u"=", value.view()}));
+  const std::u16string_view pieces[] = {name.isNull() ? std::u16string_view(u"(null)") : name.view(), u"=",
+                                        value.view()};
+  if (typeid(*textWriter) == typeid(YStringWriter)) {
+    static_cast<YStringWriter&>(*textWriter).writePieces({pieces[0], pieces[1], pieces[2]});
+    return;
+  }
+  textWriter->write(YString::stringByConcatenating({pieces[0], pieces[1], pieces[2]}));
 }

@@ -1,9 +1,12 @@
 #include "YIniSectionWriter.h"
 
+#include <typeinfo>
+
 #include "NSString+Extensions.h"
 #include "YAssertionHandler.h"
 #include "YCharacterSet.h"
 #include "YStringWritable.h"
+#include "YStringWriter.h"
 #include "YIniOptionWriter.h"
 
 static constexpr const char YUnitName[] = "YIniSectionWriter";
@@ -20,9 +23,11 @@ bool YIniSectionWriter::newLineAtAtIndex(std::int32_t index) const {
 
 bool YIniSectionWriter::newLineAtPosition(std::size_t position) const {
   if (!_section) return false;
-  auto elements = _section->elements();
-  if (position >= elements->count()) return false;
-  auto* comment = YCast<YIniComment>(elements->objectAtIndex(position).get());
+  const auto& elements = _section->elementsList()->vector();
+  if (position >= elements.size()) return false;
+  // Held while its text is asked for: stringValue() may run host code.
+  std::shared_ptr<YIniElement> element = elements[position];
+  auto* comment = YCast<YIniComment>(element.get());
   return comment && endsWithCharacter(comment->stringValue(), u'\n');
 }
 
@@ -32,14 +37,17 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   const YCharacterSet whitespace = YCharacterSet::whitespaceCharacterSet();
 
   const YString name = _section->name();  // "[%@]", a null name printing as "(null)"
-  textWriter->write(
-      YString::stringByConcatenating({u"[", name.isNull() ? std::u16string_view(u"(null)") : name.view(), u"]"}));
+  const std::u16string_view shown = name.isNull() ? std::u16string_view(u"(null)") : name.view();
+  if (typeid(*textWriter) == typeid(YStringWriter))
+    static_cast<YStringWriter&>(*textWriter).writePieces({u"[", shown, u"]"});
+  else
+    textWriter->write(YString::stringByConcatenating({u"[", shown, u"]"}));
   if (_section->elements()->count() > 0 && !newLineAtPosition(0)) textWriter->writeLine();
 
   // The list is read again at every step: writing may change it (setName
   // notifies observers, which may edit the section).
-  for (std::size_t i = 0; i < _section->elements()->count(); ++i) {
-    std::shared_ptr<YIniElement> element = _section->elements()->objectAtIndex(i);
+  for (std::size_t i = 0; i < _section->elementsList()->count(); ++i) {
+    std::shared_ptr<YIniElement> element = _section->elementsList()->objectAtIndex(i);
     if (auto option = YCast<YIniOption>(element)) {
       if (option->name().isNull()) continue;
       YString name = option->name().stringByTrimmingCharactersInSet(whitespace);
@@ -47,7 +55,7 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
       option->setName(name);
       if (option->value().isNull()) continue;
       YIniOptionWriter(option).write(textWriter);
-      const std::size_t count = _section->elements()->count();
+      const std::size_t count = _section->elementsList()->count();
       if (i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1))) textWriter->writeLine();
     } else if (auto* comment = YCast<YIniComment>(element.get())) {
       YStringWritable(comment->stringValue()).write(textWriter);

@@ -16,6 +16,16 @@ void YStringWriter::write(const YString& string) {
   _position += static_cast<std::int64_t>(string.length());
 }
 
+void YStringWriter::writePieces(std::initializer_list<std::u16string_view> pieces) {
+  if (_position != static_cast<std::int64_t>(_string.length()) || !_string.isMutable()) {
+    // Not an append: one insertion of the whole, with its checks.
+    write(YString::stringByConcatenating(pieces));
+    return;
+  }
+  for (auto piece : pieces) _string.appendCharacters(piece.data(), piece.size());
+  _position = static_cast<std::int64_t>(_string.length());
+}
+
 void YStringWriter::writeLine(const YString& string) {
   write(string);
   writeLine();

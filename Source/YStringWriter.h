@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
+#include <string_view>
 #include <memory>
 
 #include "YTextWriter.h"
@@ -34,6 +36,12 @@ class YStringWriter : public YTextWriter {
   void writeValue(const std::shared_ptr<YObject>& value) override;
 
   /// The target string (the same object the writer was made with).
+  /// Inserts `pieces`, one after another, at the position and advances it,
+  /// as one write() of their concatenation would, without making that
+  /// string. The library's own writers use it when writing into exactly a
+  /// YStringWriter.
+  void writePieces(std::initializer_list<std::u16string_view> pieces);
+
   const YString& string() const noexcept { return _string; }
   /// The insertion position in UTF-16 code units.
   std::int64_t position() const noexcept { return _position; }
