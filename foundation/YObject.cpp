@@ -106,6 +106,9 @@ void YObject::eraseRegistration(std::size_t index) {
     delete _observationInfo;
     _observationInfo = nullptr;
   }
+  unsigned all = 0;
+  for (std::size_t i = 0, n = registrationCount(); i < n; ++i) all |= registrationAt(i).options;
+  _first.allOptions = all;
 }
 
 bool YObject::isRegistered(const Target& t, const YString& key) const noexcept {
@@ -118,6 +121,7 @@ bool YObject::isRegistered(const Target& t, const YString& key) const noexcept {
 }
 
 bool YObject::wantsEarlyState(const YString& key) const noexcept {
+  if (!(_first.allOptions & (YKeyValueObservingOptionOld | YKeyValueObservingOptionPrior))) return false;
   const std::size_t n = registrationCount();
   for (std::size_t i = 0; i < n; ++i) {
     const Registration& r = registrationAt(i);
@@ -169,12 +173,14 @@ void YObject::addObserver(YObject* observer, const YString& keyPath, unsigned op
   if (!observer) throw YInvalidArgumentException(YString(u"addObserver: nil observer"));
   if (keyPath.isNull()) throw YInvalidArgumentException(YString(u"addObserver: nil key path"));
   Registration registration{observer, keyPath, context, options};
+  const unsigned all = _first.allOptions | options;
   if (!_first.observer) {
     _first = std::move(registration);
   } else {
     if (!_observationInfo) _observationInfo = new ObservationInfo;
     _observationInfo->more.push_back(std::move(registration));
   }
+  _first.allOptions = all;
   if (options & YKeyValueObservingOptionInitial) {
     YKeyValueChange change;
     if (options & YKeyValueObservingOptionNew) change.newValue = valueForKey(keyPath);

@@ -169,6 +169,7 @@ class YObject : public std::enable_shared_from_this<YObject> {
     YString key;
     void* context = nullptr;
     unsigned options = 0;
+    unsigned allOptions = 0;  // in the first registration: the options of all of them
   };
   struct ObservationInfo;
   struct PendingChange;
