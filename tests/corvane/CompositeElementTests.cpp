@@ -3,6 +3,7 @@
 
 #include "ElementTestSupport.h"
 #include "YIniCompositeElement.h"
+#include "YIniSection.h"
 
 namespace {
 
@@ -68,6 +69,33 @@ TEST(Composite, EveryListAccessorAndSetModifiedAnnounces) {
   auto list = std::dynamic_pointer_cast<YArray<YObject>>(inserted);
   ASSERT_TRUE(list && list->count() == 1u);
   EXPECT_EQ(list->objectAtIndex(0).get(), b.get());
+}
+
+// A host's section that reads the change records of its own registrations.
+class RecordingSection : public YIniSection {
+ public:
+  RecordingSection() : YIniSection(S("s")) {}
+  std::vector<YKeyValueChange> seen;
+  void observeValueForKeyPath(const YString& key, YObject* object, const YKeyValueChange& change,
+                              void* context) override {
+    seen.push_back(change);
+    YIniSection::observeValueForKeyPath(key, object, change, context);
+  }
+};
+
+TEST(Composite, SubclassObserversGetTheValuesTheyRegisteredFor) {
+  // The library's own composites read no values, so their notifications
+  // carry none; a subclass gets what its registrations (New) ask for.
+  auto section = std::make_shared<RecordingSection>();
+  auto option = opt("k", "v");
+  section->addElement(option);
+  ASSERT_EQ(section->seen.size(), 1u);
+  auto added = std::get<std::shared_ptr<YObject>>(section->seen[0].newValue);
+  EXPECT_EQ(std::dynamic_pointer_cast<YArray<YObject>>(added)->objectAtIndex(0).get(), option.get());
+  option->setValue(S("w"));
+  ASSERT_EQ(section->seen.size(), 2u);  // the option's "modified", with its new state
+  EXPECT_EQ(std::get<bool>(section->seen[1].newValue), true);
+  EXPECT_TRUE(section->isModified());
 }
 
 TEST(Composite, EachOccurrenceObservedOnceInitialOnlyNotAndDestructionUnsubscribes) {

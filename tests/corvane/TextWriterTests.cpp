@@ -94,6 +94,23 @@ TEST(OptionWriter, FormatsNameEqualsValue) {
   YString target = YString::mutableString();
   YIniOptionWriter(nullptr).write(YStringWriter::writerWithString(target));
   EXPECT_EQ(utf8(target), "(null)=");
+
+  // Into the middle of a text: the line goes in at the position as one piece.
+  target = mutableWith("[a]\n\n");
+  auto writer = YStringWriter::writerWithString(target);
+  writer->seek(4);
+  YIniOptionWriter(opt("k", "v")).write(writer);
+  EXPECT_EQ(utf8(target), "[a]\nk=v\n");
+  EXPECT_EQ(writer->position(), 7);
+  // A writer of another class gets one write: of the whole line.
+  struct Recorder : YStringWriter {
+    std::vector<std::string> writes;
+    Recorder() : YStringWriter(YString::mutableString()) {}
+    void write(const YString& s) override { writes.push_back(s.UTF8String()); }
+  };
+  auto recorder = std::make_shared<Recorder>();
+  YIniOptionWriter(opt("k", "v")).write(recorder);
+  EXPECT_EQ(recorder->writes, std::vector<std::string>{"k=v"});
 }
 
 }  // namespace

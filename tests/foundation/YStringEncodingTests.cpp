@@ -206,6 +206,30 @@ TEST_F(YFileTest, FailedAtomicWriteKeepsTheTargetAndLeavesNoTemporaryFile) {
   EXPECT_EQ(entries(), (std::set<std::string>{"folder.ini", "keep.ini"}));
 }
 
+TEST_F(YFileTest, LongUTF8TextIsWrittenWholeOrNotAtAll) {
+  // Text is encoded piece by piece while it is written: a surrogate pair on
+  // a piece boundary stays whole, and a lone surrogate anywhere, even late in
+  // a long text, fails before the target is touched.
+  for (std::size_t at : {32767u, 32768u, 70000u}) {
+    std::u16string units(100000, u'a');
+    units[at] = u'\xD83D';
+    units[at + 1] = u'\xDE00';
+    const YString text(units);
+    for (bool atomically : {false, true}) {
+      std::shared_ptr<YError> error;
+      ASSERT_TRUE(write(text, "long.ini", atomically, &error)) << describe(error);
+      EXPECT_EQ(contents("long.ini"), text.UTF8String()) << at;
+    }
+    units[at + 1] = u'b';
+    std::shared_ptr<YError> error;
+    EXPECT_FALSE(write(YString(units), "long.ini", true, &error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
+    EXPECT_EQ(contents("long.ini"), text.UTF8String());
+  }
+  EXPECT_EQ(entries(), std::set<std::string>{"long.ini"});
+}
+
 TEST_F(YFileTest, WritesKeepPermissionBitsAndReplaceWhatALinkPointsTo) {
   std::ofstream(path("real.ini")) << "a much longer old text";
   fs::create_symlink("real.ini", path("link.ini"));

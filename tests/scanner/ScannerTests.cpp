@@ -63,6 +63,44 @@ TEST(RuleBasedScanner, MatchErrorPassesToCallerAndKeepsPosition) {
   EXPECT_EQ(scanner->position(), 0);
 }
 
+// A rule written against tokenAtPosition() alone: each match is a new token
+// object with a subtoken, handed to the scanner through the default value path.
+struct PairRule : YRule {
+  std::shared_ptr<YTokenClass> part = YTokenClass::tokenClass(YString(u"part"));
+  PairRule() : YRule(YTokenClass::tokenClass(YString(u"pair"))) {}
+  std::shared_ptr<YToken> tokenAtPosition(std::u16string_view text, std::int32_t position) override {
+    if (text.size() - static_cast<std::size_t>(position) < 2 || text[position] != text[position + 1]) return nullptr;
+    auto sub = std::make_shared<YToken>(part, 1, 1);
+    return std::make_shared<YToken>(tokenClass(), position, 2, YArray<YToken>::arrayWithObjects({sub}));
+  }
+};
+
+TEST(RuleBasedScanner, TokensAndMatchesDescribeTheSameTokens) {
+  const YString text(u"aa[x]\ncc");
+  IniRules ini;
+  std::vector<std::shared_ptr<YRule>> list{std::make_shared<PairRule>()};
+  for (const auto& rule : *ini.rules) list.push_back(rule);
+  auto rules = ruleList(list);
+  // nextMatch() and nextToken() alternate on one scanner; the other scanner
+  // makes token objects only.
+  auto mixed = scannerFor(text, rules);
+  std::string viaBoth;
+  YTokenMatch match;
+  for (bool useMatch = false;; useMatch = !useMatch) {
+    std::shared_ptr<YToken> token;
+    if (useMatch) {
+      if (!mixed->nextMatch(match)) break;
+      token = YToken::tokenWithMatch(match);
+    } else if (!(token = mixed->nextToken())) {
+      break;
+    }
+    viaBoth += (viaBoth.empty() ? "" : " ") + dump(*token);
+  }
+  EXPECT_EQ(viaBoth, scanAll(text, rules));
+  EXPECT_EQ(viaBoth, "pair@0+2[part@1+1] section@2+3[key@1+1] newline@5+1 pair@6+2[part@1+1]");
+  EXPECT_FALSE(mixed->nextMatch(match));
+}
+
 TEST(StringBuffer, SharesImmutableTextAndSnapshotsMutableText) {
   YString text(u"k=v");
   EXPECT_EQ(YStringBuffer::bufferFromString(text)->characters().data(), text.characters());
