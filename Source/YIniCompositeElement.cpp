@@ -8,10 +8,6 @@
 
 static constexpr const char YUnitName[] = "YIniCompositeElement";
 
-namespace {
-inline bool sameKey(const YString& a, const YString& b) noexcept { return a.isIdenticalTo(b) || a.isEqualToString(b); }
-}  // namespace
-
 // What hasModifiedElements() would find, kept for one state of the lists:
 // whether they differ, and which distinct children were last seen modified.
 struct YIniCompositeElement::ModifiedCache {
@@ -262,10 +258,10 @@ void YIniCompositeElement::modifiedChangedForElement(YIniElement* element) {
 void YIniCompositeElement::observeValueForKeyPath(const YString& keyPath, YObject* object, const YKeyValueChange&,
                                                   void*) {
   if (object == this) {
-    if (sameKey(keyPath, YElementsKey)) elementsChanged();
+    if (YKeysEqual(keyPath, YElementsKey)) elementsChanged();
     return;
   }
-  if (sameKey(keyPath, YModifiedKey) && !_bits.ignoreChanges)
+  if (YKeysEqual(keyPath, YModifiedKey) && !_bits.ignoreChanges)
     modifiedChangedForElement(YCast<YIniElement>(object));
 }
 
@@ -274,13 +270,13 @@ bool YIniCompositeElement::ignoresChangeValues() const noexcept {
 }
 
 YValue YIniCompositeElement::valueForKey(const YString& key) const {
-  if (sameKey(key, YModifiedKey)) return isModified();
-  if (sameKey(key, YElementsKey)) return std::static_pointer_cast<YObject>(_elements);
+  if (YKeysEqual(key, YModifiedKey)) return isModified();
+  if (YKeysEqual(key, YElementsKey)) return std::static_pointer_cast<YObject>(_elements);
   return {};
 }
 
 YValue YIniCompositeElement::valuesAtIndexesForKey(const YIndexSet& indexes, const YString& key) const {
-  if (!sameKey(key, YElementsKey)) return {};
+  if (!YKeysEqual(key, YElementsKey)) return {};
   std::vector<std::shared_ptr<YObject>> children;
   for (std::size_t index : indexes.indexes())
     if (index < _elements->count()) children.push_back(_elements->vector()[index]);

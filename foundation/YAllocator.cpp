@@ -184,7 +184,7 @@ void* smallAllocate(std::size_t size) {
 
 void smallDeallocate(void* block, std::size_t size) noexcept {
   if (!block) return;
-  if (Y_POOL_DISABLED || size > kSmallObjectLimit) return ::operator delete(block, size);
+  if (Y_POOL_DISABLED || size > kSmallObjectLimit) return ::operator delete(block);
   const unsigned c = classOf(size);
   Cache& cache = tcache;
   auto* free = static_cast<FreeBlock*>(block);
@@ -217,7 +217,7 @@ void* largeAllocate(std::size_t size) {
 
 void largeDeallocate(void* buffer, std::size_t size) noexcept {
   if (!buffer) return;
-  if (Y_POOL_DISABLED || size < kLargeBuffer) return ::operator delete(buffer, size);
+  if (Y_POOL_DISABLED || size < kLargeBuffer) return ::operator delete(buffer);
   ::munmap(buffer, pageRounded(size));
 }
 

@@ -44,12 +44,6 @@ struct YObject::PendingChange {
   YValue oldValue;
 };
 
-namespace {
-inline bool sameKey(const YString& a, const YString& b) noexcept {
-  return a.isIdenticalTo(b) || a.isEqualToString(b);
-}
-}  // namespace
-
 // An observer to notify, copied out of the registrations so that observers
 // may register or unregister while a delivery is running.
 struct YObject::Target {
@@ -115,7 +109,7 @@ bool YObject::isRegistered(const Target& t, const YString& key) const noexcept {
   const std::size_t n = registrationCount();
   for (std::size_t i = 0; i < n; ++i) {
     const Registration& r = registrationAt(i);
-    if (r.observer == t.observer && r.context == t.context && sameKey(r.key, key)) return true;
+    if (r.observer == t.observer && r.context == t.context && YKeysEqual(r.key, key)) return true;
   }
   return false;
 }
@@ -125,7 +119,7 @@ bool YObject::wantsEarlyState(const YString& key) const noexcept {
   const std::size_t n = registrationCount();
   for (std::size_t i = 0; i < n; ++i) {
     const Registration& r = registrationAt(i);
-    if ((r.options & (YKeyValueObservingOptionOld | YKeyValueObservingOptionPrior)) && sameKey(r.key, key))
+    if ((r.options & (YKeyValueObservingOptionOld | YKeyValueObservingOptionPrior)) && YKeysEqual(r.key, key))
       return true;
   }
   return false;
@@ -191,7 +185,7 @@ void YObject::addObserver(YObject* observer, const YString& keyPath, unsigned op
 void YObject::removeObserver(YObject* observer, const YString& keyPath) {
   for (std::size_t i = registrationCount(); i-- > 0;) {
     const Registration& r = registrationAt(i);
-    if (r.observer == observer && sameKey(r.key, keyPath)) {
+    if (r.observer == observer && YKeysEqual(r.key, keyPath)) {
       eraseRegistration(i);
       return;
     }
@@ -204,7 +198,7 @@ void YObject::removeObserver(YObject* observer, const YString& keyPath) {
 std::size_t YObject::observationCountForKey(const YString& keyPath) const noexcept {
   std::size_t count = 0;
   const std::size_t n = registrationCount();
-  for (std::size_t i = 0; i < n; ++i) count += sameKey(registrationAt(i).key, keyPath) ? 1 : 0;
+  for (std::size_t i = 0; i < n; ++i) count += YKeysEqual(registrationAt(i).key, keyPath) ? 1 : 0;
   return count;
 }
 
@@ -213,7 +207,7 @@ std::size_t YObject::observationCountForObserver(const YObject* observer, const 
   const std::size_t n = registrationCount();
   for (std::size_t i = 0; i < n; ++i) {
     const Registration& r = registrationAt(i);
-    count += (r.observer == observer && sameKey(r.key, keyPath)) ? 1 : 0;
+    count += (r.observer == observer && YKeysEqual(r.key, keyPath)) ? 1 : 0;
   }
   return count;
 }
@@ -226,7 +220,7 @@ void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YInde
   const std::size_t n = registrationCount();
   for (std::size_t i = 0; i < n; ++i) {
     const Registration& r = registrationAt(i);
-    if (!sameKey(r.key, key)) continue;
+    if (!YKeysEqual(r.key, key)) continue;
     if (prior && !(r.options & YKeyValueObservingOptionPrior)) continue;
     targets.push(Target{r.observer, r.context, r.options});
     if (r.options & YKeyValueObservingOptionOld) wantsOld = true;
@@ -236,7 +230,7 @@ void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YInde
   if (!prior && _observationInfo && !_observationInfo->pending.empty()) {
     auto& pending = _observationInfo->pending;
     for (auto it = pending.rbegin(); it != pending.rend(); ++it) {
-      if (sameKey(it->key, key)) {
+      if (YKeysEqual(it->key, key)) {
         oldValue = std::move(it->oldValue);
         pending.erase(std::next(it).base());
         break;
@@ -304,7 +298,7 @@ void YObject::cancelChangeForKey(const YString& key) {
   if (!_observationInfo) return;
   auto& pending = _observationInfo->pending;
   for (auto it = pending.rbegin(); it != pending.rend(); ++it) {
-    if (sameKey(it->key, key)) {
+    if (YKeysEqual(it->key, key)) {
       pending.erase(std::next(it).base());
       return;
     }

@@ -220,6 +220,15 @@ class YString {
 extern const YString YModifiedKey;  // "modified"
 extern const YString YElementsKey;  // "elements"
 
+/// Key equality for the observer mechanism: the same string object, or equal
+/// text. Two distinct constant keys differ without a look at their text.
+inline bool YKeysEqual(const YString& a, const YString& b) noexcept {
+  if (a.isIdenticalTo(b)) return true;
+  const bool aConstant = a.isIdenticalTo(YModifiedKey) || a.isIdenticalTo(YElementsKey);
+  const bool bConstant = b.isIdenticalTo(YModifiedKey) || b.isIdenticalTo(YElementsKey);
+  return !(aConstant && bConstant) && a.isEqualToString(b);
+}
+
 std::ostream& operator<<(std::ostream& os, const YString& s);
 
 template <>
