@@ -18,8 +18,9 @@ void YIniOptionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   const YString value = _option ? _option->value() : YString();
   const std::u16string_view pieces[] = {name.isNull() ? std::u16string_view(u"(null)") : name.view(), u"=",
                                         value.view()};
-  if (typeid(*textWriter) == typeid(YStringWriter)) {
-    static_cast<YStringWriter&>(*textWriter).writePieces({pieces[0], pieces[1], pieces[2]});
+  YTextWriter& target = *textWriter;
+  if (typeid(target) == typeid(YStringWriter)) {
+    static_cast<YStringWriter&>(target).writePieces({pieces[0], pieces[1], pieces[2]});
     return;
   }
   textWriter->write(YString::stringByConcatenating({pieces[0], pieces[1], pieces[2]}));

@@ -38,8 +38,9 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
 
   const YString name = _section->name();  // "[%@]", a null name printing as "(null)"
   const std::u16string_view shown = name.isNull() ? std::u16string_view(u"(null)") : name.view();
-  if (typeid(*textWriter) == typeid(YStringWriter))
-    static_cast<YStringWriter&>(*textWriter).writePieces({u"[", shown, u"]"});
+  YTextWriter& target = *textWriter;
+  if (typeid(target) == typeid(YStringWriter))
+    static_cast<YStringWriter&>(target).writePieces({u"[", shown, u"]"});
   else
     textWriter->write(YString::stringByConcatenating({u"[", shown, u"]"}));
   if (_section->elements()->count() > 0 && !newLineAtPosition(0)) textWriter->writeLine();
