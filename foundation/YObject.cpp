@@ -318,27 +318,23 @@ const YString* constantKey(const YString& key) noexcept {
 }  // namespace
 
 YObject::ChangeScope::ChangeScope(YObject& object, const YString& key)
-    : _object(object), _key(constantKey(key)), _index(0), _kind(YKeyValueChangeKind::Setting), _indexed(false),
-      _observed(object._first.observer != nullptr), _exceptions(0) {
-  if (!_key) {
-    _ownKey = key;
-    _key = &_ownKey;
-  }
-  if (!_observed) return;
-  _exceptions = std::uncaught_exceptions();
-  _object.willChangeValueForKey(*_key);
+    : ChangeScope(object, YKeyValueChangeKind::Setting, 0, key, false) {
+  if (_observed) _object.willChangeValueForKey(*_key);
 }
 
 YObject::ChangeScope::ChangeScope(YObject& object, YKeyValueChangeKind kind, std::size_t index, const YString& key)
-    : _object(object), _key(constantKey(key)), _index(index), _kind(kind), _indexed(true),
-      _observed(object._first.observer != nullptr), _exceptions(0) {
+    : ChangeScope(object, kind, index, key, true) {
+  if (_observed) _object.willChangeValuesAtIndexesForKey(_kind, YIndexSet(_index), *_key);
+}
+
+YObject::ChangeScope::ChangeScope(YObject& object, YKeyValueChangeKind kind, std::size_t index, const YString& key,
+                                  bool indexed)
+    : _object(object), _key(constantKey(key)), _index(index), _kind(kind), _indexed(indexed),
+      _observed(object._first.observer != nullptr), _exceptions(_observed ? std::uncaught_exceptions() : 0) {
   if (!_key) {
     _ownKey = key;
     _key = &_ownKey;
   }
-  if (!_observed) return;
-  _exceptions = std::uncaught_exceptions();
-  _object.willChangeValuesAtIndexesForKey(_kind, YIndexSet(_index), *_key);
 }
 
 YObject::ChangeScope::~ChangeScope() noexcept(false) {

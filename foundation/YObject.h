@@ -150,6 +150,9 @@ class YObject : public std::enable_shared_from_this<YObject> {
     ChangeScope& operator=(const ChangeScope&) = delete;
 
    private:
+    // Sets up the scope; the public constructors then send their will-change.
+    ChangeScope(YObject& object, YKeyValueChangeKind kind, std::size_t index, const YString& key, bool indexed);
+
     YObject& _object;
     const YString* _key;  // a constant key itself, else _ownKey
     YString _ownKey;      // own handle: the caller's key may be a temporary

@@ -42,9 +42,7 @@ bool YEndOfLineRule::matchAtPosition(std::u16string_view text, std::int32_t posi
 }
 
 std::shared_ptr<YToken> YEndOfLineRule::tokenAtPosition(std::u16string_view text, std::int32_t position) {
-  YTokenMatch match;
-  if (!matchAtPosition(text, position, match)) return nullptr;
-  return YToken::tokenWithMatch(match);
+  return tokenFromMatchAtPosition(text, position);
 }
 
 YString YEndOfLineRule::description() const {

@@ -211,9 +211,7 @@ bool YRegularExpressionRule::matchAtPosition(std::u16string_view text, std::int3
 }
 
 std::shared_ptr<YToken> YRegularExpressionRule::tokenAtPosition(std::u16string_view text, std::int32_t position) {
-  YTokenMatch match;
-  if (!matchAtPosition(text, position, match)) return nullptr;
-  return YToken::tokenWithMatch(match);
+  return tokenFromMatchAtPosition(text, position);
 }
 
 YString YRegularExpressionRule::description() const {

@@ -13,3 +13,9 @@ bool YRule::matchAtPosition(std::u16string_view text, std::int32_t position, YTo
   match.assign(std::move(token));
   return true;
 }
+
+std::shared_ptr<YToken> YRule::tokenFromMatchAtPosition(std::u16string_view text, std::int32_t position) {
+  YTokenMatch match;
+  if (!matchAtPosition(text, position, match)) return nullptr;
+  return YToken::tokenWithMatch(match);
+}

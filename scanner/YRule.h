@@ -47,6 +47,10 @@ class YRule : public YObject {
   virtual bool matchAtPosition(std::u16string_view text, std::int32_t position, YTokenMatch& match);
 
  protected:
+  /// The token object for what matchAtPosition() finds, or null: the
+  /// tokenAtPosition() of rules that match through the value path.
+  std::shared_ptr<YToken> tokenFromMatchAtPosition(std::u16string_view text, std::int32_t position);
+
   /// A rule producing tokens of `tokenClass` (not null); its filter admits every code unit.
   explicit YRule(std::shared_ptr<YTokenClass> tokenClass);
 
