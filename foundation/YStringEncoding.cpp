@@ -73,6 +73,17 @@ std::size_t firstLoneSurrogate(std::u16string_view s) {
   return std::u16string_view::npos;
 }
 
+// False, with the error set, when `s` holds a lone surrogate: no Unicode
+// encoding form can represent one.
+bool representableInUnicode(std::u16string_view s, const char* encodingName, std::shared_ptr<YError>* error) {
+  const std::size_t bad = firstLoneSurrogate(s);
+  if (bad == std::u16string_view::npos) return true;
+  setError(error, YFileWriteInapplicableStringEncodingError,
+           YString::stringWithFormat("The text holds a lone surrogate at position %zu, which %s cannot represent", bad,
+                                     encodingName));
+  return false;
+}
+
 void putUnit16(std::string& out, char16_t c, bool bigEndian) {
   if (bigEndian) out.push_back(static_cast<char>(c >> 8)), out.push_back(static_cast<char>(c & 0xFF));
   else out.push_back(static_cast<char>(c & 0xFF)), out.push_back(static_cast<char>(c >> 8));
@@ -278,12 +289,7 @@ std::optional<std::string> YEncodeString(const YString& string, YStringEncoding 
   std::u16string_view s = string.view();
   if (info->icuName) return encodeICU(s, info->icuName, info->name, error);
   if (encoding == YNonLossyASCIIStringEncoding) return encodeNonLossyASCII(s);
-  if (std::size_t bad = firstLoneSurrogate(s); bad != std::u16string_view::npos) {
-    setError(error, YFileWriteInapplicableStringEncodingError,
-             YString::stringWithFormat("The text holds a lone surrogate at position %zu, which %s cannot represent",
-                                       bad, info->name));
-    return std::nullopt;
-  }
+  if (!representableInUnicode(s, info->name, error)) return std::nullopt;
   std::string out;
   switch (encoding) {
     case YUTF8StringEncoding:
@@ -677,12 +683,7 @@ bool YString::writeToFileAtomicallyEncodingError(const YString& path, bool atomi
   // UTF-8 is encoded piece by piece as it is written, after the one check
   // that can make it fail.
   const std::u16string_view units = view();
-  if (std::size_t bad = firstLoneSurrogate(units); bad != std::u16string_view::npos) {
-    setError(error, YFileWriteInapplicableStringEncodingError,
-             YString::stringWithFormat("The text holds a lone surrogate at position %zu, which %s cannot represent",
-                                       bad, "UTF-8"));
-    return false;
-  }
+  if (!representableInUnicode(units, "UTF-8", error)) return false;
   constexpr std::size_t kPiece = 32768;
   std::size_t done = 0;
   std::string piece;
