@@ -25,3 +25,5 @@ echo "-- the copy (only the changed line differs from examples/app.ini):"
 cat "$copy_dir/app.ini"
 echo "-- diff against the original:"
 diff examples/app.ini "$copy_dir/app.ini" || true
+echo "-- corvane diff examples/app.ini <copy>:"
+"$corvane" diff examples/app.ini "$copy_dir/app.ini" || true

@@ -1,6 +1,7 @@
-// Shared helpers for the scanner suites: the INI rule set and token dumps.
+// Shared helpers for the scanner suites: rules, scanners and token dumps.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,45 +12,6 @@
 #include "YRuleBasedScanner.h"
 
 namespace scannertest {
-
-/// The eight INI rules with their ten token classes.
-struct IniRules {
-  std::shared_ptr<YTokenClass> comment = YTokenClass::tokenClass(YString(u"comment"));
-  std::shared_ptr<YTokenClass> section = YTokenClass::tokenClass(YString(u"section"));
-  std::shared_ptr<YTokenClass> option = YTokenClass::tokenClass(YString(u"option"));
-  std::shared_ptr<YTokenClass> optionEnd = YTokenClass::tokenClass(YString(u"optionEnd"));
-  std::shared_ptr<YTokenClass> fragment = YTokenClass::tokenClass(YString(u"fragment"));
-  std::shared_ptr<YTokenClass> fragmentEnd = YTokenClass::tokenClass(YString(u"fragmentEnd"));
-  std::shared_ptr<YTokenClass> key = YTokenClass::tokenClass(YString(u"key"));
-  std::shared_ptr<YTokenClass> value = YTokenClass::tokenClass(YString(u"value"));
-  std::shared_ptr<YTokenClass> newline = YTokenClass::tokenClass(YString(u"newline"));
-  std::shared_ptr<YTokenClass> unknown = YTokenClass::tokenClass(YString(u"unknown"));
-  std::shared_ptr<YArray<YRule>> rules;
-
-  IniRules() {
-    using D = YDictionary<YTokenClass>;
-    using R = YRegularExpressionRule;
-    rules = YArray<YRule>::arrayWithObjects({
-        YEndOfLineRule::ruleWithOpenSequenceTokenClass(YString(u"#"), comment),
-        R::ruleWithPatternOptionsTokenClass(YString(u"^(\n|\r\n)"), 0, newline),
-        R::ruleWithPatternOptionsTokenClassGroupClasses(YString(u"\\[(?<section_name>.+)\\]"), 1, section,
-                                                        D::dictionaryWithObjectsAndKeys({{YString(u"section_name"), key}})),
-        R::ruleWithPatternOptionsTokenClassGroupClasses(
-            YString(u"(?<option_key>^(?! ).*?)=(?<option_value>.*\n|\r\n)"), 1, option,
-            D::dictionaryWithObjectsAndKeys({{YString(u"option_key"), key}, {YString(u"option_value"), value}})),
-        R::ruleWithPatternOptionsTokenClassGroupClasses(
-            YString(u"(?<option_value_fragment>[ ]+.+\n|\r\n)"), 1, fragment,
-            D::dictionaryWithObjectsAndKeys({{YString(u"option_value_fragment"), key}})),
-        R::ruleWithPatternOptionsTokenClassGroupClasses(
-            YString(u"(?<option_value_fragment>[ ]+.+\\z)"), 1, fragmentEnd,
-            D::dictionaryWithObjectsAndKeys({{YString(u"option_value_fragment-terminating"), key}})),
-        R::ruleWithPatternOptionsTokenClassGroupClasses(
-            YString(u"(?<option_key>^(?! ).*?)=(?<option_value>.*\\z)"), 1, optionEnd,
-            D::dictionaryWithObjectsAndKeys({{YString(u"option_key"), key}, {YString(u"option_value"), value}})),
-        R::ruleWithPatternOptionsTokenClass(YString(u".*"), 0, unknown),
-    });
-  }
-};
 
 inline std::shared_ptr<YRuleBasedScanner> scannerFor(const YString& text, std::shared_ptr<YArray<YRule>> rules) {
   return YRuleBasedScanner::scannerForStreamWithRules(
@@ -63,17 +25,26 @@ inline std::string dump(const YToken& token) {
                      std::to_string(token.position()) + "+" + std::to_string(token.length());
   if (!token.subtokens()->isEmpty()) {
     text += "[";
-    for (const auto& sub : *token.subtokens()) text += (text.back() == '[' ? "" : " ") + dump(*sub);
+    for (const auto& sub : *token.subtokens()) {
+      if (text.back() != '[') text += ' ';
+      text += dump(*sub);
+    }
     text += "]";
   }
   return text;
 }
 
-/// Every token of `text`, dumped and joined by spaces.
-inline std::string scanAll(const YString& text, std::shared_ptr<YArray<YRule>> rules) {
+/// Every token of `text` (at most `limit`, so that a scanner that stalls
+/// fails a test rather than hangs it), dumped and joined by spaces.
+inline std::string scanAll(const YString& text, std::shared_ptr<YArray<YRule>> rules, std::size_t limit = SIZE_MAX) {
   auto scanner = scannerFor(text, std::move(rules));
   std::string out;
-  while (auto token = scanner->nextToken()) out += (out.empty() ? "" : " ") + dump(*token);
+  for (std::size_t n = 0; n < limit; ++n) {
+    auto token = scanner->nextToken();
+    if (!token) break;
+    if (!out.empty()) out += ' ';
+    out += dump(*token);
+  }
   return out;
 }
 
@@ -85,6 +56,16 @@ inline std::shared_ptr<YRegularExpressionRule> regexRule(const char16_t* pattern
                                                          unsigned options = 0) {
   return YRegularExpressionRule::ruleWithPatternOptionsTokenClass(YString(pattern), options,
                                                                   YTokenClass::tokenClass(YString(name)));
+}
+
+/// A rule whose named groups listed in `map` (group name, class name) make subtokens.
+inline std::shared_ptr<YRegularExpressionRule> groupRule(
+    const char16_t* pattern, std::initializer_list<std::pair<const char16_t*, const char16_t*>> map,
+    const char16_t* name = u"t") {
+  auto classes = YDictionary<YTokenClass>::dictionary();
+  for (const auto& [group, cls] : map) classes->setObjectForKey(YTokenClass::tokenClass(YString(cls)), YString(group));
+  return YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      YString(pattern), 0, YTokenClass::tokenClass(YString(name)), classes);
 }
 
 /// Records precondition failures instead of throwing.
