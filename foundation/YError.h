@@ -19,7 +19,10 @@ enum YFoundationErrorCode : std::int64_t {
   YFileWriteUnknownError = 512,
   YFileWriteNoPermissionError = 513,
   YFileWriteInapplicableStringEncodingError = 517,
+  YFileWriteNotARegularFileError = 520,  ///< the target is a folder, FIFO, device, socket or link loop
+  YFileWriteNotFlushedError = 521,       ///< replaced, but the folder could not be flushed to disk
   YFileWriteOutOfSpaceError = 640,
+  YFileWriteTooLargeError = 641,         ///< beyond the process's file size limit (EFBIG)
   YFileWriteVolumeReadOnlyError = 642,
 };
 

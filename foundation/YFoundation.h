@@ -6,6 +6,7 @@
 #include "YCharacterSet.h"
 #include "YError.h"
 #include "YException.h"
+#include "YFile.h"
 #include "YLog.h"
 #include "YObject.h"
 #include "YString.h"

@@ -578,8 +578,6 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
 
 // ---- constants and printing ----------------------------------------------
 
-const YString YModifiedKey(u"modified");
-const YString YElementsKey(u"elements");
 
 std::ostream& operator<<(std::ostream& os, const YString& s) {
   if (s.isNull()) return os << "(null)";

@@ -148,12 +148,17 @@ class YString {
   static YString stringWithContentsOfFileEncodingError(const YString& path, YStringEncoding encoding,
                                                        std::shared_ptr<YError>* error);
   /// Writes the text to `path` in `encoding`. A text the encoding cannot
-  /// represent fails; nothing is substituted. With `atomically` the text goes
-  /// to a new temporary file in the same folder, is flushed to disk, takes the
-  /// target's permission bits, and replaces the target by a rename, so the
-  /// target is never half-written. Returns false and sets `*error` (when not
+  /// represent fails before the file is touched; nothing is substituted.
+  /// With `atomically` the text goes to a new file in the same folder, is
+  /// flushed to disk, takes the target's permission bits (and owner where
+  /// permitted), and replaces the target by a rename, so the target is never
+  /// half-written; without it the target is truncated and written in place,
+  /// with no flush. A symbolic link is followed; a target that is not a
+  /// regular file (a folder, FIFO, device, link loop) is refused. The details,
+  /// the risks of the in-place mode and the error codes are those of
+  /// YWriteFileChunks (YFile.h). Returns false and sets `*error` (when not
   /// null) on any failure; never throws for I/O or encoding failures.
-  bool writeToFileAtomicallyEncodingError(const YString& path, bool atomically, YStringEncoding encoding,
+  [[nodiscard]] bool writeToFileAtomicallyEncodingError(const YString& path, bool atomically, YStringEncoding encoding,
                                           std::shared_ptr<YError>* error) const;
 
   /// True for the absent string.
@@ -215,19 +220,6 @@ class YString {
   void requireMutable(const char* operation) const;
   ydetail::YStringRep* _rep = nullptr;
 };
-
-/// The constant keys the element model announces.
-extern const YString YModifiedKey;  // "modified"
-extern const YString YElementsKey;  // "elements"
-
-/// Key equality for the observer mechanism: the same string object, or equal
-/// text. Two distinct constant keys differ without a look at their text.
-inline bool YKeysEqual(const YString& a, const YString& b) noexcept {
-  if (a.isIdenticalTo(b)) return true;
-  const bool aConstant = a.isIdenticalTo(YModifiedKey) || a.isIdenticalTo(YElementsKey);
-  const bool bConstant = b.isIdenticalTo(YModifiedKey) || b.isIdenticalTo(YElementsKey);
-  return !(aConstant && bConstant) && a.isEqualToString(b);
-}
 
 std::ostream& operator<<(std::ostream& os, const YString& s);
 

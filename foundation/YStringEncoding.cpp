@@ -1,18 +1,14 @@
 #include "YStringEncoding.h"
 
 #include "YException.h"
+#include "YFile.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <unicode/ucnv.h>
 #include <unicode/ucsdet.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <limits>
-#include <vector>
+#include <cctype>
+#include <cstdio>
 
 namespace {
 
@@ -372,7 +368,21 @@ YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* u
     if (!s.isNull() && usedEncoding) *usedEncoding = e;
     return s;
   };
-  if (startsWith(bytes, kBOM8)) return done(YDecodeBytes(bytes, YUTF8StringEncoding, error), YUTF8StringEncoding);
+  // UTF-8 with a few stray bytes (a Latin-1 name pasted into a UTF-8 file)
+  // stays UTF-8: reading it as a legacy encoding would garble every
+  // multi-byte character around them.
+  auto mostlyUTF8 = [](std::string_view body) {
+    std::vector<std::size_t> invalid;
+    YString text = YDecodeUTF8Replacing(body, &invalid);
+    return invalid.size() * 100 < body.size() ? text : YString();
+  };
+  if (startsWith(bytes, kBOM8)) {
+    YString text = YDecodeBytes(bytes, YUTF8StringEncoding, nullptr);
+    if (text.isNull()) text = mostlyUTF8(bytes.substr(kBOM8.size()));
+    if (text.isNull())
+      setError(error, YFileReadInapplicableStringEncodingError, YString(u"The bytes are not valid UTF-8"));
+    return done(text, YUTF8StringEncoding);
+  }
   if (startsWith(bytes, kBOM32LE) || startsWith(bytes, kBOM32BE))
     return done(YDecodeBytes(bytes, YUTF32StringEncoding, error), YUTF32StringEncoding);
   if (startsWith(bytes, kBOM16LE) || startsWith(bytes, kBOM16BE))
@@ -399,6 +409,7 @@ YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* u
     return done(YString::fromUTF8(bytes), YUTF8StringEncoding);
   } catch (const YInvalidArgumentException&) {
   }
+  if (YString text = mostlyUTF8(bytes); !text.isNull()) return done(text, YUTF8StringEncoding);
   // A statistical guess over (at most) the first 64 KiB.
   constexpr int32_t kConfidenceFloor = 10;
   UErrorCode status = U_ZERO_ERROR;
@@ -425,224 +436,44 @@ YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* u
   return {};
 }
 
-// ---- files -----------------------------------------------------------------
-
-namespace {
-
-YString describeErrno(const char* what, const YString& path, int err) {
-  return YString::stringWithFormat("%s '%@': %s", what, path, std::strerror(err));
-}
-
-std::int64_t readCode(int err) {
-  switch (err) {
-    case ENOENT: case ENOTDIR: return YFileNoSuchFileError;
-    case EACCES: case EPERM: return YFileReadNoPermissionError;
-    default: return YFileReadUnknownError;
-  }
-}
-
-std::int64_t writeCode(int err) {
-  switch (err) {
-    case EACCES: case EPERM: return YFileWriteNoPermissionError;
-    case ENOSPC: case EDQUOT: return YFileWriteOutOfSpaceError;
-    case EROFS: return YFileWriteVolumeReadOnlyError;
-    case ENOENT: case ENOTDIR: return YFileNoSuchFileError;
-    default: return YFileWriteUnknownError;
-  }
-}
-
-bool writeAll(int fd, const std::function<std::string_view()>& next) {
-  for (std::string_view bytes = next(); !bytes.empty(); bytes = next()) {
-    while (!bytes.empty()) {
-      ssize_t n = ::write(fd, bytes.data(), bytes.size());
-      if (n < 0) {
-        if (errno == EINTR) continue;
-        return false;
-      }
-      bytes.remove_prefix(static_cast<std::size_t>(n));
+YString YDecodeUTF8Replacing(std::string_view bytes, std::vector<std::size_t>* invalidOffsets) {
+  const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+  const std::size_t n = bytes.size();
+  std::u16string out;
+  out.reserve(n);
+  auto isContinuation = [](unsigned char b) { return (b & 0xC0) == 0x80; };
+  for (std::size_t i = 0; i < n;) {
+    const unsigned c = p[i];
+    if (c < 0x80) {
+      out.push_back(static_cast<char16_t>(c));
+      ++i;
+      continue;
     }
-  }
-  return true;
-}
-
-// Follows symbolic links so that saving replaces the file a link points to.
-std::string resolveLinks(std::string path) {
-  for (int hops = 0; hops < 40; ++hops) {
-    char target[4096];
-    ssize_t n = ::readlink(path.c_str(), target, sizeof target - 1);
-    if (n < 0) break;
-    std::string next(target, static_cast<std::size_t>(n));
-    if (next.empty() || next[0] != '/') {
-      auto slash = path.rfind('/');
-      next = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + next;
+    // The sequence length a lead byte announces, and the range its second
+    // byte must fall in (which rules out overlong forms, surrogates and
+    // code points past U+10FFFF).
+    std::size_t length = 0;
+    unsigned low = 0x80, high = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) length = 2;
+    else if (c >= 0xE0 && c <= 0xEF) length = 3, low = c == 0xE0 ? 0xA0 : 0x80, high = c == 0xED ? 0x9F : 0xBF;
+    else if (c >= 0xF0 && c <= 0xF4) length = 4, low = c == 0xF0 ? 0x90 : 0x80, high = c == 0xF4 ? 0x8F : 0xBF;
+    std::size_t taken = 1;
+    if (length > 0 && i + 1 < n && p[i + 1] >= low && p[i + 1] <= high) {
+      taken = 2;
+      while (taken < length && i + taken < n && isContinuation(p[i + taken])) ++taken;
     }
-    path = next;
-  }
-  return path;
-}
-
-mode_t currentUmask() {
-  mode_t mask = ::umask(022);
-  ::umask(mask);
-  return mask;
-}
-
-}  // namespace
-
-std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError>* error) {
-  if (path.isNull()) {
-    setError(error, YFileReadUnknownError, YString(u"No file path given"));
-    return std::nullopt;
-  }
-  std::string p = path.UTF8String();
-  int fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    int err = errno;
-    setError(error, readCode(err), describeErrno("Cannot open file", path, err), err);
-    return std::nullopt;
-  }
-  struct stat st{};
-  if (::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
-    ::close(fd);
-    setError(error, YFileReadUnknownError, describeErrno("Cannot read file", path, EISDIR), EISDIR);
-    return std::nullopt;
-  }
-  // Positions are 32-bit downstream: refuse what could not be addressed.
-  constexpr std::size_t kLimit = std::numeric_limits<int32_t>::max();
-  // Read straight into the result; a file that grows meanwhile is read on
-  // until its end.
-  auto tooLarge = [&]() -> std::optional<std::string> {
-    ::close(fd);
-    setError(error, YFileReadTooLargeError, YString::stringWithFormat("The file '%@' is too large", path), EFBIG);
-    return std::nullopt;
-  };
-  std::string bytes;
-  std::size_t used = 0;
-  if (st.st_size > 0) bytes.resize(std::min<std::size_t>(static_cast<std::size_t>(st.st_size), kLimit) + 1);
-  for (;;) {
-    if (used == bytes.size()) {
-      if (bytes.size() > kLimit) return tooLarge();
-      bytes.resize(std::min<std::size_t>(std::max<std::size_t>(bytes.size() * 2, 65536), kLimit + 1));
+    if (length == 0 || taken < length) {
+      if (invalidOffsets) invalidOffsets->push_back(i);
+      out.push_back(u'\uFFFD');
+      i += taken;
+      continue;
     }
-    ssize_t n = ::read(fd, bytes.data() + used, bytes.size() - used);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      int err = errno;
-      ::close(fd);
-      setError(error, readCode(err), describeErrno("Cannot read file", path, err), err);
-      return std::nullopt;
-    }
-    if (n == 0) break;
-    used += static_cast<std::size_t>(n);
+    char32_t cp = c & (length == 2 ? 0x1F : length == 3 ? 0x0F : 0x07);
+    for (std::size_t k = 1; k < length; ++k) cp = (cp << 6) | (p[i + k] & 0x3F);
+    ydetail::appendUTF16(out, cp);
+    i += length;
   }
-  if (used > kLimit) return tooLarge();
-  bytes.resize(used);
-  ::close(fd);
-  return bytes;
-}
-
-bool YWriteFile(const YString& path, std::string_view bytes, bool atomically, std::shared_ptr<YError>* error) {
-  bool given = false;
-  return YWriteFileChunks(
-      path,
-      [&]() -> std::string_view {
-        if (given) return {};
-        given = true;
-        return bytes;
-      },
-      atomically, error);
-}
-
-bool YWriteFileChunks(const YString& path, const std::function<std::string_view()>& next, bool atomically,
-                      std::shared_ptr<YError>* error) {
-  if (path.isNull() || path.length() == 0) {
-    setError(error, YFileWriteUnknownError, YString(u"No file path given"));
-    return false;
-  }
-  std::string target = resolveLinks(path.UTF8String());
-  if (!atomically) {
-    int fd = ::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    bool written = false;
-    if (fd >= 0) {
-      try {
-        written = writeAll(fd, next);
-      } catch (...) {
-        ::close(fd);
-        throw;
-      }
-    }
-    if (!written) {
-      int err = errno;
-      if (fd >= 0) ::close(fd);
-      setError(error, writeCode(err), describeErrno("Cannot write file", path, err), err);
-      return false;
-    }
-    if (::close(fd) != 0) {
-      int err = errno;
-      setError(error, writeCode(err), describeErrno("Cannot write file", path, err), err);
-      return false;
-    }
-    return true;
-  }
-  auto slash = target.rfind('/');
-  std::string folder = slash == std::string::npos ? "." : target.substr(0, slash == 0 ? 1 : slash);
-  std::string base = slash == std::string::npos ? target : target.substr(slash + 1);
-  // The temporary name must fit wherever the target's does (NAME_MAX): keep
-  // at most 200 bytes of the target's name in it.
-  std::string temp = folder + "/." + base.substr(0, 200) + ".XXXXXX";
-  std::vector<char> templ(temp.begin(), temp.end());
-  templ.push_back('\0');
-  int fd = ::mkostemp(templ.data(), O_CLOEXEC);
-  if (fd < 0) {
-    int err = errno;
-    setError(error, writeCode(err), describeErrno("Cannot create a temporary file beside", path, err), err);
-    return false;
-  }
-  temp.assign(templ.data());
-  auto fail = [&](const char* what) {
-    int err = errno;
-    ::close(fd);
-    ::unlink(temp.c_str());
-    setError(error, writeCode(err), describeErrno(what, path, err), err);
-    return false;
-  };
-  struct stat st{};
-  mode_t mode = 0666 & ~currentUmask();
-  if (::stat(target.c_str(), &st) == 0) {
-    mode = st.st_mode & 07777;
-    if (::fchown(fd, st.st_uid, st.st_gid) != 0) {
-      // Keeping the owner needs privileges; the mode is kept regardless.
-    }
-  }
-  if (::fchmod(fd, mode) != 0) return fail("Cannot set permissions for");
-  bool written;
-  try {
-    written = writeAll(fd, next);
-  } catch (...) {
-    ::close(fd);
-    ::unlink(temp.c_str());
-    throw;
-  }
-  if (!written) return fail("Cannot write file");
-  if (::fsync(fd) != 0) return fail("Cannot flush file");
-  if (::close(fd) != 0) {
-    int err = errno;
-    ::unlink(temp.c_str());
-    setError(error, writeCode(err), describeErrno("Cannot write file", path, err), err);
-    return false;
-  }
-  if (::rename(temp.c_str(), target.c_str()) != 0) {
-    int err = errno;
-    ::unlink(temp.c_str());
-    setError(error, writeCode(err), describeErrno("Cannot replace file", path, err), err);
-    return false;
-  }
-  int dirfd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dirfd >= 0) {
-    ::fsync(dirfd);
-    ::close(dirfd);
-  }
-  return true;
+  return YString(std::u16string_view(out));
 }
 
 // ---- YString file operations ---------------------------------------------

@@ -3,10 +3,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "YError.h"
 #include "YString.h"
@@ -55,22 +55,22 @@ std::optional<std::string> YEncodeString(const YString& string, YStringEncoding 
 YString YDecodeBytes(std::string_view bytes, YStringEncoding encoding, std::shared_ptr<YError>* error);
 /// Decodes `bytes`, detecting the encoding: a byte-order mark first, then
 /// UTF-16 without a mark (mostly ASCII text: NUL bytes at every other
-/// position), then strict UTF-8, then a statistical guess above a confidence floor.
+/// position), then UTF-8, then a statistical guess above a confidence floor.
+/// Bytes that are valid UTF-8 but for invalid sequences numbering under 1% of
+/// the bytes are read as UTF-8 (the rest being valid UTF-8, it is ASCII or
+/// holds multi-byte sequences), each invalid sequence becoming U+FFFD (see
+/// YDecodeUTF8Replacing): one stray byte does not make a UTF-8 file a legacy
+/// one. `*usedEncoding` is then YUTF8StringEncoding.
 YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* usedEncoding,
                                       std::shared_ptr<YError>* error);
-
-/// Reads a whole file as bytes; nothing and `*error` on failure.
-std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError>* error);
-/// Writes `bytes` to `path`, atomically when asked (see
-/// YString::writeToFileAtomicallyEncodingError). A symbolic link is
-/// followed: the file it points to is replaced, the link stays.
-bool YWriteFile(const YString& path, std::string_view bytes, bool atomically, std::shared_ptr<YError>* error);
-/// The same with the bytes handed over piece by piece: `next` returns the
-/// next piece, and an empty one at the end. The pieces stay valid until the
-/// next call. An exception from `next` removes the temporary file (when
-/// writing atomically) and passes on.
-bool YWriteFileChunks(const YString& path, const std::function<std::string_view()>& next, bool atomically,
-                      std::shared_ptr<YError>* error);
+/// Decodes `bytes` as UTF-8 (a leading byte-order mark is kept as U+FEFF),
+/// turning each invalid sequence into one U+FFFD: a byte that starts no
+/// sequence, or the longest start of a sequence that is cut short (the
+/// maximal subpart, as the Unicode standard recommends; an overlong form or
+/// a surrogate is cut short at its second byte). Never fails. When
+/// `invalidOffsets` is not null it receives the byte offset of each invalid
+/// sequence, in order.
+YString YDecodeUTF8Replacing(std::string_view bytes, std::vector<std::size_t>* invalidOffsets);
 
 namespace ydetail {
 /// Appends `units` to `out` as UTF-8; a lone surrogate becomes U+FFFD.

@@ -126,6 +126,50 @@ TEST(YStringEncodingTest, DetectionByteOrderMarkFirstThenStrictUTF8) {
   EXPECT_TRUE(used == YISOLatin1StringEncoding || used == YWindowsCP1252StringEncoding) << used;
 }
 
+TEST(YStringEncodingTest, ReplacingDecoderGivesOneReplacementPerInvalidSequence) {
+  struct Case {
+    std::string bytes;
+    std::u16string text;
+    std::vector<std::size_t> offsets;
+  } cases[] = {
+      {"a\xC3\xA9" "b", u"a\u00E9b", {}},
+      {"a\xE9" "b", u"a\uFFFDb", {1}},                          // a Latin-1 byte
+      {"\xE2\x82x\xE2\x82\xAC", u"\uFFFDx\u20AC", {0}},   // a cut-short sequence is one
+      {"\x80\xBF", u"\uFFFD\uFFFD", {0, 1}},                // stray continuation bytes
+      {"\xC0\xAF\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD", {0, 1, 2, 3, 4}},  // overlong, surrogate
+      {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", {0, 1, 2, 3}},  // past U+10FFFF
+      {"\xF0\x9F\x98\x80\xF0\x9F\x98", u"\U0001F600\uFFFD", {4}},      // cut short by the end
+      {"x\xC3\n", u"x\uFFFD\n", {1}},  // a line end is never swallowed
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.bytes));
+    std::vector<std::size_t> offsets;
+    EXPECT_EQ(YDecodeUTF8Replacing(c.bytes, &offsets), YString(c.text));
+    EXPECT_EQ(offsets, c.offsets);
+  }
+}
+
+TEST(YStringEncodingTest, DetectionKeepsUTF8WithFewInvalidBytes) {
+  // One stray byte in 199 is under 1% of the bytes; one in 99 is not.
+  const std::string ascii(198, 'a');
+  struct Case {
+    std::string bytes;
+    bool utf8;
+  } cases[] = {
+      {ascii + "\xE9", true},                                    // 1 in 199
+      {std::string(98, 'a') + "\xE9", false},                     // 1 in 99
+      {"\xEF\xBB\xBF" + ascii + "\xE9", true},                    // behind a byte-order mark
+      {std::string(300, 'a') + "gr\xC3\xBC\xC3\x9F \xE9t\xE9", true},  // 2 in 311, with valid sequences
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.bytes));
+    YStringEncoding used = 0;
+    YString text = YDecodeBytesDetectingEncoding(c.bytes, &used, nullptr);
+    EXPECT_EQ(used == YUTF8StringEncoding, c.utf8) << used;
+    EXPECT_EQ(text.view().find(u'\uFFFD') != std::u16string_view::npos, c.utf8);
+  }
+}
+
 // A fresh folder per test, removed afterwards.
 class YFileTest : public testing::Test {
  protected:
