@@ -3,7 +3,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <cassert>
+#include <cstdint>
+#include <ctime>
 #include <mutex>
 
 // Under AddressSanitizer every block comes from operator new, so that the
@@ -19,90 +21,361 @@
 #define Y_POOL_DISABLED 0
 #endif
 
+#ifndef MADV_POPULATE_WRITE
+#define MADV_POPULATE_WRITE 23  // Linux 5.14; older kernels refuse it and pages fault on first touch
+#endif
+
+// How the pool is laid out
+//
+// Blocks are carved from 64 KiB chunks aligned to their size, each holding
+// blocks of one size class behind a small header, so the chunk of any block
+// is its address with the low bits cleared. A chunk counts the blocks it has
+// handed out; when all have come back it is empty and may serve any class.
+//
+// Each thread keeps a free list per class, taken from and given to without a
+// lock. A list holds at most 128 KiB of blocks; what is freed beyond that is
+// gathered into a batch and given to the shared store of its class (one
+// mutex per class), which returns each block to its chunk. A thread whose
+// list runs dry takes a chunk's returned blocks, or newly carved ones, from
+// there. So blocks freed on another thread flow back to whoever allocates
+// next, and a class's blocks, once freed, become empty chunks that any class
+// reuses: resident memory follows the peak live set, plus at most 2 MiB of
+// lists per thread. Every hand-over between threads goes through a mutex,
+// which orders the block's last use before its next owner's first.
+//
+// Chunks come from address space reserved in 64 MiB arenas, aligned to 2 MiB
+// and marked for transparent huge pages, and faulted in 2 MiB at a time with
+// one call (the first 2 MiB a chunk at a time, in small pages). On the build machine (bench/pagefault_bench) a fresh MiB costs
+// about 500 µs of CPU time in 4 KiB pages (2 µs a page), faulted one by one
+// or by MAP_POPULATE alike, and 30 to 120 µs in huge pages. Empty chunks are kept for reuse;
+// those empty for a second, beyond the newest 4 MiB of them, are given back
+// to the system.
 namespace ydetail {
 namespace {
 
 constexpr std::size_t kGranule = 16;
 constexpr unsigned kClasses = kSmallObjectLimit / kGranule;
-constexpr std::size_t kFirstChunk = std::size_t(64) << 10;
-constexpr std::size_t kLargestChunk = std::size_t(4) << 20;
+constexpr std::size_t kChunkSize = std::size_t(64) << 10;
+constexpr std::size_t kHugePage = std::size_t(2) << 20;
+constexpr std::size_t kArenaSize = std::size_t(64) << 20;
 constexpr std::size_t kLargeBuffer = std::size_t(1) << 20;
+// A thread's free list of one class holds at most this many bytes of blocks.
+constexpr std::size_t kListBytes = std::size_t(128) << 10;
+// Blocks move between a thread and the shared store in batches of this size.
+constexpr std::size_t kBatchBytes = std::size_t(8) << 10;
+// Empty chunks kept whatever the timing, and how long the others may idle.
+constexpr std::size_t kKeptEmptyChunks = (std::size_t(4) << 20) / kChunkSize;
+constexpr long kIdleMilliseconds = 1000;
 
 struct FreeBlock {
   FreeBlock* next;
 };
 
+// The header at the start of every chunk.
+struct alignas(16) Chunk {
+  Chunk* next;  // in its class's list of chunks with blocks to give, or among the empty chunks
+  Chunk* prev;
+  FreeBlock* free;      // blocks that came back
+  FreeBlock* freeTail;  // the last of them, so the list is handed over whole
+  char* carve;          // where the blocks never handed out begin
+  std::uint32_t freeCount;
+  std::uint32_t used;   // blocks handed out: in threads' lists or in use
+  std::uint32_t size;   // block size
+  bool listed;          // in its class's list
+  long emptiedAt;       // when the last block came back (milliseconds), while empty
+};
+constexpr std::size_t kChunkHeader = sizeof(Chunk);
+static_assert(kChunkHeader % kGranule == 0);
+
 inline unsigned classOf(std::size_t size) noexcept {
   return size == 0 ? 0u : static_cast<unsigned>((size - 1) / kGranule);
 }
+constexpr std::size_t blockSize(unsigned c) noexcept { return (c + 1) * kGranule; }
+constexpr std::uint32_t batchOf(unsigned c) noexcept { return static_cast<std::uint32_t>(kBatchBytes / blockSize(c)); }
+constexpr std::uint32_t listLimitOf(unsigned c) noexcept {
+  return static_cast<std::uint32_t>(kListBytes / blockSize(c));
+}
+// A refill may bring a batch less one plus a whole chunk's returned blocks.
+static_assert(kListBytes >= kBatchBytes + kChunkSize);
 
+inline Chunk* chunkOf(void* block) noexcept {
+  return reinterpret_cast<Chunk*>(reinterpret_cast<std::uintptr_t>(block) & ~(kChunkSize - 1));
+}
+inline bool isExhausted(const Chunk* chunk) noexcept {
+  return !chunk->free && chunk->carve + chunk->size > reinterpret_cast<const char*>(chunk) + kChunkSize;
+}
+
+inline std::size_t pageSize() noexcept {
+  static const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  return page;
+}
 inline std::size_t pageRounded(std::size_t size) noexcept {
-  const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  const std::size_t page = pageSize();
   return (size + page - 1) / page * page;
 }
 
-// Anonymous memory with every page faulted in by one call.
-void* mapPopulated(std::size_t bytes) {
-  void* memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-  if (memory == MAP_FAILED) throw std::bad_alloc();
-  return memory;
+long nowMilliseconds() noexcept {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return static_cast<long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-// Free blocks handed over by threads that ended, and the memory that threads
-// use while they end. Never destroyed: blocks may be freed during exit.
-struct Depot {
+// Faults the pages in with one call where the kernel offers it.
+void populate(void* memory, std::size_t bytes) noexcept { ::madvise(memory, bytes, MADV_POPULATE_WRITE); }
+
+// `bytes` (a multiple of the page size) of address space starting on a 2 MiB
+// boundary and marked for huge pages; no page is faulted in yet. Null when the
+// system has no room. A reservation (`reserve`) is not charged against the
+// system's commit limit, as most of it may stay unused.
+char* mapHugeAligned(std::size_t bytes, bool reserve) noexcept {
+  void* memory = ::mmap(nullptr, bytes + kHugePage, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | (reserve ? MAP_NORESERVE : 0), -1, 0);
+  if (memory == MAP_FAILED) return nullptr;
+  const auto start = reinterpret_cast<std::uintptr_t>(memory);
+  const std::uintptr_t aligned = (start + kHugePage - 1) & ~(kHugePage - 1);
+  if (aligned > start) ::munmap(memory, aligned - start);
+  const std::uintptr_t end = start + bytes + kHugePage;
+  if (end > aligned + bytes) ::munmap(reinterpret_cast<void*>(aligned + bytes), end - (aligned + bytes));
+  // Where transparent huge pages are offered only on request; elsewhere a no-op.
+  ::madvise(reinterpret_cast<void*>(aligned), bytes, MADV_HUGEPAGE);
+  return reinterpret_cast<char*>(aligned);
+}
+
+// The chunks of one size class that have blocks to give.
+struct alignas(64) ClassStore {
   std::mutex mutex;
-  FreeBlock* lists[kClasses] = {};
-  FreeBlock* tails[kClasses] = {};  // last block of each non-empty list
-  std::atomic<std::uint32_t> nonEmpty{0};  // bit c: lists[c] holds blocks
-  char* bump = nullptr;
-  char* end = nullptr;
+  Chunk* chunks = nullptr;
 };
 
-Depot& depot() {
-  static Depot* const instance = new Depot;
+// Empty chunks and the address space not carved into chunks yet.
+struct ChunkStore {
+  std::mutex mutex;
+  Chunk* newest = nullptr;       // empty chunks, faulted in, ready for any class
+  Chunk* oldest = nullptr;       // the end of that list that has been empty longest
+  std::size_t emptyCount = 0;
+  Chunk* released = nullptr;     // pages given back to the system but the header's
+  char* next = nullptr;          // arena not carved yet
+  char* faulted = nullptr;       // the arena is faulted in up to here
+  char* end = nullptr;
+  bool reservedBefore = false;
+  std::size_t smallPageSteps = 0;  // chunks still to fault in one by one (see takeChunk)
+};
+
+// Never destroyed: blocks may be freed while the process exits.
+struct Shared {
+  ClassStore classes[kClasses];
+  ChunkStore chunks;
+};
+
+Shared& shared() {
+  static Shared* const instance = new Shared;
   return *instance;
 }
 
-// A thread's own free lists and the chunk it carves new blocks from. Plain
-// data, so it stays usable while the thread's other objects are destroyed.
+// Gives the pages of chunks that have been empty for a second or more back
+// to the system, beyond the few kept at all times; looked at whenever a chunk
+// is taken or given back. A chunk's header page stays, so it can still be
+// listed among the released ones.
+void returnIdleChunks(ChunkStore& store, long now) noexcept {
+  const std::size_t page = pageSize();
+  if (page >= kChunkSize) return;
+  while (store.emptyCount > kKeptEmptyChunks && now - store.oldest->emptiedAt >= kIdleMilliseconds) {
+    Chunk* chunk = store.oldest;
+    store.oldest = chunk->prev;
+    store.oldest->next = nullptr;
+    --store.emptyCount;
+    ::madvise(reinterpret_cast<char*>(chunk) + page, kChunkSize - page, MADV_DONTNEED);
+    chunk->next = store.released;
+    store.released = chunk;
+  }
+}
+
+Chunk* takeChunk(ChunkStore& store) {
+  std::lock_guard<std::mutex> lock(store.mutex);
+  Chunk* chunk = store.newest;
+  if (chunk) {
+    store.newest = chunk->next;
+    if (store.newest) store.newest->prev = nullptr;
+    else store.oldest = nullptr;
+    --store.emptyCount;
+  } else if ((chunk = store.released)) {
+    store.released = chunk->next;
+    populate(reinterpret_cast<char*>(chunk) + pageSize(), kChunkSize - pageSize());
+  } else {
+    if (store.next == store.end) {
+      std::size_t bytes = kArenaSize;
+      char* arena = mapHugeAligned(bytes, true);
+      if (!arena) arena = mapHugeAligned(bytes = kHugePage, true);
+      if (!arena) throw std::bad_alloc();
+      if (!store.reservedBefore) {
+        // The process's first 2 MiB are faulted in a chunk at a time in small
+        // pages, so that a program needing a few blocks stays small.
+        ::madvise(arena, kHugePage, MADV_NOHUGEPAGE);
+        store.smallPageSteps = kHugePage / kChunkSize;
+        store.reservedBefore = true;
+      }
+      store.next = store.faulted = arena;
+      store.end = arena + bytes;
+    }
+    if (store.next == store.faulted) {
+      std::size_t step = kHugePage;
+      if (store.smallPageSteps) {
+        --store.smallPageSteps;
+        step = kChunkSize;
+      }
+      populate(store.faulted, step);
+      store.faulted += step;
+    }
+    chunk = reinterpret_cast<Chunk*>(store.next);
+    store.next += kChunkSize;
+  }
+  if (store.emptyCount > kKeptEmptyChunks) returnIdleChunks(store, nowMilliseconds());
+  return chunk;
+}
+
+// `chunks`: linked through next.
+void giveChunks(ChunkStore& store, Chunk* chunks) noexcept {
+  const long now = nowMilliseconds();
+  std::lock_guard<std::mutex> lock(store.mutex);
+  while (chunks) {
+    Chunk* chunk = chunks;
+    chunks = chunk->next;
+    chunk->emptiedAt = now;
+    chunk->prev = nullptr;
+    chunk->next = store.newest;
+    if (store.newest) store.newest->prev = chunk;
+    else store.oldest = chunk;
+    store.newest = chunk;
+    ++store.emptyCount;
+  }
+  returnIdleChunks(store, now);
+}
+
+void link(ClassStore& store, Chunk* chunk) noexcept {
+  chunk->prev = nullptr;
+  chunk->next = store.chunks;
+  if (store.chunks) store.chunks->prev = chunk;
+  store.chunks = chunk;
+  chunk->listed = true;
+}
+
+void unlink(ClassStore& store, Chunk* chunk) noexcept {
+  if (chunk->prev) chunk->prev->next = chunk->next;
+  else store.chunks = chunk->next;
+  if (chunk->next) chunk->next->prev = chunk->prev;
+  chunk->listed = false;
+}
+
+// At least `wanted` blocks of class c (or what the chunks on hand have, but
+// at least one), linked into `list`; the count taken. A chunk's returned
+// blocks are taken as one list, without walking it, so the count may exceed
+// `wanted` by a chunk's worth. Throws std::bad_alloc when no memory is left.
+std::uint32_t takeBlocks(unsigned c, std::uint32_t wanted, FreeBlock*& list) {
+  Shared& all = shared();
+  ClassStore& store = all.classes[c];
+  const std::uint32_t size = static_cast<std::uint32_t>(blockSize(c));
+  FreeBlock* head = nullptr;
+  FreeBlock** tail = &head;
+  std::uint32_t taken = 0;
+  std::lock_guard<std::mutex> lock(store.mutex);
+  while (taken < wanted) {
+    Chunk* chunk = store.chunks;
+    if (!chunk) {
+      if (taken) break;
+      chunk = takeChunk(all.chunks);
+      chunk->free = chunk->freeTail = nullptr;
+      chunk->freeCount = 0;
+      chunk->carve = reinterpret_cast<char*>(chunk) + kChunkHeader;
+      chunk->used = 0;
+      chunk->size = size;
+      link(store, chunk);
+    }
+    if (chunk->free) {
+      *tail = chunk->free;
+      tail = &chunk->freeTail->next;
+      taken += chunk->freeCount;
+      chunk->used += chunk->freeCount;
+      chunk->free = chunk->freeTail = nullptr;
+      chunk->freeCount = 0;
+    } else {
+      char* const end = reinterpret_cast<char*>(chunk) + kChunkSize;
+      const std::uint32_t before = taken;
+      for (; taken < wanted && chunk->carve + size <= end; ++taken) {
+        auto* block = reinterpret_cast<FreeBlock*>(chunk->carve);
+        chunk->carve += size;
+        *tail = block;
+        tail = &block->next;
+      }
+      chunk->used += taken - before;
+    }
+    if (isExhausted(chunk)) unlink(store, chunk);
+  }
+  *tail = nullptr;
+  list = head;
+  return taken;
+}
+
+// Returns the blocks of `list` (class c, linked through next) to their chunks;
+// chunks left with no block in use become empty chunks for any class.
+void giveBlocks(unsigned c, FreeBlock* list) noexcept {
+  Shared& all = shared();
+  ClassStore& store = all.classes[c];
+  Chunk* emptied = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(store.mutex);
+    while (list) {
+      FreeBlock* block = list;
+      list = block->next;
+      Chunk* chunk = chunkOf(block);
+      assert(chunk->size == blockSize(c) && chunk->used > 0);
+      if (!chunk->free) chunk->freeTail = block;
+      block->next = chunk->free;
+      chunk->free = block;
+      ++chunk->freeCount;
+      if (!chunk->listed) link(store, chunk);
+      if (--chunk->used == 0) {
+        unlink(store, chunk);
+        chunk->next = emptied;
+        emptied = chunk;
+      }
+    }
+  }
+  if (emptied) giveChunks(all.chunks, emptied);
+}
+
+// A thread's own free lists. Plain data, so it stays usable while the
+// thread's other objects are destroyed.
 struct Cache {
   FreeBlock* lists[kClasses];
-  FreeBlock* tails[kClasses];  // last block of each non-empty list, for handing a list over whole
-  char* bump;
-  char* end;
-  std::size_t nextChunk;
+  // Blocks each list may still take. Zero until the thread has registered
+  // its exit flush and after that ran, so that every free then takes the
+  // slow path.
+  std::uint32_t room[kClasses];
+  // Blocks freed while the list was full, given to the shared store a batch
+  // at a time. They were just written, so handing them over touches no cold
+  // memory (the full list's own blocks would be).
+  FreeBlock* spilled[kClasses];
+  std::uint32_t spilledCount[kClasses];
   bool registered;  // the Reaper below will flush the cache
-  bool dead;        // flushed: the thread is ending, the depot serves it
+  bool dead;        // flushed: the thread is ending, the shared store serves it
 };
 
 constinit thread_local Cache tcache{};
 
-void flush(Cache& cache) noexcept {
-  Depot& d = depot();
-  std::lock_guard<std::mutex> lock(d.mutex);
-  for (unsigned c = 0; c < kClasses; ++c) {
-    FreeBlock* head = cache.lists[c];
-    if (!head) continue;
-    cache.tails[c]->next = d.lists[c];
-    if (!d.lists[c]) d.tails[c] = cache.tails[c];
-    d.lists[c] = head;
-    d.nonEmpty.fetch_or(1u << c, std::memory_order_relaxed);
-    cache.lists[c] = nullptr;
-  }
-  // The larger unused stretch is kept for threads that allocate while ending.
-  if (cache.end - cache.bump > d.end - d.bump) {
-    d.bump = cache.bump;
-    d.end = cache.end;
-  }
-  cache.bump = cache.end = nullptr;
-}
-
+// Gives the lists back when the thread ends.
 struct Reaper {
   bool armed = false;
   ~Reaper() {
-    flush(tcache);
-    tcache.dead = true;
+    Cache& cache = tcache;
+    cache.dead = true;
+    for (unsigned c = 0; c < kClasses; ++c) {
+      FreeBlock* list = cache.lists[c];
+      FreeBlock* spilled = cache.spilled[c];
+      cache.lists[c] = cache.spilled[c] = nullptr;
+      cache.room[c] = cache.spilledCount[c] = 0;
+      if (list) giveBlocks(c, list);
+      if (spilled) giveBlocks(c, spilled);
+    }
   }
 };
 
@@ -111,62 +384,72 @@ thread_local Reaper reaper;
 void arm(Cache& cache) {
   reaper.armed = true;
   cache.registered = true;
+  for (unsigned c = 0; c < kClasses; ++c) cache.room[c] = listLimitOf(c);
 }
 
-void* depotAllocate(unsigned c) {
-  const std::size_t bytes = (c + 1) * kGranule;
-  Depot& d = depot();
-  std::lock_guard<std::mutex> lock(d.mutex);
-  if (FreeBlock* block = d.lists[c]) {
-    d.lists[c] = block->next;
-    if (!d.lists[c]) d.nonEmpty.fetch_and(~(1u << c), std::memory_order_relaxed);
-    return block;
-  }
-  if (static_cast<std::size_t>(d.end - d.bump) < bytes) {
-    d.bump = static_cast<char*>(mapPopulated(kFirstChunk));
-    d.end = d.bump + kFirstChunk;
-  }
-  void* block = d.bump;
-  d.bump += bytes;
-  return block;
-}
-
+// The thread's list of class c is empty.
 void* refill(Cache& cache, unsigned c) {
-  if (cache.dead) return depotAllocate(c);
-  if (!cache.registered) arm(cache);
-  const std::size_t bytes = (c + 1) * kGranule;
-  // Blocks that ended threads left behind come first.
-  Depot& d = depot();
-  if (d.nonEmpty.load(std::memory_order_relaxed) & (1u << c)) {
-    std::lock_guard<std::mutex> lock(d.mutex);
-    if (FreeBlock* block = d.lists[c]) {
-      cache.lists[c] = block->next;
-      cache.tails[c] = d.tails[c];
-      d.lists[c] = nullptr;
-      d.nonEmpty.fetch_and(~(1u << c), std::memory_order_relaxed);
-      return block;
+  FreeBlock* list = cache.spilled[c];
+  std::uint32_t taken = cache.spilledCount[c];
+  if (list) {
+    cache.spilled[c] = nullptr;
+    cache.spilledCount[c] = 0;
+  } else if (cache.dead) {
+    // One block is wanted; a chunk's returned blocks come as one list.
+    takeBlocks(c, 1, list);
+    if (list->next) giveBlocks(c, list->next);
+    return list;
+  } else {
+    if (!cache.registered) arm(cache);
+    taken = takeBlocks(c, batchOf(c), list);
+  }
+  cache.lists[c] = list->next;
+  cache.room[c] -= taken - 1;
+  return list;
+}
+
+// A free that found no room in the thread's list, or came before the thread
+// registered or after it ended.
+void spill(Cache& cache, unsigned c, FreeBlock* block) noexcept {
+  if (!cache.registered && !cache.dead) {
+    try {
+      arm(cache);
+    } catch (...) {
+      // Registering the thread-exit flush failed: the block goes to the shared store.
     }
   }
-  if (static_cast<std::size_t>(cache.end - cache.bump) < bytes) {
-    // The rest of the old chunk is too small for this class; it goes to the
-    // free lists of the classes it fits.
-    while (static_cast<std::size_t>(cache.end - cache.bump) >= kGranule) {
-      const std::size_t rest = static_cast<std::size_t>(cache.end - cache.bump);
-      const unsigned fit = classOf(rest < kSmallObjectLimit ? rest - (rest % kGranule) : kSmallObjectLimit);
-      auto* block = reinterpret_cast<FreeBlock*>(cache.bump);
-      if (!cache.lists[fit]) cache.tails[fit] = block;
-      block->next = cache.lists[fit];
-      cache.lists[fit] = block;
-      cache.bump += (fit + 1) * kGranule;
-    }
-    if (cache.nextChunk == 0) cache.nextChunk = kFirstChunk;
-    cache.bump = static_cast<char*>(mapPopulated(cache.nextChunk));
-    cache.end = cache.bump + cache.nextChunk;
-    if (cache.nextChunk < kLargestChunk) cache.nextChunk *= 2;
+  if (!cache.registered || cache.dead) {
+    block->next = nullptr;
+    giveBlocks(c, block);
+    return;
   }
-  void* block = cache.bump;
-  cache.bump += bytes;
-  return block;
+  if (cache.room[c]) {
+    block->next = cache.lists[c];
+    cache.lists[c] = block;
+    --cache.room[c];
+    return;
+  }
+  block->next = cache.spilled[c];
+  cache.spilled[c] = block;
+  if (++cache.spilledCount[c] < batchOf(c)) return;
+  cache.spilled[c] = nullptr;
+  cache.spilledCount[c] = 0;
+  giveBlocks(c, block);
+}
+
+// `bytes` faulted in at once: in huge pages from 4 MiB up (where the kernel
+// offers them), else with MAP_POPULATE.
+void* mapLarge(std::size_t bytes) {
+  if (bytes >= 2 * kHugePage) {
+    if (char* memory = mapHugeAligned(bytes, false)) {
+      populate(memory, bytes);
+      return memory;
+    }
+    throw std::bad_alloc();
+  }
+  void* memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+  if (memory == MAP_FAILED) throw std::bad_alloc();
+  return memory;
 }
 
 }  // namespace
@@ -177,6 +460,7 @@ void* smallAllocate(std::size_t size) {
   Cache& cache = tcache;
   if (FreeBlock* block = cache.lists[c]) {
     cache.lists[c] = block->next;
+    ++cache.room[c];
     return block;
   }
   return refill(cache, c);
@@ -188,31 +472,15 @@ void smallDeallocate(void* block, std::size_t size) noexcept {
   const unsigned c = classOf(size);
   Cache& cache = tcache;
   auto* free = static_cast<FreeBlock*>(block);
-  if (cache.dead) {
-    Depot& d = depot();
-    std::lock_guard<std::mutex> lock(d.mutex);
-    if (!d.lists[c]) d.tails[c] = free;
-    free->next = d.lists[c];
-    d.lists[c] = free;
-    d.nonEmpty.fetch_or(1u << c, std::memory_order_relaxed);
-    return;
-  }
-  if (!cache.registered) {
-    try {
-      arm(cache);
-    } catch (...) {
-      // Registering the thread-exit flush failed: leave the block unused.
-      return;
-    }
-  }
-  if (!cache.lists[c]) cache.tails[c] = free;
+  if (!cache.room[c]) return spill(cache, c, free);
   free->next = cache.lists[c];
   cache.lists[c] = free;
+  --cache.room[c];
 }
 
 void* largeAllocate(std::size_t size) {
   if (Y_POOL_DISABLED || size < kLargeBuffer) return ::operator new(size);
-  return mapPopulated(pageRounded(size));
+  return mapLarge(pageRounded(size));
 }
 
 void largeDeallocate(void* buffer, std::size_t size) noexcept {

@@ -11,19 +11,29 @@ namespace ydetail {
 inline constexpr std::size_t kSmallObjectLimit = 256;
 
 /// Memory for `size` bytes, aligned to 16. Sizes up to kSmallObjectLimit are
-/// carved from large pre-faulted chunks and recycled through per-thread free
-/// lists, with no per-block header; larger ones go to operator new. Throws
-/// std::bad_alloc when no memory is left.
+/// carved, in 16-byte size classes and with no per-block header, from 64 KiB
+/// chunks of pre-faulted memory (in transparent huge pages where the kernel
+/// offers them), and recycled through bounded per-thread free lists; larger
+/// ones go to operator new. Throws std::bad_alloc when no memory is left.
+///
+/// Resident memory follows the peak live set: blocks beyond a thread's lists
+/// (128 KiB a class) go back to their chunks, whichever thread frees them, and
+/// chunks whose blocks all came back serve any size class; those left unused
+/// for a second (beyond 4 MiB of them) are given back to the system the next
+/// time a chunk is taken or emptied.
 void* smallAllocate(std::size_t size);
 /// Gives back a block from smallAllocate(); `size` must be the size asked for.
-/// Any thread may give back any block.
+/// Any thread may give back any block, also while threads end.
 void smallDeallocate(void* block, std::size_t size) noexcept;
 
 /// Memory for `size` bytes of one large buffer. Sizes from 1 MiB up are
 /// mapped with their pages faulted in at once (much cheaper than a fault per
-/// page on first touch); smaller ones go to operator new.
+/// page on first touch), from 4 MiB up in huge pages where the kernel offers
+/// them; smaller ones go to operator new. Throws std::bad_alloc when no
+/// memory is left.
 void* largeAllocate(std::size_t size);
-/// Gives back a buffer from largeAllocate(); `size` as asked for.
+/// Gives back a buffer from largeAllocate(); `size` as asked for. A mapped
+/// buffer goes straight back to the system.
 void largeDeallocate(void* buffer, std::size_t size) noexcept;
 }  // namespace ydetail
 
