@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <atomic>
 #include <exception>
+#include <mutex>
+#include <stdexcept>
 
 #include "YException.h"
 
@@ -75,50 +78,123 @@ struct YObject::ObservationInfo {
   std::vector<PendingChange> pending;     // only while Old or Prior is asked for
 };
 
-std::size_t YObject::registrationCount() const noexcept {
-  if (!_first.observer) return 0;
-  return 1 + (_observationInfo ? _observationInfo->more.size() : 0);
+namespace {
+
+// Interned keys, numbered from 1; entries once set never change, so reading
+// them needs no lock once their count has been read.
+constexpr unsigned kMaxInternedKeys = 15;
+struct InternedKeys {
+  std::mutex mutex;
+  std::atomic<unsigned> count{0};
+  YString keys[kMaxInternedKeys + 1];
+};
+InternedKeys& internedKeys() {
+  static InternedKeys* const table = new InternedKeys;  // never destroyed: keys outlive static destructors
+  return *table;
 }
 
-YObject::Registration& YObject::registrationAt(std::size_t index) noexcept {
-  return index == 0 ? _first : _observationInfo->more[index - 1];
+// The number of an interned key object, or 0.
+unsigned internedNumber(const YString& key) noexcept {
+  InternedKeys& table = internedKeys();
+  const unsigned n = table.count.load(std::memory_order_acquire);
+  for (unsigned i = 1; i <= n; ++i)
+    if (key.isIdenticalTo(table.keys[i])) return i;
+  return 0;
+}
+
+const YString& internedKeyNumbered(unsigned number) noexcept { return internedKeys().keys[number]; }
+
+}  // namespace
+
+const YString& YObject::internedKey(std::u16string_view text) {
+  InternedKeys& table = internedKeys();
+  std::lock_guard<std::mutex> lock(table.mutex);
+  const unsigned n = table.count.load(std::memory_order_relaxed);
+  for (unsigned i = 1; i <= n; ++i)
+    if (table.keys[i].view() == text) return table.keys[i];
+  if (n == kMaxInternedKeys) throw std::length_error("YObject::internedKey: too many interned keys");
+  table.keys[n + 1] = YString(text);
+  table.count.store(n + 1, std::memory_order_release);
+  return table.keys[n + 1];
+}
+
+// _registrationBits: 0-3 the options of all registrations together; 4-7 and
+// 8-11 the options and key number of the registration held in
+// _firstObserver; 12-15 and 16-19 those of the object's own registration
+// for itself, when that was the first one made (a composite observing its
+// own children list), which then needs no pointer at all.
+namespace {
+constexpr unsigned kFirstShift = 4, kSelfShift = 12;
+inline unsigned fieldOptions(std::uint32_t bits, unsigned shift) { return (bits >> shift) & 0xF; }
+inline unsigned fieldKey(std::uint32_t bits, unsigned shift) { return (bits >> (shift + 4)) & 0xF; }
+inline std::uint32_t field(unsigned options, unsigned key, unsigned shift) {
+  return ((key << 4) | options) << shift;
+}
+inline std::uint32_t withoutField(std::uint32_t bits, unsigned shift) { return bits & ~(0xFFu << shift); }
+}  // namespace
+
+std::size_t YObject::registrationCount() const noexcept {
+  return (fieldKey(_registrationBits, kSelfShift) ? 1 : 0) + (_firstObserver ? 1 : 0) +
+         (_observationInfo ? _observationInfo->more.size() : 0);
+}
+
+YObject::RegistrationView YObject::registrationAt(std::size_t index) const noexcept {
+  if (const unsigned self = fieldKey(_registrationBits, kSelfShift)) {
+    if (index == 0)
+      return {const_cast<YObject*>(this), internedKeyNumbered(self), nullptr,
+              fieldOptions(_registrationBits, kSelfShift)};
+    --index;
+  }
+  if (_firstObserver) {
+    if (index == 0)
+      return {_firstObserver, internedKeyNumbered(fieldKey(_registrationBits, kFirstShift)), nullptr,
+              fieldOptions(_registrationBits, kFirstShift)};
+    --index;
+  }
+  const Registration& r = _observationInfo->more[index];
+  return {r.observer, r.key, r.context, r.options};
 }
 
 void YObject::eraseRegistration(std::size_t index) {
-  std::vector<Registration>* more = _observationInfo ? &_observationInfo->more : nullptr;
-  if (index == 0) {
-    if (more && !more->empty()) {
-      _first = std::move(more->front());
-      more->erase(more->begin());
+  if (fieldKey(_registrationBits, kSelfShift)) {
+    if (index == 0) {
+      _registrationBits = withoutField(_registrationBits, kSelfShift);
+      index = SIZE_MAX;
     } else {
-      _first = Registration{};
+      --index;
     }
-  } else {
-    more->erase(more->begin() + static_cast<std::ptrdiff_t>(index - 1));
+  }
+  if (index != SIZE_MAX) {
+    if (_firstObserver && index == 0) {
+      _firstObserver = nullptr;
+      _registrationBits = withoutField(_registrationBits, kFirstShift);
+    } else {
+      auto& more = _observationInfo->more;
+      more.erase(more.begin() + static_cast<std::ptrdiff_t>(index - (_firstObserver ? 1 : 0)));
+    }
   }
   if (_observationInfo && _observationInfo->more.empty() && _observationInfo->pending.empty()) {
-    delete _observationInfo;
-    _observationInfo = nullptr;
+    _observationInfo.reset();
   }
   unsigned all = 0;
   for (std::size_t i = 0, n = registrationCount(); i < n; ++i) all |= registrationAt(i).options;
-  _first.allOptions = all;
+  _registrationBits = (_registrationBits & ~0xFu) | (all & 0xF);
 }
 
 bool YObject::isRegistered(const Target& t, const YString& key) const noexcept {
   const std::size_t n = registrationCount();
   for (std::size_t i = 0; i < n; ++i) {
-    const Registration& r = registrationAt(i);
+    const RegistrationView r = registrationAt(i);
     if (r.observer == t.observer && r.context == t.context && YKeysEqual(r.key, key)) return true;
   }
   return false;
 }
 
 bool YObject::wantsEarlyState(const YString& key) const noexcept {
-  if (!(_first.allOptions & (YKeyValueObservingOptionOld | YKeyValueObservingOptionPrior))) return false;
+  if (!(allOptions() & (YKeyValueObservingOptionOld | YKeyValueObservingOptionPrior))) return false;
   const std::size_t n = registrationCount();
   for (std::size_t i = 0; i < n; ++i) {
-    const Registration& r = registrationAt(i);
+    const RegistrationView r = registrationAt(i);
     if ((r.options & (YKeyValueObservingOptionOld | YKeyValueObservingOptionPrior)) && YKeysEqual(r.key, key))
       return true;
   }
@@ -126,11 +202,12 @@ bool YObject::wantsEarlyState(const YString& key) const noexcept {
 }
 
 std::vector<YObject::PendingChange>& YObject::pendingChanges() {
-  if (!_observationInfo) _observationInfo = new ObservationInfo;
+  if (!_observationInfo) _observationInfo = std::make_unique<ObservationInfo>();
   return _observationInfo->pending;
 }
 
-YObject::~YObject() { delete _observationInfo; }
+YObject::YObject() noexcept = default;
+YObject::~YObject() = default;
 
 // ---- description and identity ----------------------------------------------
 
@@ -166,15 +243,19 @@ YValue YObject::valuesAtIndexesForKey(const YIndexSet&, const YString&) const { 
 void YObject::addObserver(YObject* observer, const YString& keyPath, unsigned options, void* context) {
   if (!observer) throw YInvalidArgumentException(YString(u"addObserver: nil observer"));
   if (keyPath.isNull()) throw YInvalidArgumentException(YString(u"addObserver: nil key path"));
-  Registration registration{observer, keyPath, context, options};
-  const unsigned all = _first.allOptions | options;
-  if (!_first.observer) {
-    _first = std::move(registration);
+  const unsigned key = internedNumber(keyPath);
+  const bool compact = key && !context && options <= 0xF;
+  const bool moreEmpty = !_observationInfo || _observationInfo->more.empty();
+  if (compact && observer == this && registrationCount() == 0) {
+    _registrationBits |= field(options, key, kSelfShift) | options;
+  } else if (compact && !_firstObserver && moreEmpty) {
+    _firstObserver = observer;
+    _registrationBits |= field(options, key, kFirstShift) | options;
   } else {
-    if (!_observationInfo) _observationInfo = new ObservationInfo;
-    _observationInfo->more.push_back(std::move(registration));
+    if (!_observationInfo) _observationInfo = std::make_unique<ObservationInfo>();
+    _observationInfo->more.push_back(Registration{observer, keyPath, context, options});
+    _registrationBits |= options & 0xF;
   }
-  _first.allOptions = all;
   if (options & YKeyValueObservingOptionInitial) {
     YKeyValueChange change;
     if (options & YKeyValueObservingOptionNew) change.newValue = valueForKey(keyPath);
@@ -184,7 +265,7 @@ void YObject::addObserver(YObject* observer, const YString& keyPath, unsigned op
 
 void YObject::removeObserver(YObject* observer, const YString& keyPath) {
   for (std::size_t i = registrationCount(); i-- > 0;) {
-    const Registration& r = registrationAt(i);
+    const RegistrationView r = registrationAt(i);
     if (r.observer == observer && YKeysEqual(r.key, keyPath)) {
       eraseRegistration(i);
       return;
@@ -206,20 +287,39 @@ std::size_t YObject::observationCountForObserver(const YObject* observer, const 
   std::size_t count = 0;
   const std::size_t n = registrationCount();
   for (std::size_t i = 0; i < n; ++i) {
-    const Registration& r = registrationAt(i);
+    const RegistrationView r = registrationAt(i);
     count += (r.observer == observer && YKeysEqual(r.key, keyPath)) ? 1 : 0;
   }
   return count;
 }
 
 void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YIndexSet* indexes, bool prior) {
-  if (!_first.observer) return;
+  if (registrationCount() == 0) return;
+  // The common case: one registration, held in the object, by an observer
+  // that asked for New alone and reads no values. It gets a record with the
+  // kind and indexes, and nothing is kept for the delivery: nothing here
+  // touches this object once the observer has been called.
+  if (!_observationInfo && !prior) {
+    const unsigned self = fieldKey(_registrationBits, kSelfShift);
+    const bool toSelf = self && YKeysEqual(internedKeyNumbered(self), key);
+    const bool toFirst = _firstObserver && YKeysEqual(internedKeyNumbered(fieldKey(_registrationBits, kFirstShift)), key);
+    YObject* const observer = toSelf ? this : _firstObserver;
+    const unsigned options = fieldOptions(_registrationBits, toSelf ? kSelfShift : kFirstShift);
+    if (toSelf != toFirst && options == YKeyValueObservingOptionNew && observer->ignoresChangeValues()) {
+      YKeyValueChange change;
+      change.kind = kind;
+      if (indexes) change.indexes = *indexes;
+      observer->observeValueForKeyPath(key, this, change, nullptr);
+      return;
+    }
+    if (!toSelf && !toFirst) return;
+  }
   TargetList targets;
   bool wantsNew = false;  // by an observer that reads values
   bool wantsOld = false;
   const std::size_t n = registrationCount();
   for (std::size_t i = 0; i < n; ++i) {
-    const Registration& r = registrationAt(i);
+    const RegistrationView r = registrationAt(i);
     if (!YKeysEqual(r.key, key)) continue;
     if (prior && !(r.options & YKeyValueObservingOptionPrior)) continue;
     targets.push(Target{r.observer, r.context, r.options});
@@ -276,7 +376,7 @@ void YObject::announce(const YString& key, YKeyValueChangeKind kind, const YInde
 }
 
 void YObject::willChangeValueForKey(const YString& key) {
-  if (!_first.observer || !wantsEarlyState(key)) return;
+  if (!wantsEarlyState(key)) return;
   pendingChanges().push_back(PendingChange{key, valueForKey(key)});
   announce(key, YKeyValueChangeKind::Setting, nullptr, true);
 }
@@ -284,7 +384,7 @@ void YObject::willChangeValueForKey(const YString& key) {
 void YObject::didChangeValueForKey(const YString& key) { announce(key, YKeyValueChangeKind::Setting, nullptr, false); }
 
 void YObject::willChangeValuesAtIndexesForKey(YKeyValueChangeKind kind, const YIndexSet& indexes, const YString& key) {
-  if (!_first.observer || !wantsEarlyState(key)) return;
+  if (!wantsEarlyState(key)) return;
   YValue old = kind == YKeyValueChangeKind::Insertion ? YValue{} : valuesAtIndexesForKey(indexes, key);
   pendingChanges().push_back(PendingChange{key, std::move(old)});
   announce(key, kind, &indexes, true);
@@ -307,13 +407,12 @@ void YObject::cancelChangeForKey(const YString& key) {
 
 // ---- ChangeScope -----------------------------------------------------------
 
-// An object nobody observes pays two loads for a scope; the constant keys
-// are referred to rather than copied.
+// An object nobody observes pays two loads for a scope; interned keys are
+// referred to rather than copied.
 namespace {
 const YString* constantKey(const YString& key) noexcept {
-  if (key.isIdenticalTo(YModifiedKey)) return &YModifiedKey;
-  if (key.isIdenticalTo(YElementsKey)) return &YElementsKey;
-  return nullptr;
+  const unsigned number = internedNumber(key);
+  return number ? &internedKeyNumbered(number) : nullptr;
 }
 }  // namespace
 
@@ -330,7 +429,7 @@ YObject::ChangeScope::ChangeScope(YObject& object, YKeyValueChangeKind kind, std
 YObject::ChangeScope::ChangeScope(YObject& object, YKeyValueChangeKind kind, std::size_t index, const YString& key,
                                   bool indexed)
     : _object(object), _key(constantKey(key)), _index(index), _kind(kind), _indexed(indexed),
-      _observed(object._first.observer != nullptr), _exceptions(_observed ? std::uncaught_exceptions() : 0) {
+      _observed(object.registrationCount() != 0), _exceptions(_observed ? std::uncaught_exceptions() : 0) {
   if (!_key) {
     _ownKey = key;
     _key = &_ownKey;
@@ -339,7 +438,7 @@ YObject::ChangeScope::ChangeScope(YObject& object, YKeyValueChangeKind kind, std
 
 YObject::ChangeScope::~ChangeScope() noexcept(false) {
   // Nobody observed the object before the change, and nobody does now.
-  if (!_observed && !_object._first.observer) return;
+  if (!_observed && _object.registrationCount() == 0) return;
   if (std::uncaught_exceptions() > _exceptions) {
     _object.cancelChangeForKey(*_key);
     return;

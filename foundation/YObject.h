@@ -66,6 +66,11 @@ struct YKeyValueChange {
   bool isPrior = false;
 };
 
+/// Key equality for the observer mechanism: the same string object, or equal text.
+inline bool YKeysEqual(const YString& a, const YString& b) noexcept {
+  return a.isIdenticalTo(b) || a.isEqualToString(b);
+}
+
 /// Root of every library object. Objects are shared through std::shared_ptr;
 /// an object equals only itself and hashes by identity.
 ///
@@ -78,7 +83,7 @@ struct YKeyValueChange {
 /// before it is destroyed.
 class YObject : public std::enable_shared_from_this<YObject> {
  public:
-  YObject() noexcept = default;
+  YObject() noexcept;
   YObject(const YObject&) = delete;
   YObject& operator=(const YObject&) = delete;
   virtual ~YObject();
@@ -106,6 +111,12 @@ class YObject : public std::enable_shared_from_this<YObject> {
 
   // ---- observer mechanism ----
 
+  /// A key that lives as long as the process, the same object for the same
+  /// text: a registration for an interned key without a context is kept in
+  /// the observed object itself, which most objects need. At most 15 keys
+  /// can be interned; more throws std::length_error. Thread-safe.
+  static const YString& internedKey(std::u16string_view text);
+
   /// Registers `observer` for `keyPath` with YKeyValueObservingOptions bits
   /// and an opaque `context`. With Initial the observer is notified at once.
   /// A null observer throws YInvalidArgumentException.
@@ -117,6 +128,23 @@ class YObject : public std::enable_shared_from_this<YObject> {
   std::size_t observationCountForKey(const YString& keyPath) const noexcept;
   /// Number of registrations of `observer` for `keyPath`.
   std::size_t observationCountForObserver(const YObject* observer, const YString& keyPath) const noexcept;
+
+  /// One registration, as observationAtIndex() reports it.
+  struct Observation {
+    YObject* observer;
+    const YString& key;
+    unsigned options;
+    void* context;
+  };
+  /// Number of registrations on this object, whatever their key.
+  std::size_t observationCount() const noexcept { return registrationCount(); }
+  /// The registration at `index` (0 <= index < observationCount()), in the
+  /// order they were made. For an observed object that wants to know every
+  /// party to its announcements, so as to skip work none of them could see.
+  Observation observationAtIndex(std::size_t index) const noexcept {
+    const RegistrationView r = registrationAt(index);
+    return {r.observer, r.key, r.options, r.context};
+  }
 
   /// Brackets a change of `key`.
   void willChangeValueForKey(const YString& key);
@@ -164,33 +192,50 @@ class YObject : public std::enable_shared_from_this<YObject> {
   };
 
  private:
-  // One registration. Most objects have exactly one observer (their parent),
-  // so the first registration lives in the object; the rest, and the state
-  // kept between will-change and did-change, in ObservationInfo.
+  // One registration, as kept in ObservationInfo.
   struct Registration {
-    YObject* observer = nullptr;  // null: no registration
+    YObject* observer = nullptr;
     YString key;
     void* context = nullptr;
     unsigned options = 0;
-    unsigned allOptions = 0;  // in the first registration: the options of all of them
+  };
+  // A registration as the code reads it, wherever it is kept.
+  struct RegistrationView {
+    YObject* observer;
+    const YString& key;
+    void* context;
+    unsigned options;
   };
   struct ObservationInfo;
   struct PendingChange;
   struct Target;
   class TargetList;
   std::size_t registrationCount() const noexcept;
-  Registration& registrationAt(std::size_t index) noexcept;
-  const Registration& registrationAt(std::size_t index) const noexcept {
-    return const_cast<YObject*>(this)->registrationAt(index);
-  }
+  RegistrationView registrationAt(std::size_t index) const noexcept;
   void eraseRegistration(std::size_t index);
   bool isRegistered(const Target& target, const YString& key) const noexcept;
   bool wantsEarlyState(const YString& key) const noexcept;
   std::vector<PendingChange>& pendingChanges();
   void announce(const YString& key, YKeyValueChangeKind kind, const YIndexSet* indexes, bool prior);
   void cancelChangeForKey(const YString& key);
-  Registration _first;
-  ObservationInfo* _observationInfo = nullptr;
+  unsigned allOptions() const noexcept { return _registrationBits & 0xF; }
+
+  // Most objects have one observer, their parent, registered for an interned
+  // key without a context: that registration is kept in the object itself,
+  // in an observer pointer and a few bits; so is a composite's registration
+  // for itself, in bits alone. Any other registration, every one made after
+  // them, and the state kept between will-change and did-change live in
+  // ObservationInfo. Registrations keep the order they were made in: the
+  // object's own comes first, then the one held in _firstObserver.
+  YObject* _firstObserver = nullptr;
+  std::unique_ptr<ObservationInfo> _observationInfo;
+  // See registrationCount() in YObject.cpp for the layout.
+  std::uint32_t _registrationBits = 0;
+
+ protected:
+  /// A word of the object's own layout that a subclass may use for its own
+  /// bookkeeping (it would otherwise be padding). Zero at construction.
+  std::uint32_t _objectWord = 0;
 };
 
 namespace ydetail {

@@ -2,23 +2,31 @@
 // failed changes and registration changes during delivery.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <stdexcept>
 #include <utility>
+#include <thread>
 #include <vector>
 
 #include "YFoundation.h"
 
 namespace {
 
+// The keys these tests announce, interned as the element model interns its own.
+const YString& YModifiedKey = YObject::internedKey(u"modified");
+const YString& YElementsKey = YObject::internedKey(u"elements");
+
 // An object with one observable boolean, announced under "modified".
 class Flag : public YObject {
  public:
   bool value = false;
+  std::function<void()> during;  // runs inside the change
   void setValue(bool v) {
     ChangeScope scope(*this, YModifiedKey);
     value = v;
+    if (during) during();
   }
   // Changes the value, then fails; the key is a temporary on purpose.
   void setValueAndFail(bool v) {
@@ -111,11 +119,83 @@ TEST(YObjectObservingTest, OneNotificationPerChangeAfterIt) {
   EXPECT_THROW(flag->addObserver(nullptr, YModifiedKey, 0, nullptr), YInvalidArgumentException);
 }
 
+// Which registrations a notification reaches, and with which values: each
+// gets what its options ask for, Prior only where asked for, and only for
+// its own key.
+TEST(YObjectObservingTest, EachRegistrationGetsWhatItsOptionsAskFor) {
+  auto flag = std::make_shared<Flag>();
+  auto prior = std::make_shared<Recorder>(), plain = std::make_shared<Recorder>(), old = std::make_shared<Recorder>(),
+       other = std::make_shared<Recorder>();
+  flag->addObserver(prior.get(), YModifiedKey, YKeyValueObservingOptionPrior | YKeyValueObservingOptionNew, nullptr);
+  flag->addObserver(plain.get(), YModifiedKey, YKeyValueObservingOptionNew, nullptr);
+  flag->addObserver(old.get(), YModifiedKey, YKeyValueObservingOptionOld, nullptr);
+  flag->addObserver(other.get(), YElementsKey, kAllButInitial, nullptr);
+  flag->setValue(true);
+  ASSERT_EQ(prior->notes.size(), 2u);
+  EXPECT_TRUE(prior->notes[0].change.isPrior);
+  EXPECT_FALSE(prior->notes[1].change.isPrior);
+  ASSERT_EQ(plain->notes.size(), 1u);
+  EXPECT_FALSE(plain->notes[0].change.isPrior);
+  EXPECT_TRUE(boolOf(plain->notes[0].change.newValue));
+  EXPECT_TRUE(isNone(plain->notes[0].change.oldValue));  // Old is another registration's
+  ASSERT_EQ(old->notes.size(), 1u);
+  EXPECT_FALSE(boolOf(old->notes[0].change.oldValue));
+  EXPECT_TRUE(isNone(old->notes[0].change.newValue));
+  EXPECT_TRUE(other->notes.empty());
+
+  // Initial with New delivers the current value at once.
+  auto initial = std::make_shared<Recorder>();
+  flag->addObserver(initial.get(), YModifiedKey, YKeyValueObservingOptionInitial | YKeyValueObservingOptionNew, nullptr);
+  ASSERT_EQ(initial->notes.size(), 1u);
+  EXPECT_TRUE(boolOf(initial->notes[0].change.newValue));
+
+  // Removing other registrations leaves the options of the rest in force.
+  for (auto* observer : {plain.get(), old.get(), other.get(), initial.get()})
+    flag->removeObserver(observer, observer == other.get() ? YElementsKey : YModifiedKey);
+  flag->setValue(false);
+  ASSERT_EQ(prior->notes.size(), 4u);
+  EXPECT_TRUE(prior->notes[2].change.isPrior);
+  flag->removeObserver(prior.get(), YModifiedKey);
+}
+
+// removeObserver takes back the observer's most recent registration for the
+// key and nothing else; the counts follow.
+TEST(YObjectObservingTest, RemovalTakesTheNewestRegistrationOfThatKey) {
+  auto flag = std::make_shared<Flag>();
+  auto observer = std::make_shared<Recorder>(), second = std::make_shared<Recorder>();
+  int oldest = 0, newest = 0;
+  flag->addObserver(observer.get(), YModifiedKey, YKeyValueObservingOptionNew, &oldest);
+  flag->addObserver(second.get(), YModifiedKey, YKeyValueObservingOptionNew, nullptr);
+  flag->addObserver(observer.get(), YModifiedKey, YKeyValueObservingOptionNew, &newest);
+  flag->addObserver(observer.get(), YElementsKey, YKeyValueObservingOptionNew, nullptr);
+  EXPECT_EQ(flag->observationCountForObserver(observer.get(), YModifiedKey), 2u);
+  EXPECT_EQ(flag->observationCountForObserver(observer.get(), YElementsKey), 1u);
+  EXPECT_EQ(flag->observationCountForKey(YModifiedKey), 3u);
+
+  flag->removeObserver(observer.get(), YModifiedKey);
+  EXPECT_EQ(flag->observationCountForObserver(observer.get(), YModifiedKey), 1u);
+  EXPECT_EQ(flag->observationCountForObserver(observer.get(), YElementsKey), 1u);
+  flag->setValue(true);
+  ASSERT_EQ(observer->notes.size(), 1u);
+  EXPECT_EQ(observer->notes[0].context, &oldest);
+
+  // Removing the first registration of all keeps the ones after it.
+  flag->removeObserver(observer.get(), YModifiedKey);
+  flag->setValue(false);
+  EXPECT_EQ(second->notes.size(), 2u);
+  EXPECT_EQ(observer->notes.size(), 1u);
+  flag->removeObserver(second.get(), YModifiedKey);
+  flag->removeObserver(observer.get(), YElementsKey);
+  EXPECT_EQ(flag->observationCountForKey(YElementsKey), 0u);
+}
+
 TEST(YObjectObservingTest, IndexedChangesCarryKindIndexesAndNewChildren) {
   auto parent = std::make_shared<Parent>();
   auto observer = std::make_shared<Recorder>();
   auto first = std::make_shared<YObject>(), second = std::make_shared<YObject>(), third = std::make_shared<YObject>();
+  auto oldValues = std::make_shared<Recorder>();
   parent->addObserver(observer.get(), YElementsKey, YKeyValueObservingOptionNew, nullptr);
+  parent->addObserver(oldValues.get(), YElementsKey, YKeyValueObservingOptionOld, nullptr);
   using Kind = YKeyValueChangeKind;
   parent->change(Kind::Insertion, 0, [&](auto& list) { list.insertObjectAtIndex(first, 0); });
   parent->change(Kind::Insertion, 1, [&](auto& list) { list.insertObjectAtIndex(second, 1); });
@@ -145,7 +225,22 @@ TEST(YObjectObservingTest, IndexedChangesCarryKindIndexesAndNewChildren) {
     ASSERT_TRUE(values && values->count() == 1u);
     EXPECT_EQ(values->objectAtIndex(0).get(), expected[i].child);
   }
+  // Old values: none for an insertion, the children that were there otherwise.
+  const YObject* replaced[] = {nullptr, nullptr, first.get(), second.get()};
+  ASSERT_EQ(oldValues->notes.size(), 4u);
+  for (std::size_t i = 0; i < 4; ++i) {
+    SCOPED_TRACE(i);
+    const YValue& value = oldValues->notes[i].change.oldValue;
+    if (!replaced[i]) {
+      EXPECT_TRUE(isNone(value));
+      continue;
+    }
+    auto values = std::dynamic_pointer_cast<YArray<YObject>>(std::get<std::shared_ptr<YObject>>(value));
+    ASSERT_TRUE(values && values->count() == 1u);
+    EXPECT_EQ(values->objectAtIndex(0).get(), replaced[i]);
+  }
   parent->removeObserver(observer.get(), YElementsKey);
+  parent->removeObserver(oldValues.get(), YElementsKey);
 }
 
 TEST(YObjectObservingTest, NoDidChangeWhenTheBodyThrows) {
@@ -193,6 +288,29 @@ TEST(YObjectObservingTest, RegistrationChangesDuringDelivery) {
   EXPECT_EQ(first->notes.size(), 2u);
   EXPECT_EQ(late->notes.size(), 1u);
 
+  // An observer with two registrations that drops its newer one on the first
+  // delivery: the dropped one is not notified.
+  auto other = std::make_shared<Flag>();
+  auto twice = std::make_shared<Recorder>();
+  int one = 1, two = 2;
+  twice->onNotify = [&] {
+    if (twice->notes.size() == 1) other->removeObserver(twice.get(), YModifiedKey);
+  };
+  other->addObserver(twice.get(), YModifiedKey, YKeyValueObservingOptionNew, &one);
+  other->addObserver(twice.get(), YModifiedKey, YKeyValueObservingOptionNew, &two);
+  other->setValue(true);
+  ASSERT_EQ(twice->notes.size(), 1u);
+  EXPECT_EQ(twice->notes[0].context, &one);
+  other->removeObserver(twice.get(), YModifiedKey);
+
+  // An observer registered while the change runs is notified at its did-change.
+  auto joining = std::make_shared<Recorder>();
+  other->during = [&] { other->addObserver(joining.get(), YModifiedKey, YKeyValueObservingOptionNew, nullptr); };
+  other->setValue(false);
+  EXPECT_EQ(joining->notes.size(), 1u);
+  other->during = nullptr;
+  other->removeObserver(joining.get(), YModifiedKey);
+
   // Observers that remove themselves during delivery.
   first->onNotify = [&] { flag->removeObserver(first.get(), YModifiedKey); };
   late->onNotify = [&] { flag->removeObserver(late.get(), YModifiedKey); };
@@ -215,6 +333,26 @@ TEST(YObjectObservingTest, RegistrationChangesDuringDelivery) {
   EXPECT_EQ(second->notes.size(), 0u);
 }
 
+TEST(YIndexSetTest, KeepsDistinctIndexesInAscendingOrder) {
+  const std::vector<std::pair<std::vector<std::size_t>, std::vector<std::size_t>>> cases = {
+      {{}, {}},
+      {{0}, {0}},
+      {{5, 2, 9, 3, 2, 9}, {2, 3, 5, 9}},
+      {{7, 6, 5, 4}, {4, 5, 6, 7}},
+      {{1, 8, 4}, {1, 4, 8}},
+  };
+  for (const auto& [added, expected] : cases) {
+    YIndexSet set;
+    for (std::size_t index : added) set.addIndex(index);
+    EXPECT_EQ(set.indexes(), expected);
+    EXPECT_EQ(set.count(), expected.size());
+    EXPECT_EQ(set.firstIndex(), expected.empty() ? YNotFound : expected.front());
+    for (std::size_t index = 0; index < 10; ++index)
+      EXPECT_EQ(set.containsIndex(index), std::count(expected.begin(), expected.end(), index) == 1) << index;
+  }
+  EXPECT_FALSE(YIndexSet() == YIndexSet(0));
+}
+
 TEST(YObjectTest, IdentityKindsAndUnrecognisedOperations) {
   auto flag = std::make_shared<Flag>();
   EXPECT_TRUE(flag->isEqual(flag.get()));
@@ -228,6 +366,36 @@ TEST(YObjectTest, IdentityKindsAndUnrecognisedOperations) {
   } catch (const YInvalidArgumentException& e) {
     EXPECT_NE(e.reason().indexOfString(YString(u"write:")), YString::npos) << e.what();
   }
+}
+
+}  // namespace
+
+namespace {
+
+// Interned keys are one object per text, whichever thread asks first; a key
+// with the same text that is not the interned object still matches it.
+TEST(YObjectInternedKeys, OneObjectPerTextAndPlainKeysStillMatch) {
+  std::vector<const YString*> seen(4);
+  std::vector<std::thread> threads;
+  for (std::size_t i = 0; i < seen.size(); ++i)
+    threads.emplace_back([&seen, i] { seen[i] = &YObject::internedKey(u"interned-test-key"); });
+  for (auto& t : threads) t.join();
+  for (const YString* key : seen) EXPECT_EQ(key, seen[0]);
+  EXPECT_NE(&YObject::internedKey(u"another-interned-key"), seen[0]);
+  EXPECT_TRUE(seen[0]->isEqualToString(YString(u"interned-test-key")));
+
+  Flag flag;
+  Recorder byInterned, byPlain;
+  flag.addObserver(&byInterned, *seen[0], YKeyValueObservingOptionNew, nullptr);
+  flag.addObserver(&byPlain, YString(u"interned-test-key"), YKeyValueObservingOptionNew, nullptr);
+  flag.didChangeValueForKey(YString(u"interned-test-key"));
+  EXPECT_EQ(byInterned.notes.size(), 1u);
+  EXPECT_EQ(byPlain.notes.size(), 1u);
+  flag.removeObserver(&byInterned, YString(u"interned-test-key"));  // held in the object, found by its text
+  EXPECT_EQ(flag.observationCountForObserver(&byInterned, *seen[0]), 0u);
+  EXPECT_EQ(flag.observationCountForObserver(&byPlain, *seen[0]), 1u);
+  flag.removeObserver(&byPlain, *seen[0]);
+  EXPECT_EQ(flag.observationCount(), 0u);
 }
 
 }  // namespace
