@@ -28,3 +28,5 @@ void YIniComment::commit() {
 }
 
 std::shared_ptr<YIniElement> YIniComment::copyWithZone(void*) const { return YMakeShared<YIniComment>(_string); }
+
+bool YIniComment::mayChangeUnannounced() const noexcept { return _string.isMutable(); }

@@ -25,6 +25,8 @@ class YIniComment : public YIniElement {
   const YString& initialString() const noexcept { return _initialString; }
 
   bool isModified() const override;
+  /// True while the current text (or name, or value) is a mutable string.
+  bool mayChangeUnannounced() const noexcept override;
   /// Restores a copy of the initial text; announces "modified".
   void revert() override;
   /// Takes a copy of the current text as the initial text; announces "modified".

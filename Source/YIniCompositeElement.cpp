@@ -5,21 +5,38 @@
 #include <unordered_set>
 
 #include "YAssertionHandler.h"
+#include "YIniDocument.h"
+#include "YIniSection.h"
 
 static constexpr const char YUnitName[] = "YIniCompositeElement";
 
+const YString& YElementsKey = YObject::internedKey(u"elements");
+
 // What hasModifiedElements() would find, kept for one state of the lists:
-// whether they differ, and which distinct children were last seen modified.
+// whether they differ, which distinct children were last seen modified, and
+// which children may change without telling (they are asked each time).
+// While the lists differ the composite is modified whatever its children
+// are, so the modified children are not tracked then.
 struct YIniCompositeElement::ModifiedCache {
   const ElementList* elements = nullptr;
   const ElementList* initial = nullptr;
   std::uint64_t mutations = 0;
   bool listDiffers = false;
-  std::unordered_set<const YIniElement*> modified;
+  bool modifiedKnown = false;  // `modified` is complete (only kept while the lists are equal)
+  std::unordered_set<const YIniElement*> modified;     // of the children that announce their changes
+  std::unordered_set<const YIniElement*> unannounced;  // children that may change unannounced
 };
 
-YIniCompositeElement::YIniCompositeElement()
-    : _initialElements(ElementList::array()), _elements(ElementList::mutableArray()) {
+namespace {
+// Every new composite starts from the same empty immutable list: nothing can
+// change it, and a document of many empty sections need not hold one each.
+const std::shared_ptr<YIniCompositeElement::ElementList>& emptyList() {
+  static const auto list = YIniCompositeElement::ElementList::array();
+  return list;
+}
+}  // namespace
+
+YIniCompositeElement::YIniCompositeElement() : _initialElements(emptyList()), _elements(ElementList::mutableArray()) {
   addObserver(this, YElementsKey, YKeyValueObservingOptionNew, nullptr);
 }
 
@@ -28,6 +45,9 @@ YIniCompositeElement::~YIniCompositeElement() {
   // removed are simply skipped.
   if (observationCountForObserver(this, YElementsKey) > 0) removeObserver(this, YElementsKey);
   for (const auto& child : _elements->vector()) {
+    // A child that only this list holds goes with it, registrations and
+    // all: releasing a document does not unsubscribe its every element.
+    if (child.use_count() == 1) continue;
     if (child->observationCountForObserver(this, YModifiedKey) > 0) child->removeObserver(this, YModifiedKey);
   }
 }
@@ -118,41 +138,49 @@ void YIniCompositeElement::removeAllElements() {
 
 YString YIniCompositeElement::stringValue() { doesNotRecognizeSelector("stringValue"); }
 
+namespace {
+// Sets a flag for the lifetime of the scope, and clears it on every way out.
+template <class Set, class Clear>
+class FlagScope {
+ public:
+  FlagScope(Set set, Clear clear) : _clear(clear) { set(); }
+  ~FlagScope() { _clear(); }
+  FlagScope(const FlagScope&) = delete;
+  FlagScope& operator=(const FlagScope&) = delete;
+
+ private:
+  Clear _clear;
+};
+}  // namespace
+
 void YIniCompositeElement::commit() {
-  _bits.ignoreChanges = true;
-  try {
+  {
+    // The children's announcements during the walk are dropped.
+    FlagScope ignoring([this] { _bits.ignoreChanges = true; }, [this] { _bits.ignoreChanges = false; });
     auto current = _elements;
     for (const auto& child : *current) child->commit();
-  } catch (...) {
-    _bits.ignoreChanges = false;
-    throw;
   }
-  _bits.ignoreChanges = false;
   _initialElements = _elements->copy();
-  rebuildCache();
+  forgetCache();
   setModified(false);
 }
 
 void YIniCompositeElement::revert() {
-  _bits.ignoreChanges = true;
-  try {
+  {
+    FlagScope ignoring([this] { _bits.ignoreChanges = true; }, [this] { _bits.ignoreChanges = false; });
     auto current = _elements;
     for (const auto& child : *current) {
       unsubscribeForChangesInElement(child);
       child->revert();
     }
-  } catch (...) {
-    _bits.ignoreChanges = false;
-    throw;
   }
-  _bits.ignoreChanges = false;
   // A direct replacement, not announced. The list stays immutable until
   // setElements() installs a new one.
   _elements = _initialElements->copy();
   auto current = _elements;
   for (const auto& child : *current) subscribeChild(child);
   _walkChildren = false;  // every child is observed again
-  rebuildCache();
+  forgetCache();
   setModified(false);
 }
 
@@ -177,14 +205,8 @@ void YIniCompositeElement::subscribeForChangesInElement(const std::shared_ptr<YI
 }
 
 void YIniCompositeElement::subscribeChild(const std::shared_ptr<YIniElement>& child) {
-  _internalSubscribe = true;
-  try {
-    subscribeForChangesInElement(child);
-  } catch (...) {
-    _internalSubscribe = false;
-    throw;
-  }
-  _internalSubscribe = false;
+  FlagScope internal([this] { _internalSubscribe = true; }, [this] { _internalSubscribe = false; });
+  subscribeForChangesInElement(child);
 }
 
 void YIniCompositeElement::unsubscribeForChangesInElement(const std::shared_ptr<YIniElement>& element) {
@@ -217,24 +239,60 @@ void YIniCompositeElement::rebuildCache() const {
   ModifiedCache& cache = *_cache;
   cache.listDiffers = !compareArrayAgainst(_elements, _initialElements);
   cache.modified.clear();
-  for (const auto& child : _elements->vector())
-    if (child->isModified()) cache.modified.insert(child.get());
+  cache.unannounced.clear();
+  for (const auto& child : _elements->vector()) {
+    if (child->mayChangeUnannounced()) cache.unannounced.insert(child.get());
+    else if (!cache.listDiffers && child->isModified()) cache.modified.insert(child.get());
+  }
+  cache.modifiedKnown = !cache.listDiffers;
   cache.elements = _elements.get();
   cache.initial = _initialElements.get();
   cache.mutations = _elements->mutationCount();
 }
 
+// Files `child` under what it is now: asked each time, or known modified or not.
+void YIniCompositeElement::noteChildState(const YIniElement* child) const {
+  ModifiedCache& cache = *_cache;
+  if (child->mayChangeUnannounced()) {
+    cache.unannounced.insert(child);
+    cache.modified.erase(child);
+    return;
+  }
+  if (!cache.unannounced.empty()) cache.unannounced.erase(child);
+  if (!cache.modifiedKnown) return;
+  if (child->isModified()) cache.modified.insert(child);
+  else cache.modified.erase(child);
+}
+
 void YIniCompositeElement::noteListChanged(bool wasCurrent, const YIniElement* added, const YIniElement* removed) {
   if (!wasCurrent) return;  // rebuilt on the next recomputation
   ModifiedCache& cache = *_cache;
-  if (removed && cache.modified.count(removed) && _elements->indexOfObject(removed) == YNotFound)
+  if (removed && (cache.modified.count(removed) || cache.unannounced.count(removed)) &&
+      _elements->indexOfObject(removed) == YNotFound) {
     cache.modified.erase(removed);
-  if (added && added->isModified()) cache.modified.insert(added);
+    cache.unannounced.erase(removed);
+  }
   cache.listDiffers = !compareArrayAgainst(_elements, _initialElements);
   cache.mutations = _elements->mutationCount();
+  if (cache.listDiffers) {
+    cache.modifiedKnown = false;
+    cache.modified.clear();
+    if (added && added->mayChangeUnannounced()) cache.unannounced.insert(added);
+  } else if (!cache.modifiedKnown) {
+    rebuildCache();  // the lists became equal: find the modified children once
+  } else if (added) {
+    noteChildState(added);
+  }
+}
+
+void YIniCompositeElement::forgetCache() const {
+  // Rebuilt when first needed: most composites are never asked again.
+  if (_cache) _cache->elements = nullptr;
 }
 
 bool YIniCompositeElement::hasModifiedElements() const {
+  // Lists of different lengths differ: nothing needs to be kept to know it.
+  if (!_walkChildren && _elements->count() != _initialElements->count()) return true;
   if (_walkChildren) {
     if (!compareArrayAgainst(_elements, _initialElements)) return true;
     for (const auto& child : _elements->vector())
@@ -242,17 +300,76 @@ bool YIniCompositeElement::hasModifiedElements() const {
     return false;
   }
   if (!cacheIsCurrent()) rebuildCache();
-  return _cache->listDiffers || !_cache->modified.empty();
+  ModifiedCache& cache = *_cache;
+  if (cache.listDiffers) return true;
+  if (!cache.modifiedKnown) rebuildCache();
+  if (!cache.modified.empty()) return true;
+  for (const YIniElement* child : cache.unannounced)
+    if (child->isModified()) return true;
+  return false;
 }
+
+void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement> element) {
+  _elements->addObject(element);
+  subscribeChild(element);
+}
+
+void YIniCompositeElement::settleQuietly() { _bits.modified = hasModifiedElements(); }
 
 void YIniCompositeElement::elementsChanged() { setModified(hasModifiedElements()); }
 
 void YIniCompositeElement::modifiedChangedForElement(YIniElement* element) {
-  if (element && cacheIsCurrent()) {
-    if (element->isModified()) _cache->modified.insert(element);
-    else _cache->modified.erase(element);
-  }
+  if (element && cacheIsCurrent()) noteChildState(element);
+  // Announcing an unchanged flag to observers that are all the library's
+  // own composites, relying on it as this one does, tells nobody anything.
+  if (hasModifiedElements() == _bits.modified && announcesOnlyToComposites()) return;
   elementsChanged();
+}
+
+bool YIniCompositeElement::nobodyHearsUnchanged(const YIniElement& child) noexcept {
+  if (child.observationCount() != 1) return false;
+  const Observation r = child.observationAtIndex(0);
+  if (r.options != YKeyValueObservingOptionNew || r.context || !YKeysEqual(r.key, YModifiedKey)) return false;
+  const auto* parent = YCast<YIniCompositeElement>(r.observer);
+  if (!parent || !parent->isLibraryClass() || parent->_bits.ignoreChanges || parent->_walkChildren ||
+      !parent->cacheIsCurrent())
+    return false;
+  // The parent's kept state of this child stays right: it was filed under
+  // what it is, and that does not change.
+  const ModifiedCache& cache = *parent->_cache;
+  if (cache.unannounced.count(&child) || child.mayChangeUnannounced()) return false;
+  if (cache.modifiedKnown && cache.modified.count(&child) != (child.isModified() ? 1u : 0u)) return false;
+  return parent->hasModifiedElements() == parent->_bits.modified && parent->announcesOnlyToComposites();
+}
+
+bool YIniCompositeElement::isLibraryClass() const noexcept {
+  // Asked after construction only, when the dynamic type is final.
+  if (!_bits.classKnown) {
+    const std::type_info& type = typeid(*this);
+    _bits.libraryClass =
+        type == typeid(YIniCompositeElement) || type == typeid(YIniSection) || type == typeid(YIniDocument);
+    _bits.classKnown = true;
+  }
+  return _bits.libraryClass;
+}
+
+bool YIniCompositeElement::announcesOnlyToComposites() const noexcept {
+  // A subclass may do something of its own in setModified or elementsChanged.
+  if (!isLibraryClass() || _walkChildren) return false;
+  for (std::size_t i = 0, n = observationCount(); i < n; ++i) {
+    const Observation r = observationAtIndex(i);
+    if (r.observer == this) continue;  // its own "elements"
+    if (r.options != YKeyValueObservingOptionNew || r.context || !YKeysEqual(r.key, YModifiedKey)) return false;
+    const auto* parent = YCast<YIniCompositeElement>(r.observer);
+    if (!parent || !parent->isLibraryClass()) return false;
+    // The parent must answer from what it kept, not from asking again, find
+    // its own flag as it stands, and be as silent in turn: then nothing
+    // anywhere up the tree would have been told anything.
+    if (parent->_walkChildren || !parent->cacheIsCurrent() || !parent->_cache->unannounced.empty() ||
+        parent->hasModifiedElements() != parent->_bits.modified || !parent->announcesOnlyToComposites())
+      return false;
+  }
+  return true;
 }
 
 void YIniCompositeElement::observeValueForKeyPath(const YString& keyPath, YObject* object, const YKeyValueChange&,
@@ -266,7 +383,7 @@ void YIniCompositeElement::observeValueForKeyPath(const YString& keyPath, YObjec
 }
 
 bool YIniCompositeElement::ignoresChangeValues() const noexcept {
-  return typeid(*this) == typeid(YIniCompositeElement);
+  return isLibraryClass() && typeid(*this) == typeid(YIniCompositeElement);
 }
 
 YValue YIniCompositeElement::valueForKey(const YString& key) const {

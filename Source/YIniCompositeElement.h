@@ -7,6 +7,9 @@
 #include "YArray.h"
 #include "YIniElement.h"
 
+/// The to-many key of a composite's children ("elements"), interned like YModifiedKey.
+extern const YString& YElementsKey;
+
 /// An ordered list of child elements with change tracking.
 ///
 /// The composite keeps its current list (`elements`) and the list as of the
@@ -126,24 +129,45 @@ class YIniCompositeElement : public YIniElement {
   bool ignoresChangeValues() const noexcept override;
 
  protected:
+  /// Whether the object is exactly one of the library's own composite
+  /// classes (YIniCompositeElement, YIniSection, YIniDocument), not a
+  /// subclass: only then may announcements nobody could hear be skipped.
+  bool isLibraryClass() const noexcept;
+
   /// Creates the empty instance that copyWithZone() fills: the receiver's own
   /// class. Subclasses override it (a host subclass returns
   /// std::make_shared<Subclass>(…) with its plain constructor arguments).
   virtual std::shared_ptr<YIniCompositeElement> makeEmptyCopy() const;
 
  private:
+  // Loading fills a composite that nobody but the library observes: the
+  // document appends without announcing, then settles the flag once.
+  friend class YIniDocument;
+  void appendQuietly(std::shared_ptr<YIniElement> element);
+  void settleQuietly();
+
   struct ModifiedCache;
   bool cacheIsCurrent() const noexcept;
   void rebuildCache() const;
+  void forgetCache() const;
   void subscribeChild(const std::shared_ptr<YIniElement>& child);
   void noteListChanged(bool wasCurrent, const YIniElement* added, const YIniElement* removed);
+  void noteChildState(const YIniElement* child) const;
+  bool announcesOnlyToComposites() const noexcept;
+  // Whether an announcement by `child` that leaves its modified state as it
+  // is would reach nobody: its only observer is a library composite that
+  // would find nothing changed and tell nobody in turn. The leaves then skip it.
+  friend class YIniOption;
+  static bool nobodyHearsUnchanged(const YIniElement& child) noexcept;
 
   std::shared_ptr<ElementList> _initialElements;
   std::shared_ptr<ElementList> _elements;
-  struct {
+  mutable struct {
     bool modified : 1;
     bool ignoreChanges : 1;
-  } _bits{false, false};
+    bool classKnown : 1;    // libraryClass has been worked out
+    bool libraryClass : 1;  // the object is exactly one of the library's composite classes
+  } _bits{false, false, false, false};
   bool _walkChildren = false;      // some child may be unobserved: ask every child
   bool _internalSubscribe = false;  // a list operation is subscribing
   mutable std::unique_ptr<ModifiedCache> _cache;

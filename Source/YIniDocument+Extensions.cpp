@@ -1,10 +1,16 @@
 #include "YIniDocument+Extensions.h"
 
 #include <algorithm>
+#include <typeinfo>
 
 #include "YAssertionHandler.h"
+#include "YFile.h"
 #include "YIniOptionWriter.h"
 #include "YIniSectionWriter.h"
+#include "YIniSourceRecord.h"
+#include "YIniDocumentWriter.h"
+#include "YUTF8Writer.h"
+#include "YIniStandardElementFactory.h"
 #include "YStringWritable.h"
 #include "YStringWriter.h"
 #include "YTextWritable.h"
@@ -19,36 +25,95 @@ bool YIniDocument::checkLoadingFactory(const YIniElementFactory* factory) {
 
 YIniDocument* YIniDocument::initWithStringFactory(const YString& string, std::shared_ptr<YIniElementFactory> factory) {
   if (YParameterFailed(factory != nullptr, "theFactory != nil")) return nullptr;
+  return loadTextFactoryRecord(string, std::move(factory),
+                               string.isNull() ? nullptr : std::make_shared<YIniSourceRecord>(string));
+}
+
+YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::shared_ptr<YIniElementFactory> factory,
+                                                  std::shared_ptr<YIniSourceRecord> record) {
   auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(string, factory);
   _loadedLength = string.length();
+  _source = std::move(record);
+  enumerator->_record = _source.get();
+  // A new document of the library's own class, filled with the standard
+  // factory's elements, has no party but itself to hear the announcements
+  // placing them: its elements are then placed quietly, and every flag is
+  // settled at the end to what the announcements would have left.
+  const bool quiet = typeid(*this) == typeid(YIniDocument) && typeid(*factory) == typeid(YIniStandardElementFactory) &&
+                     observationCount() == 1 && elementsList()->count() == 0 && initialElements()->count() == 0;
+  std::vector<YIniCompositeElement*> filled;
+  auto place = [&](YIniCompositeElement& target, std::shared_ptr<YIniElement> element) {
+    if (!quiet) return target.addElement(std::move(element));
+    target.appendQuietly(std::move(element));
+  };
+  auto settle = [&] {
+    for (YIniCompositeElement* composite : filled) composite->settleQuietly();
+    settleQuietly();
+  };
   auto pending = YArray<YIniComment>::mutableArray();
+  auto flush = [&](YIniCompositeElement& target) {
+    if (!quiet) return addCommentsToObject(pending, target);
+    for (const auto& comment : pending->vector()) place(target, comment);
+    pending->removeAllObjects();
+  };
   std::shared_ptr<YIniSection> currentSection;
-  while (std::shared_ptr<YIniElement> element = enumerator->nextObject()) {
-    if (auto section = YCast<YIniSection>(element)) {
-      addCommentsToObject(pending, currentSection ? static_cast<YIniCompositeElement&>(*currentSection)
-                                                  : static_cast<YIniCompositeElement&>(*this));
-      addElement(section);
-      currentSection = std::move(section);
-    } else if (auto option = YCast<YIniOption>(element)) {
-      if (!currentSection) {
-        YReportAssertionFailure(__func__, this, YUnitName, __LINE__, YString(u"Options must belong to a Section"));
-        continue;  // the handler returned: the option has nowhere to go
+  try {
+    while (std::shared_ptr<YIniElement> element = enumerator->nextObject()) {
+      if (auto section = YCast<YIniSection>(element)) {
+        flush(currentSection ? static_cast<YIniCompositeElement&>(*currentSection)
+                             : static_cast<YIniCompositeElement&>(*this));
+        place(*this, section);
+        if (quiet) filled.push_back(section.get());
+        currentSection = std::move(section);
+      } else if (auto option = YCast<YIniOption>(element)) {
+        if (!currentSection) {
+          YReportAssertionFailure(__func__, this, YUnitName, __LINE__, YString(u"Options must belong to a Section"));
+          continue;  // the handler returned: the option has nowhere to go
+        }
+        flush(*currentSection);
+        place(*currentSection, option);
+      } else if (auto comment = YCast<YIniComment>(element)) {
+        pending->addObject(std::move(comment));
       }
-      addCommentsToObject(pending, *currentSection);
-      currentSection->addElement(option);
-    } else if (auto comment = YCast<YIniComment>(element)) {
-      pending->addObject(std::move(comment));
     }
+    flush(*this);
+  } catch (...) {
+    if (quiet) settle();
+    throw;
   }
-  addCommentsToObject(pending, *this);
+  if (quiet) settle();
+  if (_source) _source->finish();
   return this;
 }
+
+namespace {
+
+// The text `bytes` hold, with its encoding detected, and a source record
+// that keeps only what decoding the bytes again would not give back.
+std::pair<YString, std::shared_ptr<YIniSourceRecord>> decodeWithRecord(std::string_view bytes) {
+  YStringEncoding encoding = YUTF8StringEncoding;
+  YString text = YDecodeBytesDetectingEncoding(bytes, &encoding, nullptr);
+  if (text.isNull()) return {};
+  auto record = std::make_shared<YIniSourceRecord>(text);
+  record->attachBytes(bytes, encoding);
+  return {text, record};
+}
+
+}  // namespace
 
 YIniDocument* YIniDocument::initWithContentsOfFileFactory(const YString& path,
                                                           std::shared_ptr<YIniElementFactory> factory) {
   if (YParameterFailed(factory != nullptr, "theFactory != nil")) return nullptr;
-  YString text = YString::stringWithContentsOfFileUsedEncodingError(path, nullptr, nullptr);
-  return initWithStringFactory(text, std::move(factory));
+  std::pair<YString, std::shared_ptr<YIniSourceRecord>> decoded;
+  if (std::optional<std::string> bytes = YReadFile(path, nullptr)) decoded = decodeWithRecord(*bytes);
+  // The bytes are gone before the elements are made.
+  return loadTextFactoryRecord(decoded.first, std::move(factory), std::move(decoded.second));
+}
+
+YIniDocument* YIniDocument::initWithDataFactory(std::string_view bytes, std::shared_ptr<YIniElementFactory> factory) {
+  if (YParameterFailed(factory != nullptr, "theFactory != nil")) return nullptr;
+  auto decoded = decodeWithRecord(bytes);
+  return loadTextFactoryRecord(decoded.first, std::move(factory), std::move(decoded.second));
 }
 
 void YIniDocument::addCommentsToObject(const std::shared_ptr<YArray<YIniComment>>& comments,
@@ -114,5 +179,13 @@ YString YIniDocument::stringValueMergedWith(const YString& templateString) {
 bool YIniDocument::writeToFileAtomicallyEncodingError(const YString& filePath, bool atomically,
                                                       YStringEncoding encoding, std::shared_ptr<YError>* error) {
   if (YParameterFailedAtLine(!filePath.isNull(), "filePath != nil", 146)) return false;
+  // The library's own document writes UTF-8 straight into the bytes it
+  // saves, the same text stringValue() gives, without holding it as UTF-16.
+  if (encoding == YUTF8StringEncoding && typeid(*this) == typeid(YIniDocument)) {
+    auto writer = std::make_shared<YUTF8Writer>(_loadedLength + _loadedLength / 16);
+    YIniDocumentWriter::writerWithDocument(std::static_pointer_cast<YIniDocument>(shared_from_this()))->write(writer);
+    if (!writer->finish(error)) return false;
+    return YWriteFile(filePath, writer->bytes(), atomically, error);
+  }
   return stringValue().writeToFileAtomicallyEncodingError(filePath, atomically, encoding, error);
 }

@@ -57,4 +57,5 @@ std::shared_ptr<YIniCompositeElement> YIniDocument::makeEmptyCopy() const {
   return std::make_shared<YIniDocument>(_factory);
 }
 
-bool YIniDocument::ignoresChangeValues() const noexcept { return typeid(*this) == typeid(YIniDocument); }
+// Exactly this class: any of the library's own composites that is a YIniDocument is one.
+bool YIniDocument::ignoresChangeValues() const noexcept { return isLibraryClass(); }

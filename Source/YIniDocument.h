@@ -1,7 +1,12 @@
 // The root of the element tree.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "YIniComment.h"
@@ -10,6 +15,29 @@
 #include "YError.h"
 #include "YIniSection.h"
 #include "YTextWriter.h"
+
+class YIniSourceRecord;
+
+/// Errors of the document's own making (file and encoding failures keep
+/// YFoundationErrorDomain).
+extern const YString YIniErrorDomain;  // "YIniErrorDomain"
+
+/// Codes in YIniErrorDomain.
+enum YIniErrorCode : std::int64_t {
+  /// Text the preserving save would write anew would not read back as the
+  /// tree holds it: a name with leading white space, "=" or a line end, an
+  /// option name starting with "#" or "[", a section without a name, a value
+  /// with an empty continuation line.
+  YIniTextWouldNotReadBackError = 1,
+};
+
+/// An option that stands before the first section header, as the reader
+/// would read it there (see YIniDocument::headOptions).
+struct YIniHeadOption {
+  YString name;            ///< the text before the first "=", trimmed of white space
+  YString value;           ///< the text after it, trimmed of white space and line ends
+  std::size_t lineNumber;  ///< 1-based, LF and CR LF each ending a line
+};
 
 /// An ordered list of top-level sections and comments, plus the element
 /// factory the document was created with (shared, never null after a
@@ -42,9 +70,9 @@ class YIniDocument : public YIniCompositeElement {
   void removeAllSections();
   /// The first section whose current name equals `name` exactly, or null.
   /// Never creates a section. Precondition "name != nil".
-  std::shared_ptr<YIniSection> sectionForName(const YString& name) const;
+  [[nodiscard]] std::shared_ptr<YIniSection> sectionForName(const YString& name) const;
   /// Whether sectionForName() finds one. Precondition "name != nil".
-  bool hasSectionWithName(const YString& name) const;
+  [[nodiscard]] bool hasSectionWithName(const YString& name) const;
 
   /// The document's text (YIniDocumentWriter).
   YString stringValue() override;
@@ -84,6 +112,22 @@ class YIniDocument : public YIniCompositeElement {
     if (!document->initWithContentsOfFileFactory(path, std::move(factory))) return nullptr;
     return document;
   }
+  /// Loads the text that `bytes` hold, with its encoding detected as for a
+  /// file (a byte-order mark, UTF-16 without one, UTF-8, then a statistical
+  /// guess); the preserving save gives back these bytes. Bytes that cannot
+  /// be decoded load as a null text: the document stays empty and has no
+  /// source. Returns this document, or null when the factory is null
+  /// ("theFactory != nil").
+  YIniDocument* initWithDataFactory(std::string_view bytes, std::shared_ptr<YIniElementFactory> factory);
+  /// A new document of class T loaded from `bytes` (see initWithDataFactory).
+  template <class T = YIniDocument>
+  static std::shared_ptr<T> documentWithDataFactory(std::string_view bytes,
+                                                    std::shared_ptr<YIniElementFactory> factory) {
+    if (!checkLoadingFactory(factory.get())) return nullptr;
+    auto document = std::make_shared<T>(factory);
+    if (!document->initWithDataFactory(bytes, std::move(factory))) return nullptr;
+    return document;
+  }
   /// Appends each comment of `comments` to `object` with addElement, in
   /// order, then empties the list.
   static void addCommentsToObject(const std::shared_ptr<YArray<YIniComment>>& comments, YIniCompositeElement& object);
@@ -104,11 +148,76 @@ class YIniDocument : public YIniCompositeElement {
   void writeOptionsWithNamesForSectionNameToWriter(const std::vector<YString>& names, const YString& sectionName,
                                                    const std::shared_ptr<YTextWriter>& writer);
   /// Saves exactly stringValue() to `filePath` in `encoding`, atomically when
-  /// asked (the target is never left half-written). Returns false and sets
-  /// `*error` (when not null) on any I/O or encoding failure; a null path is a
-  /// failed precondition ("filePath != nil").
-  bool writeToFileAtomicallyEncodingError(const YString& filePath, bool atomically, YStringEncoding encoding,
+  /// asked (the target is never left half-written; it becomes a new file, so
+  /// other hard links keep the old text), following a symbolic link and
+  /// refusing a target that is not a regular file (see YWriteFileChunks in
+  /// YFile.h for the details and the risks of not saving atomically).
+  /// Returns false and sets `*error` (when not null) on any I/O or encoding
+  /// failure; a null path is a failed precondition ("filePath != nil").
+  [[nodiscard]] bool writeToFileAtomicallyEncodingError(const YString& filePath, bool atomically, YStringEncoding encoding,
                                           std::shared_ptr<YError>* error);
+
+  // ---- Preserving save (defined in YIniDocument+Preserving.cpp) ----
+  //
+  // Loading keeps the text the document was read from. These operations
+  // write the document back keeping every byte no edit touched: unchanged
+  // elements come out as their original text (line ends, spacing, trailing
+  // blanks, encoding and invalid bytes as they were), and so do lines the
+  // reader could not understand, options before the first section and the
+  // text after the point where reading stopped. A changed value replaces
+  // only the value text of its line; a renamed option or section only the
+  // name; a removed element takes its lines with it; new options and
+  // sections are written in the style of their neighbours or of the file.
+  // They only read the tree: no setter runs, nothing is announced.
+  //
+  // Example:
+  //   auto doc = YIniDocument::documentWithContentsOfFileFactory(path, YIniStandardElementFactory::standardFactory());
+  //   doc->sectionForName(YString("server"))->setValueForOptionWithName(YString("8080"), YString("port"));
+  //   std::shared_ptr<YError> error;
+  //   if (!doc->writePreservedToFileError(path, &error)) report(error);
+
+  /// Whether the document was loaded from text (a string, or a file that
+  /// could be read). Copies and documents built in code have no source; for
+  /// them the preserving operations write every element anew.
+  [[nodiscard]] bool hasSource() const noexcept { return _source != nullptr; }
+  /// Whether reading stopped before the end of the text (at an indented line
+  /// that follows no option, or text no rule matches); nothing after that
+  /// point was loaded, and the preserving operations keep it as it was.
+  [[nodiscard]] bool readingStopped() const noexcept;
+  /// The 1-based number of the line where reading stopped, or 0.
+  [[nodiscard]] std::size_t readingStopLineNumber() const;
+  /// The text of that line without its line end, or null.
+  [[nodiscard]] YString readingStopLineText() const;
+  /// The 1-based number of the line `element` was loaded from (LF and CR LF
+  /// each end a line), or 0 when it was not loaded into this document.
+  [[nodiscard]] std::size_t lineNumberForElement(const YIniElement& element) const;
+
+  /// The options that stand before the first section header (such as
+  /// .editorconfig's "root = true"), in text order. Reading drops them, since
+  /// no section holds them, and the preserving operations keep their lines;
+  /// this reads those lines with the reader's own option rule. None past the
+  /// point where reading stopped, and none for a document without a source.
+  [[nodiscard]] std::vector<YIniHeadOption> headOptions() const;
+
+  /// The preserved text. Null, with `*error` (when not null) naming the
+  /// element, when text written anew would not read back
+  /// (YIniTextWouldNotReadBackError).
+  [[nodiscard]] YString preservedStringValueWithError(std::shared_ptr<YError>* error);
+  /// The preserved text as bytes in the encoding the file was read in, with
+  /// its byte-order mark; UTF-8 for a document loaded from a string or built
+  /// in code. Untouched lines are their original bytes; new text that the
+  /// encoding cannot represent fails (YFileWriteInapplicableStringEncodingError).
+  [[nodiscard]] std::optional<std::string> preservedDataWithError(std::shared_ptr<YError>* error);
+  /// The preserved text encoded anew, all of it, in `encoding`.
+  [[nodiscard]] std::optional<std::string> preservedDataUsingEncodingError(YStringEncoding encoding,
+                                                                           std::shared_ptr<YError>* error);
+  /// Saves preservedDataWithError()'s bytes to `path` atomically and
+  /// durably: a temporary file in the same folder, flushed to disk, takes the
+  /// target's mode (and owner where permitted) and replaces it by a rename;
+  /// the folder is flushed after. A symbolic link is followed. Returns false
+  /// with `*error` on any failure, and then nothing was written. A null path
+  /// is a failed precondition ("path != nil").
+  [[nodiscard]] bool writePreservedToFileError(const YString& path, std::shared_ptr<YError>* error);
 
  protected:
   /// A new empty document sharing this document's factory; host subclasses
@@ -118,7 +227,12 @@ class YIniDocument : public YIniCompositeElement {
  private:
   static bool checkLoadingFactory(const YIniElementFactory* factory);
   static bool checkFactory(const std::shared_ptr<YIniElementFactory>& factory);
+  // Loads `string`, noting in `record` (when not null) where each element came from.
+  YIniDocument* loadTextFactoryRecord(const YString& string, std::shared_ptr<YIniElementFactory> factory,
+                                      std::shared_ptr<YIniSourceRecord> record);
   std::shared_ptr<YIniElementFactory> _factory;
+  // The text the document was loaded from; null for copies and documents built in code.
+  std::shared_ptr<YIniSourceRecord> _source;
   // Length of the text the document was loaded from: the room the text it
   // writes back is first given.
   std::size_t _loadedLength = 0;

@@ -5,6 +5,7 @@
 #include "YEndOfLineRule.h"
 #include "YIniComment.h"
 #include "YIniOption.h"
+#include "YIniSourceRecord.h"
 #include "YLog.h"
 #include "YRegularExpressionRule.h"
 #include "YRuleBasedScanner.h"
@@ -147,14 +148,29 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::nextObject() {
       if (!_activeSection) continue;
       return optionFromToken(_token);
     }
-    if (c == _commentLiteral.get() || c == _singleNewLineLiteral.get())
-      return _factory->commentWithString(tokenText(_token));
+    if (c == _commentLiteral.get() || c == _singleNewLineLiteral.get()) {
+      YString text = tokenText(_token);
+      auto comment = _factory->commentWithString(text);
+      if (_record && comment)
+        record(static_cast<int>(YIniSourceRecord::Kind::Comment), _token.position + _token.length, *comment, text);
+      return comment;
+    }
     if (c == _unknownLiteral.get()) {
       YLog("Unrecognized text sequence %@", tokenText(_token));
-      return _factory->commentWithString(kEmpty);
+      auto comment = _factory->commentWithString(kEmpty);
+      if (_record && comment)
+        record(static_cast<int>(YIniSourceRecord::Kind::Unknown), _token.position + _token.length, *comment, kEmpty);
+      return comment;
     }
+    if (_record) _record->noteStop(static_cast<std::uint32_t>(_token.position));
     return nullptr;
   }
+}
+
+void YIniDocumentEnumerator::record(int kind, std::int32_t end, YIniElement& element, const YString& first,
+                                    const YString& second) {
+  _record->noteElement(static_cast<YIniSourceRecord::Kind>(kind), static_cast<std::uint32_t>(_token.position), static_cast<std::uint32_t>(end), element,
+                       first, second);
 }
 
 std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken(const YTokenMatch& token) {
@@ -163,6 +179,8 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken(const YTok
                               YCharacterSet::whitespaceCharacterSet());
   std::shared_ptr<YIniSection> section = _factory->sectionWithName(name);
   _activeSection = section;
+  if (_record && section)
+    record(static_cast<int>(YIniSourceRecord::Kind::Section), token.position + token.length, *section, name);
   return section;
 }
 
@@ -172,6 +190,7 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken(const YToke
   const YCharacterSet whitespace = YCharacterSet::whitespaceCharacterSet();
   YString name = trimmedPiece(_documentString, base + keyToken.position, keyToken.length, whitespace);
   YString value;
+  std::int32_t end = base + token.length;  // continuation lines move it on
   if (token.subtokens.size() == 2) {
     const YTokenMatch::Subtoken& valueToken = token.subtokens[1];
     const YCharacterSet newlines = YCharacterSet::whitespaceAndNewlineCharacterSet();
@@ -184,12 +203,15 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken(const YToke
       if (joined.isNull()) joined = YString::mutableStringWithString(value);
       joined.appendString(kContinuationJoint);
       joined.appendString(trimmedPiece(_documentString, next.position, next.length, newlines));
+      end = next.position + next.length;
       more = _scanner->nextMatch(next);
     }
     _hasActiveToken = more;
     if (!joined.isNull()) value = joined.copy();
   }
-  return _factory->optionWithNameValueInSection(name, value, _activeSection);
+  auto option = _factory->optionWithNameValueInSection(name, value, _activeSection);
+  if (_record && option) record(static_cast<int>(YIniSourceRecord::Kind::Option), end, *option, name, value);
+  return option;
 }
 
 std::shared_ptr<YArray<YIniElement>> YIniDocumentEnumerator::allObjects() {

@@ -13,6 +13,7 @@
 
 #include "YToken.h"
 
+class YIniSourceRecord;
 class YRuleBasedScanner;
 class YTokenClass;
 
@@ -63,6 +64,9 @@ class YIniDocumentEnumerator : public YObject {
   std::shared_ptr<YIniElement> optionFromToken(const YTokenMatch& token);
   YString tokenText(const YTokenMatch& token) const;
   bool isFragment(const YTokenMatch& token) const noexcept;
+  // Notes the element made from the current token, ending at `end`, in _record.
+  void record(int kind, std::int32_t end, YIniElement& element, const YString& first,
+              const YString& second = YString());
 
   YString _documentString;
   std::shared_ptr<YTokenClass> _commentLiteral;
@@ -83,4 +87,7 @@ class YIniDocumentEnumerator : public YObject {
   bool _hasActiveToken = false;
   YTokenMatch _token;  // the token being read
   std::shared_ptr<YIniElementFactory> _factory;
+  // While a document loads: where each yielded element came from.
+  friend class YIniDocument;
+  YIniSourceRecord* _record = nullptr;
 };

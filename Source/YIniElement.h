@@ -1,11 +1,16 @@
 // The interface every INI element shares.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "YAllocator.h"
 #include "YObject.h"
 #include "YString.h"
+
+/// The key under which every element announces its modified state
+/// ("modified"), interned so that registrations for it stay small.
+extern const YString& YModifiedKey;
 
 /// One piece of an INI document: a comment, an option, a section or the
 /// document. Each element keeps its current state beside its initial state
@@ -34,6 +39,18 @@ class YIniElement : public YObject {
 
   /// isModified() for "modified"; nothing for other keys.
   YValue valueForKey(const YString& key) const override;
+
+  /// Whether isModified() can change without an announcement: the element
+  /// holds a mutable string (setters keep the caller's object), which its
+  /// owner may change in place. A composite asks such children again at each
+  /// recomputation instead of relying on what they last announced.
+  virtual bool mayChangeUnannounced() const noexcept { return false; }
+
+ private:
+  // Where loading found the element: its entry in the source record, plus
+  // one (0: none, as for every element made otherwise, copies included),
+  // kept in the object's spare word. Only the source record uses it.
+  friend class YIniSourceRecord;
 };
 
 /// Null-aware string equality used by change tracking: both null, or both

@@ -1,5 +1,7 @@
 #include "YIniOption.h"
 
+#include "YIniCompositeElement.h"
+
 #include "YIniOptionWriter.h"
 #include "YStringWriter.h"
 
@@ -7,6 +9,13 @@ YIniOption::YIniOption(const YString& name, const YString& value)
     : _initialName(name.copy()), _name(name), _initialValue(value.copy()), _value(value) {}
 
 void YIniOption::setName(const YString& name) {
+  // The same name again (the section writer gives every option its trimmed
+  // name) changes nothing anyone could hear of when only the library's own
+  // composites observe: the announcement is skipped, the string kept.
+  if (YIniStringsEqual(name, _name) && !name.isMutable() && YIniCompositeElement::nobodyHearsUnchanged(*this)) {
+    _name = name;
+    return;
+  }
   ChangeScope scope(*this, YModifiedKey);
   _name = name;
 }
@@ -48,3 +57,5 @@ std::shared_ptr<YIniElement> YIniOption::copyWithZone(void*) const { return make
 std::shared_ptr<YIniOption> YIniOption::makeOptionWithNameAndValue(const YString& name, const YString& value) const {
   return YMakeShared<YIniOption>(name, value);
 }
+
+bool YIniOption::mayChangeUnannounced() const noexcept { return _name.isMutable() || _value.isMutable(); }

@@ -42,6 +42,8 @@ class YIniOption : public YIniElement {
   YString stringValue() override;
 
   bool isModified() const override;
+  /// True while the current text (or name, or value) is a mutable string.
+  bool mayChangeUnannounced() const noexcept override;
   /// Restores copies of the initial name and value; announces "modified".
   void revert() override;
   /// Takes copies of the current name and value as initial state; announces "modified".

@@ -3,6 +3,7 @@
 #include <typeinfo>
 
 #include "YStringWriter.h"
+#include "YUTF8Writer.h"
 
 #include "YAssertionHandler.h"
 
@@ -21,6 +22,10 @@ void YIniOptionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   YTextWriter& target = *textWriter;
   if (typeid(target) == typeid(YStringWriter)) {
     static_cast<YStringWriter&>(target).writePieces({pieces[0], pieces[1], pieces[2]});
+    return;
+  }
+  if (typeid(target) == typeid(YUTF8Writer)) {
+    static_cast<YUTF8Writer&>(target).writePieces({pieces[0], pieces[1], pieces[2]});
     return;
   }
   textWriter->write(YString::stringByConcatenating({pieces[0], pieces[1], pieces[2]}));

@@ -158,4 +158,7 @@ std::shared_ptr<YIniCompositeElement> YIniSection::makeEmptyCopy() const {
   return YMakeShared<YIniSection>(YString());
 }
 
-bool YIniSection::ignoresChangeValues() const noexcept { return typeid(*this) == typeid(YIniSection); }
+// Exactly this class: any of the library's own composites that is a YIniSection is one.
+bool YIniSection::ignoresChangeValues() const noexcept { return isLibraryClass(); }
+
+bool YIniSection::mayChangeUnannounced() const noexcept { return _name.isMutable(); }

@@ -49,10 +49,10 @@ class YIniSection : public YIniCompositeElement {
   std::vector<YString> optionNames() const;
   /// The first option whose current name equals `optionName`, or null.
   /// Precondition "optionName != nil" (also for the operations below taking a name).
-  std::shared_ptr<YIniOption> optionWithName(const YString& optionName) const;
-  bool hasOptionWithName(const YString& optionName) const;
+  [[nodiscard]] std::shared_ptr<YIniOption> optionWithName(const YString& optionName) const;
+  [[nodiscard]] bool hasOptionWithName(const YString& optionName) const;
   /// The value of the first option of that name; null when none (or its value is null).
-  YString valueForOptionWithName(const YString& optionName) const;
+  [[nodiscard]] YString valueForOptionWithName(const YString& optionName) const;
   /// Sets the value of the first option of that name. A null value removes an
   /// option that is new since the last commit and keeps a committed one with
   /// a null value; an unknown name with a value appends a new YIniOption at
@@ -65,7 +65,7 @@ class YIniSection : public YIniCompositeElement {
   /// The options among initialElements, in that list's order.
   std::shared_ptr<OptionList> initialOptions() const;
   /// The first initial option whose current name equals `optionName`, or null.
-  std::shared_ptr<YIniOption> initialOptionWithName(const YString& optionName) const;
+  [[nodiscard]] std::shared_ptr<YIniOption> initialOptionWithName(const YString& optionName) const;
 
   /// The comment children, in list order.
   std::shared_ptr<CommentList> comments() const;
@@ -84,6 +84,8 @@ class YIniSection : public YIniCompositeElement {
   YString stringValue() override;
   /// Name changed (null-aware) or the composite part modified.
   bool isModified() const override;
+  /// True while the current text (or name, or value) is a mutable string.
+  bool mayChangeUnannounced() const noexcept override;
   /// Restores a copy of the initial name, then the composite's revert.
   void revert() override;
   /// Takes a copy of the name as initial name, then the composite's commit.

@@ -7,6 +7,7 @@
 #include "YCharacterSet.h"
 #include "YStringWritable.h"
 #include "YStringWriter.h"
+#include "YUTF8Writer.h"
 #include "YIniOptionWriter.h"
 
 static constexpr const char YUnitName[] = "YIniSectionWriter";
@@ -41,6 +42,8 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   YTextWriter& target = *textWriter;
   if (typeid(target) == typeid(YStringWriter))
     static_cast<YStringWriter&>(target).writePieces({u"[", shown, u"]"});
+  else if (typeid(target) == typeid(YUTF8Writer))
+    static_cast<YUTF8Writer&>(target).writePieces({u"[", shown, u"]"});
   else
     textWriter->write(YString::stringByConcatenating({u"[", shown, u"]"}));
   if (_section->elements()->count() > 0 && !newLineAtPosition(0)) textWriter->writeLine();

@@ -1,4 +1,4 @@
-// Scans arbitrary UTF-16 text with the eight INI rules and checks the token
+// Scans arbitrary UTF-16 text with rules of the INI reader's kind and checks the token
 // stream: the tokens tile the text (each starts where the previous one ended,
 // the last ends at the text's end), so positions ascend; every token has a
 // class and a positive length; every subtoken lies within its token.
@@ -11,11 +11,39 @@
 #include <string>
 
 #include "FuzzSupport.h"
-#include "ScannerTestSupport.h"
+#include "YEndOfLineRule.h"
+#include "YRegularExpressionRule.h"
+#include "YRuleBasedScanner.h"
 
 using fuzzsupport::fail;
 
 namespace {
+
+// Patterns like the INI reader's (which builds its own privately): an
+// end-of-line rule, `^` at the scanning position, named groups, negative
+// look-ahead, lazy and greedy repetition, alternation and `\z`.
+std::shared_ptr<YArray<YRule>> makeRules() {
+  using D = YDictionary<YTokenClass>;
+  using R = YRegularExpressionRule;
+  auto cls = [] { return YTokenClass::tokenClass(); };
+  auto key = cls(), value = cls();
+  return YArray<YRule>::arrayWithObjects({
+      YEndOfLineRule::ruleWithOpenSequenceTokenClass(YString(u"#"), cls()),
+      R::ruleWithPatternOptionsTokenClass(YString(u"^(\n|\r\n)"), 0, cls()),
+      R::ruleWithPatternOptionsTokenClassGroupClasses(YString(u"\\[(?<section_name>.+)\\]"), 1, cls(),
+                                                      D::dictionaryWithObjectsAndKeys({{YString(u"section_name"), key}})),
+      R::ruleWithPatternOptionsTokenClassGroupClasses(
+          YString(u"(?<option_key>^(?! ).*?)=(?<option_value>.*\n|\r\n)"), 1, cls(),
+          D::dictionaryWithObjectsAndKeys({{YString(u"option_key"), key}, {YString(u"option_value"), value}})),
+      R::ruleWithPatternOptionsTokenClassGroupClasses(YString(u"(?<fragment>[ ]+.+\n|\r\n)"), 1, cls(),
+                                                      D::dictionaryWithObjectsAndKeys({{YString(u"fragment"), key}})),
+      R::ruleWithPatternOptionsTokenClass(YString(u"[ ]+.+\\z"), 1, cls()),
+      R::ruleWithPatternOptionsTokenClassGroupClasses(
+          YString(u"(?<option_key>^(?! ).*?)=(?<option_value>.*\\z)"), 1, cls(),
+          D::dictionaryWithObjectsAndKeys({{YString(u"option_key"), key}, {YString(u"option_value"), value}})),
+      R::ruleWithPatternOptionsTokenClass(YString(u".*"), 0, cls()),
+  });
+}
 
 std::u16string textFrom(const std::uint8_t* data, std::size_t size) {
   std::u16string text;
@@ -34,12 +62,13 @@ std::u16string textFrom(const std::uint8_t* data, std::size_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const scannertest::IniRules rules;
+  static const auto rules = makeRules();
   const std::u16string units = textFrom(data, size);
   const YString text(units);
   const auto end = static_cast<std::int64_t>(units.size());
   try {
-    auto scanner = scannertest::scannerFor(text, rules.rules);
+    auto scanner = YRuleBasedScanner::scannerForStreamWithRules(
+        YUnicharStream::streamWithBuffer(YStringBuffer::bufferFromString(text)), rules);
     std::int64_t expected = 0;
     while (auto token = scanner->nextToken()) {
       if (!token->tokenClass()) fail("a token without a class");

@@ -5,6 +5,7 @@
 # Inputs that fail are kept in build-fuzz/fuzz-artifacts/. Fails if any
 # target fails.
 # Usage: fuzz/run.sh [seconds] [extra libFuzzer options...]
+# CORVANE_WERROR=ON in the environment makes warnings errors (as CI does).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
@@ -13,9 +14,10 @@ shift || true
 scripts/install-deps.sh clang libclang-rt-14-dev
 
 build=build-fuzz
-targets=(fuzz_load fuzz_merge fuzz_scanner)
+targets=(fuzz_load fuzz_merge fuzz_preserve fuzz_scanner)
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
   -DCORVANE_SANITIZE=ON -DCORVANE_BUILD_FUZZ=ON -DCORVANE_BUILD_TESTS=OFF -DCORVANE_BUILD_BENCH=OFF \
+  -DCORVANE_WERROR="${CORVANE_WERROR:-OFF}" \
   > "$build.configure.log" 2>&1 || { cat "$build.configure.log"; exit 1; }
 cmake --build "$build" -j 2 --target "${targets[@]}"
 

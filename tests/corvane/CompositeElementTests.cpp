@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "ElementTestSupport.h"
+#include "YIniDocument.h"
+#include "YIniStandardElementFactory.h"
 #include "YIniCompositeElement.h"
 #include "YIniSection.h"
 
@@ -36,6 +38,104 @@ TEST(Composite, ModifiedComparesListsByIdentityAndFollowsChildren) {
   c->replaceObjectInElementsAtIndexWithObject(0, a);
   b->setValue(S("w"));
   EXPECT_TRUE(c->isModified());
+}
+
+// The flag after list changes that the composite can only get right by
+// looking at each child as it stands: changed while not observed, present
+// twice, replaced, or observed without being a child.
+TEST(Composite, ModifiedFollowsChildrenThroughDetachingDuplicatesAndStrangers) {
+  using Step = std::function<void(YIniCompositeElement&, YIniOption& a, YIniOption& b)>;
+  const std::vector<std::tuple<const char*, Step, bool>> cases = {
+      {"a child changed while detached, then put back in its place",
+       [](auto& c, auto& a, auto&) {
+         auto child = c.elements()->objectAtIndex(0);
+         c.removeObjectFromElementsAtIndex(0);
+         a.setValue(S("w"));
+         c.insertObjectInElementsAtIndex(child, 0);
+       },
+       true},
+      {"one of two occurrences of a changed child removed",
+       [](auto& c, auto& a, auto&) {
+         c.addElement(c.elements()->objectAtIndex(0));
+         a.setValue(S("w"));
+         c.removeObjectFromElementsAtIndex(2);
+       },
+       true},
+      {"a changed new child replaced, then removed",
+       [](auto& c, auto&, auto&) {
+         auto added = opt("added");
+         c.addElement(added);
+         added->setValue(S("w"));
+         c.replaceObjectInElementsAtIndexWithObject(2, opt("other"));
+         c.removeObjectFromElementsAtIndex(2);
+       },
+       false},
+      {"a stranger observed through subscribeForChangesInElement changes",
+       [](auto& c, auto&, auto&) {
+         auto stranger = opt("stranger");
+         c.subscribeForChangesInElement(stranger);
+         stranger->setValue(S("w"));
+         c.unsubscribeForChangesInElement(stranger);
+       },
+       false},
+      {"a child left unobserved by a failed removal changes, then another child announces",
+       [](auto& c, auto& a, auto& b) {
+         c.revert();  // the list is immutable now
+         EXPECT_THROW(c.removeObjectFromElementsAtIndex(0), YInvalidArgumentException);
+         a.setValue(S("w"));  // unobserved: nothing announced
+         b.setValue(S("x"));
+         b.setValue(S("v"));
+       },
+       true},
+  };
+  for (const auto& [name, step, modified] : cases) {
+    SCOPED_TRACE(name);
+    auto a = opt("a"), b = opt("b");
+    auto c = composite({a, b});
+    c->commit();
+    step(*c, *a, *b);
+    EXPECT_EQ(c->isModified(), modified);
+    a->setValue(S("v"));
+    b->setValue(S("v"));
+    EXPECT_EQ(c->isModified(), !c->compareArrayAgainst(c->elements(), c->initialElements()));
+  }
+}
+
+// A setter keeps the caller's string: a mutable one changed in place changes
+// the element without an announcement, and a recomputation must see it.
+TEST(Composite, RecomputationAsksChildrenHoldingMutableStrings) {
+  auto s = YIniSection::sectionWithName(S("a"));
+  YString m = YString::mutableStringWithString(S("v"));
+  auto k = YIniOption::optionWithNameAndValue(S("k"), m);
+  auto x = opt("x", "1");
+  s->addElement(k);
+  s->addElement(x);
+  s->commit();
+  m.appendString(S("!"));
+  EXPECT_TRUE(k->isModified());
+  x->setValue(S("2"));
+  x->setValue(S("1"));  // the section recomputes
+  EXPECT_TRUE(s->isModified());
+  EXPECT_TRUE(s->hasModifiedElements());
+  m.setString(S("v"));  // back as committed, still unannounced
+  x->setValue(S("1"));
+  EXPECT_FALSE(s->isModified());
+  // Once the option holds an immutable string again, it is followed by its announcements.
+  k->setValue(S("w"));
+  EXPECT_TRUE(s->isModified());
+
+  // One level up: a section name changed in place.
+  auto document = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
+  YString name = YString::mutableStringWithString(S("s"));
+  auto named = YIniSection::sectionWithName(S("s"));
+  auto other = YIniSection::sectionWithName(S("t"));
+  document->addElement(named);
+  document->addElement(other);
+  named->setName(name);
+  document->commit();
+  name.appendString(S("2"));
+  other->setName(S("t"));  // the document recomputes
+  EXPECT_TRUE(document->isModified());
 }
 
 TEST(Composite, EveryListAccessorAndSetModifiedAnnounces) {
@@ -169,7 +269,9 @@ TEST(Composite, CopyIsDeepAndCommitted) {
   EXPECT_FALSE(copy->isModified());
   for (std::size_t i = 0; i < 2; ++i) {
     EXPECT_NE(copy->elements()->objectAtIndex(i), c->elements()->objectAtIndex(i));
-    EXPECT_EQ(typeid(*copy->elements()->objectAtIndex(i)), typeid(*c->elements()->objectAtIndex(i)));
+    const auto& copied = *copy->elements()->objectAtIndex(i);
+    const auto& original = *c->elements()->objectAtIndex(i);
+    EXPECT_EQ(typeid(copied), typeid(original));
   }
 }
 

@@ -102,11 +102,14 @@ TEST(ElementFactory, CreatesPlainUnmodifiedElementsAndChecksInOrder) {
   auto f = YIniStandardElementFactory::standardFactory();
   auto section = YIniSection::sectionWithName(S("s"));
   auto option = f->optionWithNameValueInSection(S("k"), S("v"), section);
-  EXPECT_EQ(typeid(*option), typeid(YIniOption));
+  const auto& createdOption = *option;
+  EXPECT_EQ(typeid(createdOption), typeid(YIniOption));
   EXPECT_EQ(utf8(option->stringValue()), "k=v");
   EXPECT_FALSE(option->isModified());
   EXPECT_EQ(section->elements()->count(), 0u);
-  EXPECT_EQ(typeid(*f->commentWithString(S("# c"))), typeid(YIniComment));
+  const auto comment = f->commentWithString(S("# c"));
+  const auto& createdComment = *comment;
+  EXPECT_EQ(typeid(createdComment), typeid(YIniComment));
 
   EXPECT_PRECONDITION(f->commentWithString(YString()), "string != nil");
   EXPECT_PRECONDITION(f->sectionWithName(YString()), "name != nil");

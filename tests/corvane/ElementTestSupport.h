@@ -85,4 +85,4 @@ inline std::string preconditionFailure(const std::function<void()>& act) {
   return "no precondition failure";
 }
 #define EXPECT_PRECONDITION(statement, text) \
-  EXPECT_EQ(preconditionFailure([&] { statement; }), std::string("Invalid parameter not satisfying: ") + (text))
+  EXPECT_EQ(preconditionFailure([&] { (void)(statement); }), std::string("Invalid parameter not satisfying: ") + (text))

@@ -83,7 +83,11 @@ TEST(Leaf, SettersKeepTheCallersStringSnapshotsAreCopies) {
   EXPECT_EQ(utf8(option->initialValue()), "v2");
   option->revert();
   EXPECT_FALSE(option->value().isIdenticalTo(value));
-  EXPECT_TRUE(YIniComment::commentWithString(name)->stringValue().isIdenticalTo(name));
+  auto comment = YIniComment::commentWithString(name);
+  EXPECT_TRUE(comment->stringValue().isIdenticalTo(name));
+  name.appendString(S("!"));  // the comment's text, not its initial one
+  EXPECT_EQ(utf8(comment->stringValue()), "k!");
+  EXPECT_TRUE(comment->isModified());
 }
 
 TEST(Leaf, CopiesAreCommittedCommentsAlwaysPlainOptionsKeepTheirClass) {
@@ -97,10 +101,16 @@ TEST(Leaf, CopiesAreCommittedCommentsAlwaysPlainOptionsKeepTheirClass) {
   auto hostOption = YIniOption::optionWithNameAndValue<HostOption>(S("k"), S("v"));
   EXPECT_TRUE(hostOption->copyWithZone()->isKindOfClass<HostOption>());
   EXPECT_TRUE(YIniOption::option<HostOption>()->isKindOfClass<HostOption>());
-  auto commentCopy = std::make_shared<HostComment>(S("# c"))->copyWithZone();
-  EXPECT_EQ(typeid(*commentCopy), typeid(YIniComment));
-  EXPECT_EQ(utf8(commentCopy->stringValue()), "# c");
-  EXPECT_EQ(typeid(*YIniComment::commentWithString(S("x"))), typeid(YIniComment));
+  auto hostComment = std::make_shared<HostComment>(S("# c"));
+  hostComment->setStringValue(S("# d"));
+  auto commentCopy = hostComment->copyWithZone();
+  const auto& copied = *commentCopy;
+  EXPECT_EQ(typeid(copied), typeid(YIniComment));
+  EXPECT_EQ(utf8(commentCopy->stringValue()), "# d");  // the current text
+  EXPECT_FALSE(commentCopy->isModified());
+  const auto comment = YIniComment::commentWithString(S("x"));
+  const auto& created = *comment;
+  EXPECT_EQ(typeid(created), typeid(YIniComment));
 }
 
 TEST(Leaf, DescriptionAndText) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "ElementTestSupport.h"
 #include "ReadingSupport.h"
 
 namespace {
@@ -74,6 +75,46 @@ TEST(Loading, LoadedDocumentIsModifiedUntilCommitted) {
   auto empty = load("");
   EXPECT_EQ(empty->elements()->count(), 0u);
   EXPECT_FALSE(empty->isModified());
+}
+
+// A host's factory, even one that changes nothing, has every element placed
+// with its announcements; the library's own is placed quietly. Both must end
+// in the same state: flags, observation, and how later edits propagate.
+TEST(Loading, QuietPlacementEndsAsAnnouncedPlacementWould) {
+  class HostFactory : public YIniStandardElementFactory {};
+  const char* text = "# top\n[a]\nk=v\n\n[empty]\n[b]\nx=1\n  more\n; odd\n# end\n";
+  auto quiet = YIniDocument::documentFromStringFactory(YString(text), YIniStandardElementFactory::standardFactory());
+  auto loud = YIniDocument::documentFromStringFactory(YString(text), std::make_shared<HostFactory>());
+  auto state = [](YIniDocument& d) {
+    std::vector<std::string> out = describeAll(d.elements(), true);
+    out.push_back("document " + std::to_string(d.isModified()) + " " +
+                  std::to_string(d.observationCountForObserver(&d, YElementsKey)));
+    for (const auto& child : d.elements()->vector()) {
+      std::string line = std::to_string(child->isModified()) + " " +
+                         std::to_string(child->observationCountForObserver(&d, YModifiedKey));
+      if (auto section = YCast<YIniSection>(child))
+        for (const auto& grandchild : section->elements()->vector())
+          line += " " + std::to_string(grandchild->observationCountForObserver(section.get(), YModifiedKey));
+      out.push_back(line);
+    }
+    return out;
+  };
+  LogCapture quietLog;
+  EXPECT_EQ(state(*quiet), state(*loud));
+  for (auto* d : {quiet.get(), loud.get()}) {
+    d->commit();
+    EXPECT_FALSE(d->isModified());
+    d->sectionForName(YString("a"))->setValueForOptionWithName(YString("w"), YString("k"));
+    EXPECT_TRUE(d->isModified());
+    d->sectionForName(YString("a"))->setValueForOptionWithName(YString("v"), YString("k"));
+    EXPECT_FALSE(d->isModified());
+  }
+  // A document a host observes while loading hears every placement.
+  auto observed = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
+  KeyObserver observer(*observed, YModifiedKey);
+  observed->initWithStringFactory(YString("[a]\nk=v\n"), YIniStandardElementFactory::standardFactory());
+  EXPECT_EQ(observer.count(), 3u);  // placing the section, and its line end and its option through the section
+  EXPECT_TRUE(observer.lastBool());
 }
 
 TEST(Loading, AMillionOptionsBeforeAnySectionDoNotExhaustTheStack) {

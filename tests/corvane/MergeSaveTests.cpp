@@ -135,6 +135,35 @@ TEST_F(Saving, UnrepresentableTextFailsAndLeavesTheTargetAlone) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), {}), 1);
 }
 
+// A pair of surrogates is one character wherever the writers split the text;
+// a lone one cannot be written in UTF-8, and the save names its place.
+TEST_F(Saving, UTF8TakesSurrogatePairsAndRefusesLoneOnes) {
+  auto path = dir / "pairs.ini";
+  auto document = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
+  // One comment ends in the first half of a pair whose second half begins the next.
+  document->addElement(YIniComment::commentWithString(YString(u"a\xD83D")));
+  document->addElement(YIniComment::commentWithString(YString(u"\xDE00" u"b")));
+  auto section = YIniSection::sectionWithName(YString(u"s"));
+  section->addElement(YIniOption::optionWithNameAndValue(YString(u"k"), YString(u"v")));
+  document->addElement(section);
+  std::shared_ptr<YError> error;
+  ASSERT_TRUE(document->writeToFileAtomicallyEncodingError(YString(path.string()), true, YUTF8StringEncoding, &error))
+      << error->localizedDescription().UTF8String();
+  EXPECT_EQ(read(path), document->stringValue().UTF8String());
+  // "a😀b[s]\nk=" is ten code units.
+  const std::pair<std::u16string, std::size_t> lone[] = {{u"\xD83D", 10}, {u"x\xDE00", 11}, {u"\xD83Dx", 10}};
+  for (const auto& [value, position] : lone) {
+    std::ofstream(path) << "old";
+    section->optionWithName(YString(u"k"))->setValue(YString(value));
+    error.reset();
+    EXPECT_FALSE(document->writeToFileAtomicallyEncodingError(YString(path.string()), true, YUTF8StringEncoding, &error));
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->localizedDescription().UTF8String().find("position " + std::to_string(position)), std::string::npos)
+        << error->localizedDescription().UTF8String();
+    EXPECT_EQ(read(path), "old");
+  }
+}
+
 TEST_F(Saving, FailureInAReadOnlyFolderKeepsTheTargetAndLeavesNoTemporary) {
   if (::geteuid() == 0) GTEST_SKIP() << "permissions do not bind root";
   auto path = dir / "locked.ini";
@@ -161,7 +190,7 @@ TEST_F(Saving, ModeIsKept) {
 
 TEST_F(Saving, NullPathIsAFailedPrecondition) {
   try {
-    load("[a]")->writeToFileAtomicallyEncodingError(YString(), true, YUTF8StringEncoding, nullptr);
+    (void)load("[a]")->writeToFileAtomicallyEncodingError(YString(), true, YUTF8StringEncoding, nullptr);
     FAIL();
   } catch (const YInternalInconsistencyException& e) {
     EXPECT_STREQ(e.what(), "Invalid parameter not satisfying: filePath != nil");

@@ -69,6 +69,55 @@ TEST(ReadingFormat, EachLineKindWithLFAndCRLF) {
   }
 }
 
+// What the eight rules make of lines that only they tell apart: which rule
+// wins, where `^` and `\z` hold, what `.` takes, code units outside the BMP.
+TEST(ReadingFormat, RulePriorityAnchorsAndCodeUnits) {
+  const std::vector<ReadCase> cases = {
+      {"comment beats option", "#k=v\n", {"C:#k=v", "C:\\n"}, {}},
+      {"section beats option", "[a=b]\n", {"S:a=b", "C:\\n"}, {}},
+      {"section beats a longer option", "[a]=b\n", {"S:a", "O:=b"}, {}},
+      {"blank lines of both kinds", "\n\r\n\n", {"C:\\n", "C:\\r\\n", "C:\\n"}, {}},
+      {"option before more text", "[a]\nk=v\nx", {"S:a", "C:\\n", "O:k=v", "C:"}, {"Unrecognized text sequence x"}},
+      {"leading space makes no option", "[a]\n k=v\n[b]\n", {"S:a", "C:\\n"}, {}},
+      {"empty value before CR LF", "[a]\nk=\r\n", {"S:a", "C:\\n", "O:k="}, {}},
+      {"lone CR inside a value", "[a]\nk=a\rb\n", {"S:a", "C:\\n", "O:k=a\\rb"}, {}},
+      {"unknown text keeps its CR", "x\r\n", {"C:", "C:\\n"}, {"Unrecognized text sequence x\r"}},
+      {"code units outside the BMP", "[\U0001F600]\nk=\U0001F600\n# \U0001F600\n",
+       {"S:\U0001F600", "C:\\n", "O:k=\U0001F600", "C:# \U0001F600", "C:\\n"}, {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    LogCapture log;
+    EXPECT_EQ(enumerate(c.text), c.elements);
+    EXPECT_EQ(log.lines, c.log);
+  }
+}
+
+// Names are trimmed of spaces only, values of line ends as well: a form feed,
+// U+0085 or U+2028 stays in a name and leaves a value.
+TEST(ReadingFormat, NamesKeepLineEndCharactersThatValuesLose) {
+  const std::vector<std::tuple<std::u16string, std::u16string, std::u16string>> cases = {
+      {u"[a\f]\nk=v\n", u"a\f", u"k"},
+      {u"[ a\u2028 ]\nk=v\n", u"a\u2028", u"k"},
+      {u"[\u00a0a\t]\nk\f=v\f\n", u"a", u"k\f"},
+      {u"[a]\nk\u0085=\u0085v \u2028\n", u"a", u"k\u0085"},
+      {u"[a]\n\u2029k\u2029= v\u2029\n", u"a", u"\u2029k\u2029"},
+  };
+  for (const auto& [text, section, option] : cases) {
+    SCOPED_TRACE(visible(YString(text)));
+    auto all = YIniDocumentEnumerator::enumeratorWithStringFactory(YString(text),
+                                                                   YIniStandardElementFactory::standardFactory())
+                   ->allObjects();
+    auto s = std::dynamic_pointer_cast<YIniSection>(all->firstObject());
+    ASSERT_TRUE(s);
+    EXPECT_EQ(s->name().u16string(), section);
+    auto o = std::dynamic_pointer_cast<YIniOption>(all->lastObject());
+    ASSERT_TRUE(o);
+    EXPECT_EQ(o->name().u16string(), option);
+    EXPECT_EQ(o->value().u16string(), u"v");
+  }
+}
+
 TEST(ReadingFormat, TextEndingWithoutLineEnd) {
   const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
       {"[a]\nk=v", {"S:a", "C:\\n", "O:k=v"}},

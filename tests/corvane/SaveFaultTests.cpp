@@ -2,26 +2,26 @@
 // files with their own modes. A failed save returns false with an error naming
 // the path and the cause, and leaves the target, its mode and the folder as
 // they were. Each fault is set up in a forked child (dropping root, a private
-// mount namespace, a file size limit) that reports what it saw through a pipe.
+// mount namespace, a file size limit, no unnamed files) that reports what it
+// saw through a pipe. Every save runs twice: with unnamed new files
+// (O_TMPFILE) and, as on file systems without them, with named ones.
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "FileFaultSupport.h"
 #include "YFoundation.h"
 #include "YIniDocument+Extensions.h"
 #include "YIniSection.h"
@@ -29,55 +29,9 @@
 
 namespace {
 
-namespace fs = std::filesystem;
+using namespace filefault;
 constexpr uid_t kNobody = 65534;
 const std::string kOriginal = "[a]\nk=original\n";
-
-struct TempDir {
-  std::string path = [] {
-    std::string templ = (fs::temp_directory_path() / "corvane-save-XXXXXX").string();
-    EXPECT_NE(::mkdtemp(templ.data()), nullptr);
-    ::chmod(templ.c_str(), 0755);  // searchable by an unprivileged child
-    return templ;
-  }();
-  ~TempDir() {
-    ::chmod(path.c_str(), 0755);
-    std::error_code ec;
-    fs::remove_all(path, ec);
-  }
-  std::string operator/(const std::string& name) const { return path + "/" + name; }
-};
-
-void writeBytes(const std::string& path, const std::string& bytes, mode_t mode) {
-  std::ofstream(path, std::ios::binary) << bytes;
-  ::chmod(path.c_str(), mode);
-}
-
-/// The bytes of a regular file (through links), or "(none)".
-std::string readBytes(const std::string& path) {
-  std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) return "(none)";
-  std::ostringstream buffer;
-  buffer << std::ifstream(path, std::ios::binary).rdbuf();
-  return buffer.str();
-}
-
-/// The folder's entries, sorted, each followed by a space.
-std::string listing(const std::string& dir) {
-  std::vector<std::string> names;
-  std::error_code ec;
-  for (const auto& entry : fs::directory_iterator(dir, ec)) names.push_back(entry.path().filename().string() + " ");
-  std::sort(names.begin(), names.end());
-  std::string out;
-  for (const auto& n : names) out += n;
-  return out;
-}
-
-/// The file's bytes and permission bits.
-std::string state(const std::string& path) {
-  struct stat st{};
-  return readBytes(path) + " mode " + std::to_string(::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0);
-}
 
 /// A document whose value for a.k is `size` letters.
 std::shared_ptr<YIniDocument> documentOfSize(std::size_t size) {
@@ -98,43 +52,25 @@ std::string save(const std::shared_ptr<YIniDocument>& document, const std::strin
   return error->localizedDescription().UTF8String();
 }
 
-/// Runs `body` in a forked child and returns the text lines it reported.
-std::vector<std::string> inChild(const std::function<std::vector<std::string>()>& body) {
-  int fds[2];
-  if (::pipe(fds) != 0) return {"pipe failed"};
-  std::fflush(nullptr);
-  pid_t child = ::fork();
-  if (child == 0) {
-    ::close(fds[0]);
-    std::string out;
-    for (const std::string& line : body()) out += line + '\0';
-    for (std::size_t done = 0; done < out.size();) {
-      ssize_t n = ::write(fds[1], out.data() + done, out.size() - done);
-      if (n <= 0) break;
-      done += static_cast<std::size_t>(n);
-    }
-    ::_exit(0);
-  }
-  ::close(fds[1]);
-  std::string in;
-  char buffer[4096];
-  for (ssize_t n; (n = ::read(fds[0], buffer, sizeof buffer)) > 0;) in.append(buffer, static_cast<std::size_t>(n));
-  ::close(fds[0]);
-  if (child > 0) ::waitpid(child, nullptr, 0);
-  std::vector<std::string> lines;
-  for (std::size_t pos = 0, end; (end = in.find('\0', pos)) != std::string::npos; pos = end + 1)
-    lines.push_back(in.substr(pos, end - pos));
-  return lines;
-}
-
-std::string failed(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
-
 /// Mounts a 64 KiB tmpfs on `dir` in a private mount namespace, so the mount dies with the child.
 std::string mountSmallTmpfs(const std::string& dir) {
   if (::unshare(CLONE_NEWNS) != 0) return failed("unshare");
   if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return failed("private mounts");
   if (::mount("corvane-test", dir.c_str(), "tmpfs", 0, "size=64k,mode=0755") != 0) return failed("tmpfs");
   return "";
+}
+
+/// Runs `body` in a child, first taking O_TMPFILE away when `unnamed` is false.
+std::vector<std::string> saveInChild(bool unnamed, const std::function<std::vector<std::string>()>& body) {
+  return inChild([&]() -> std::vector<std::string> {
+    if (!unnamed)
+      if (std::string why = refuseUnnamedFiles(); !why.empty()) return {why};
+    return body();
+  });
+}
+
+const char* how(bool atomically, bool unnamed) {
+  return !atomically ? ", in place" : unnamed ? ", atomic, unnamed" : ", atomic, named";
 }
 
 TEST(SaveFaultTest, FailedSaveLeavesEverythingAsItWas) {
@@ -159,10 +95,6 @@ TEST(SaveFaultTest, FailedSaveLeavesEverythingAsItWas) {
       {"folder without write permission", readOnlyFolder, "settings.ini", true, YFileWriteNoPermissionError, EACCES},
       {"new file in such a folder", readOnlyFolder, "settings.ini", false, YFileWriteNoPermissionError, EACCES},
       {"missing folder", none, "missing/settings.ini", false, YFileNoSuchFileError, ENOENT},
-      // The atomic save writes its temporary file and fails to rename it: it must go again.
-      {"target that is a folder",
-       [](const std::string& d) { return fs::create_directory(d + "/t.ini") ? "" : "mkdir"; },
-       "t.ini", false, YFileWriteUnknownError, EISDIR},
       {"full volume", mountSmallTmpfs, "settings.ini", true, YFileWriteOutOfSpaceError, ENOSPC},
       {"read-only volume",
        [](const std::string& dir) {
@@ -172,57 +104,115 @@ TEST(SaveFaultTest, FailedSaveLeavesEverythingAsItWas) {
          return ::mount(nullptr, dir.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) ? failed("remount") : "";
        },
        "settings.ini", true, YFileWriteVolumeReadOnlyError, EROFS},
-      // Needs no privileges: writes beyond RLIMIT_FSIZE fail with EFBIG midway.
+      // Needs no privileges: writes beyond RLIMIT_FSIZE fail with EFBIG midway
+      // once SIGXFSZ no longer ends the process.
       {"file size limit",
        [](const std::string&) {
          std::signal(SIGXFSZ, SIG_IGN);
          rlimit limit{64 * 1024, 64 * 1024};
          return ::setrlimit(RLIMIT_FSIZE, &limit) ? failed("setrlimit") : "";
        },
-       "settings.ini", true, YFileWriteUnknownError, EFBIG},
+       "settings.ini", true, YFileWriteTooLargeError, EFBIG},
   };
   auto document = documentOfSize(1 << 20);  // far more than the small volume holds
   std::string unavailable;
   for (const Case& c : cases) {
     for (bool atomically : {true, false}) {
-      if (!atomically && (c.err == ENOSPC || c.err == EFBIG)) continue;  // a plain write fails midway
-      SCOPED_TRACE(std::string(c.name) + (atomically ? ", atomic" : ", plain"));
-      TempDir dir;
-      const std::string target = dir / c.file;
-      auto report = inChild([&]() -> std::vector<std::string> {
-        if (c.exists) writeBytes(target, kOriginal, 0600);
-        if (std::string why = c.setup(dir.path); !why.empty()) return {why};
-        const std::string before = listing(dir.path), targetBefore = state(target);
-        std::int64_t code = 0;
-        int err = 0;
-        std::string description = save(document, target, atomically, &code, &err);
-        return {"", std::to_string(code), std::to_string(err), description,
-                state(target) == targetBefore ? "kept" : targetBefore + " -> " + state(target),
-                listing(dir.path) == before ? "kept" : before + " -> " + listing(dir.path)};
-      });
-      ASSERT_FALSE(report.empty());
-      if (!report[0].empty()) {
-        unavailable += std::string(c.name) + " (" + report[0] + ") ";
-        continue;
+      for (bool unnamed : {true, false}) {
+        if (!atomically && (c.err == ENOSPC || c.err == EFBIG || !unnamed)) continue;  // a plain write fails midway
+        SCOPED_TRACE(std::string(c.name) + how(atomically, unnamed));
+        TempDir dir;
+        const std::string target = dir / c.file;
+        auto report = saveInChild(unnamed, [&]() -> std::vector<std::string> {
+          if (c.exists) writeBytes(target, kOriginal, 0600);
+          if (std::string why = c.setup(dir.path); !why.empty()) return {why};
+          const std::string before = listing(dir.path), targetBefore = state(target);
+          std::int64_t code = 0;
+          int err = 0;
+          std::string description = save(document, target, atomically, &code, &err);
+          return {"", std::to_string(code), std::to_string(err), description,
+                  state(target) == targetBefore ? "kept" : targetBefore + " -> " + state(target),
+                  listing(dir.path) == before ? "kept" : before + " -> " + listing(dir.path)};
+        });
+        ASSERT_FALSE(report.empty());
+        if (!report[0].empty()) {
+          unavailable += std::string(c.name) + " (" + report[0] + ") ";
+          continue;
+        }
+        ASSERT_EQ(report.size(), 6u);
+        EXPECT_EQ(report[1], std::to_string(c.code)) << report[3];
+        EXPECT_EQ(report[2], std::to_string(c.err)) << report[3];
+        EXPECT_NE(report[3].find(std::strerror(c.err)), std::string::npos) << report[3];
+        EXPECT_NE(report[3].find(target), std::string::npos) << report[3];
+        EXPECT_EQ(report[4], "kept");
+        EXPECT_EQ(report[5], "kept") << "a temporary file was left behind";
       }
-      ASSERT_EQ(report.size(), 6u);
-      EXPECT_EQ(report[1], std::to_string(c.code)) << report[3];
-      EXPECT_EQ(report[2], std::to_string(c.err)) << report[3];
-      EXPECT_NE(report[3].find(std::strerror(c.err)), std::string::npos) << report[3];
-      EXPECT_NE(report[3].find(target), std::string::npos) << report[3];
-      EXPECT_EQ(report[4], "kept");
-      EXPECT_EQ(report[5], "kept") << "a temporary file was left behind";
     }
   }
   if (!unavailable.empty()) GTEST_SKIP() << "not set up: " << unavailable;
 }
 
-TEST(SaveFaultTest, DeviceWithoutSpaceFailsAPlainWrite) {
-  if (::access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
-  std::int64_t code = 0;
-  EXPECT_EQ(save(documentOfSize(1 << 16), "/dev/full", false, &code),
-            "Cannot write file '/dev/full': No space left on device");
-  EXPECT_EQ(code, YFileWriteOutOfSpaceError);
+TEST(SaveFaultTest, TargetsThatAreNoRegularFileAreRefusedAndLeftAlone) {
+  // Neither mode replaces them, and neither waits for a FIFO's reader: a
+  // save that hangs ends the child after a few seconds and fails the case.
+  using Make = std::function<bool(const std::string& target)>;
+  struct Case {
+    const char* name;
+    Make make;
+    const char* kind;
+    int err;
+  } cases[] = {
+      {"FIFO", [](const std::string& t) { return ::mkfifo(t.c_str(), 0644) == 0; }, "a FIFO (named pipe)", 0},
+      {"link to a FIFO",
+       [](const std::string& t) { return ::mkfifo((t + ".fifo").c_str(), 0644) == 0 && ::symlink((t + ".fifo").c_str(), t.c_str()) == 0; },
+       "a FIFO (named pipe)", 0},
+      {"link to a character device", [](const std::string& t) { return ::symlink("/dev/full", t.c_str()) == 0; },
+       "a character device", 0},
+      {"folder", [](const std::string& t) { return ::mkdir(t.c_str(), 0755) == 0; }, "a folder", EISDIR},
+      {"link to itself", [](const std::string& t) { return ::symlink(t.c_str(), t.c_str()) == 0; },
+       "a loop of symbolic links", ELOOP},
+      {"two links to each other",
+       [](const std::string& t) { return ::symlink(t.c_str(), (t + ".other").c_str()) == 0 && ::symlink((t + ".other").c_str(), t.c_str()) == 0; },
+       "a loop of symbolic links", ELOOP},
+      {"socket",
+       [](const std::string& t) {
+         sockaddr_un address{};
+         address.sun_family = AF_UNIX;
+         std::strncpy(address.sun_path, t.c_str(), sizeof address.sun_path - 1);
+         const int s = ::socket(AF_UNIX, SOCK_STREAM, 0);
+         return s >= 0 && t.size() < sizeof address.sun_path &&
+                ::bind(s, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+       },
+       "a socket", 0},
+  };
+  auto document = documentOfSize(16);
+  for (const Case& c : cases) {
+    for (bool atomically : {true, false}) {
+      SCOPED_TRACE(std::string(c.name) + how(atomically, true));
+      TempDir dir;
+      const std::string target = dir / "t.ini";
+      ASSERT_TRUE(c.make(target)) << std::strerror(errno);
+      struct stat before{}, after{};
+      ::lstat(target.c_str(), &before);
+      const std::string folderBefore = listing(dir.path);
+      auto report = inChild(
+          [&]() -> std::vector<std::string> {
+            std::int64_t code = 0;
+            int err = 0;
+            std::string description = save(document, target, atomically, &code, &err);
+            return {std::to_string(code), std::to_string(err), description};
+          },
+          5);
+      ASSERT_EQ(report.size(), 3u) << (report.empty() ? "no report" : report.back());
+      EXPECT_EQ(report[0], std::to_string(YFileWriteNotARegularFileError)) << report[2];
+      EXPECT_EQ(report[1], std::to_string(c.err)) << report[2];
+      EXPECT_EQ(report[2], "Cannot write file '" + target + "': it is " + c.kind + ", not a regular file");
+      ASSERT_EQ(::lstat(target.c_str(), &after), 0);
+      EXPECT_EQ(after.st_ino, before.st_ino);
+      EXPECT_EQ(after.st_mode, before.st_mode);
+      EXPECT_EQ(listing(dir.path), folderBefore);
+    }
+  }
 }
 
 TEST(SaveFaultTest, SymbolicLinkStaysALinkAndItsFileChanges) {
@@ -237,7 +227,7 @@ TEST(SaveFaultTest, SymbolicLinkStaysALinkAndItsFileChanges) {
   const std::string expected = document->stringValue().UTF8String();
   for (const Case& c : cases) {
     for (bool atomically : {true, false}) {
-      SCOPED_TRACE(std::string(c.name) + (atomically ? ", atomic" : ", plain"));
+      SCOPED_TRACE(std::string(c.name) + how(atomically, true));
       TempDir dir, other;
       const std::string file = c.absolute ? other / "real.ini" : dir / "real.ini";
       if (c.fileExists) writeBytes(file, kOriginal, 0640);
@@ -259,17 +249,74 @@ TEST(SaveFaultTest, AtomicSaveKeepsModeAndOwner) {
   // The longest file name: the temporary file's name must fit the folder too.
   const std::string name(255, 'n');
   auto document = documentOfSize(16);
-  for (mode_t mode : {0600, 0640, 0604, 0755, 0400}) {
-    SCOPED_TRACE(mode);
+  for (bool unnamed : {true, false}) {
+    for (mode_t mode : {0600, 0640, 0604, 0755, 0400, 02755}) {
+      SCOPED_TRACE(std::to_string(mode) + how(true, unnamed));
+      TempDir dir;
+      writeBytes(dir / name, kOriginal, mode);
+      const uid_t owner = ::geteuid() == 0 ? kNobody : ::geteuid();
+      const gid_t group = ::geteuid() == 0 ? kNobody : ::getegid();
+      ASSERT_EQ(::chown((dir / name).c_str(), owner, group), 0);
+      ASSERT_EQ(::chmod((dir / name).c_str(), mode), 0);  // chown may clear the set-group-ID bit
+      auto report = saveInChild(unnamed, [&]() -> std::vector<std::string> {
+        struct stat st{};
+        std::string saved = save(document, dir / name, true);
+        ::stat((dir / name).c_str(), &st);
+        return {saved, state(dir / name), listing(dir.path), std::to_string(st.st_uid), std::to_string(st.st_gid)};
+      });
+      ASSERT_EQ(report.size(), 5u) << report.back();
+      EXPECT_EQ(report[0], "");
+      EXPECT_EQ(report[1], document->stringValue().UTF8String() + " mode " + std::to_string(mode));
+      EXPECT_EQ(report[2], name + " ");
+      EXPECT_EQ(report[3], std::to_string(owner));
+      EXPECT_EQ(report[4], std::to_string(group));
+    }
+  }
+}
+
+TEST(SaveFaultTest, AtomicSaveByAnotherUserKeepsTheGroupItBelongsTo) {
+  // Root's file in a shared folder, saved by a member of its group: the owner
+  // cannot be kept, the group and the mode are.
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to set the scene";
+  constexpr gid_t kShared = 4242;
+  auto document = documentOfSize(16);
+  for (bool unnamed : {true, false}) {
+    SCOPED_TRACE(how(true, unnamed));
     TempDir dir;
-    writeBytes(dir / name, kOriginal, mode);
-    const uid_t owner = ::geteuid() == 0 ? kNobody : ::geteuid();
-    ASSERT_EQ(::chown((dir / name).c_str(), owner, static_cast<gid_t>(-1)), 0);
-    EXPECT_EQ(save(document, dir / name, true), "");
-    EXPECT_EQ(state(dir / name), document->stringValue().UTF8String() + " mode " + std::to_string(mode));
-    EXPECT_EQ(listing(dir.path), name + " ");
-    struct stat st{};
-    EXPECT_TRUE(::stat((dir / name).c_str(), &st) == 0 && st.st_uid == owner);
+    ::chmod(dir.path.c_str(), 0777);
+    writeBytes(dir / "t.ini", kOriginal, 0664);
+    ASSERT_EQ(::chown((dir / "t.ini").c_str(), 0, kShared), 0);
+    auto report = saveInChild(unnamed, [&]() -> std::vector<std::string> {
+      if (::setgroups(1, &kShared) != 0 || ::setresgid(kNobody, kNobody, kNobody) != 0 ||
+          ::setresuid(kNobody, kNobody, kNobody) != 0)
+        return {failed("dropping privileges")};
+      struct stat st{};
+      std::string saved = save(document, dir / "t.ini", true);
+      ::stat((dir / "t.ini").c_str(), &st);
+      return {saved, std::to_string(st.st_uid), std::to_string(st.st_gid), std::to_string(st.st_mode & 07777)};
+    });
+    ASSERT_EQ(report.size(), 4u) << report.back();
+    EXPECT_EQ(report[0], "");
+    EXPECT_EQ(report[1], std::to_string(kNobody));
+    EXPECT_EQ(report[2], std::to_string(kShared));
+    EXPECT_EQ(report[3], std::to_string(0664));
+  }
+}
+
+TEST(SaveFaultTest, AtomicSaveMakesANewFileAndPartsHardLinks) {
+  // Documented: the other name keeps the old text; a save in place keeps the link.
+  auto document = documentOfSize(16);
+  const std::string text = document->stringValue().UTF8String();
+  for (bool atomically : {true, false}) {
+    SCOPED_TRACE(how(atomically, true));
+    TempDir dir;
+    writeBytes(dir / "a.ini", kOriginal, 0644);
+    ASSERT_EQ(::link((dir / "a.ini").c_str(), (dir / "b.ini").c_str()), 0);
+    EXPECT_EQ(YFileLinkCount(YString(dir / "a.ini"), nullptr), 2u);
+    EXPECT_EQ(save(document, dir / "a.ini", atomically), "");
+    EXPECT_EQ(readBytes(dir / "a.ini"), text);
+    EXPECT_EQ(readBytes(dir / "b.ini"), atomically ? kOriginal : text);
+    EXPECT_EQ(YFileLinkCount(YString(dir / "a.ini"), nullptr), atomically ? 1u : 2u);
   }
 }
 

@@ -45,9 +45,9 @@ TEST(Section, LookupsTakeTheFirstExactMatch) {
   EXPECT_EQ(utf8(s->valueForOptionWithName(S("a"))), "2");
 
   for (const auto& call : std::vector<std::function<void()>>{
-           [&] { s->optionWithName(YString()); }, [&] { s->hasOptionWithName(YString()); },
-           [&] { s->valueForOptionWithName(YString()); }, [&] { s->setValueForOptionWithName(S("v"), YString()); },
-           [&] { s->removeOptionWithName(YString()); }, [&] { s->initialOptionWithName(YString()); }})
+           [&] { (void)s->optionWithName(YString()); }, [&] { (void)s->hasOptionWithName(YString()); },
+           [&] { (void)s->valueForOptionWithName(YString()); }, [&] { s->setValueForOptionWithName(S("v"), YString()); },
+           [&] { s->removeOptionWithName(YString()); }, [&] { (void)s->initialOptionWithName(YString()); }})
     EXPECT_PRECONDITION(call(), "optionName != nil");
 }
 
@@ -57,6 +57,9 @@ TEST(Section, SetNullValueRemovesANewOptionAndKeepsACommittedOne) {
   s->addElement(opt("fresh", "2"));
   s->setValueForOptionWithName(YString(), S("fresh"));
   EXPECT_FALSE(s->hasOptionWithName(S("fresh")));
+  EXPECT_FALSE(s->isModified());
+  s->setValueForOptionWithName(YString(), S("unknown"));  // nothing to remove, nothing added
+  EXPECT_EQ(s->elements()->count(), 2u);
   EXPECT_FALSE(s->isModified());
 
   s->setValueForOptionWithName(YString(), S("old"));
@@ -68,7 +71,8 @@ TEST(Section, SetNullValueRemovesANewOptionAndKeepsACommittedOne) {
 
   auto t = section("t", {opt("k"), cmt("# end")});
   t->setValueForOptionWithName(S("2"), S("new"));  // appended after the trailing comment
-  EXPECT_EQ(typeid(*t->elements()->lastObject()), typeid(YIniOption));
+  const auto& appended = *t->elements()->lastObject();
+  EXPECT_EQ(typeid(appended), typeid(YIniOption));
 }
 
 TEST(Section, InitialOptionsAndRemoveAllOptions) {

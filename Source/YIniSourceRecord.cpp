@@ -1,0 +1,507 @@
+#include "YIniSourceRecord.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+
+#include "YCharacterSet.h"
+#include "YIniComment.h"
+#include "YIniOption.h"
+#include "YIniSection.h"
+
+namespace {
+
+// A check of an element's identity: its address, folded to 32 bits and
+// never 0. Two elements alive at once never share an address.
+std::uint32_t identityCheck(const YIniElement& element) {
+  const auto address = reinterpret_cast<std::uintptr_t>(&element);
+  const auto folded = static_cast<std::uint32_t>((address >> 4) ^ (address >> 36));
+  return folded ? folded : 1;
+}
+
+const YCharacterSet& whitespace() {
+  static const YCharacterSet set = YCharacterSet::whitespaceCharacterSet();
+  return set;
+}
+const YCharacterSet& whitespaceAndNewlines() {
+  static const YCharacterSet set = YCharacterSet::whitespaceAndNewlineCharacterSet();
+  return set;
+}
+
+// Membership in `set`, answered without the set for ASCII, where the
+// whitespace set holds space and tab, and the newline set LF to CR.
+inline bool isMember(const YCharacterSet& set, char16_t c) {
+  if (c >= 0x80) return set.characterIsMember(c);
+  if (c == u' ' || c == u'\t') return true;
+  return c >= u'\n' && c <= u'\r' && &set == &whitespaceAndNewlines();
+}
+
+// [begin, end) without leading and trailing members of `set`.
+void trim(std::u16string_view text, const YCharacterSet& set, std::uint32_t& begin, std::uint32_t& end) {
+  while (begin < end && isMember(set, text[begin])) ++begin;
+  while (end > begin && isMember(set, text[end - 1])) --end;
+}
+
+// The position of the first LF at or after `from` and before `end`, or `end`.
+std::uint32_t findLineFeed(std::u16string_view text, std::uint32_t from, std::uint32_t end) {
+  const char16_t* p = text.data();
+  for (std::uint32_t i = from; i < end; ++i)
+    if (p[i] == u'\n') return i;
+  return end;
+}
+
+bool sameText(std::u16string_view text, std::uint32_t start, std::uint32_t end, const YString& string) {
+  return !string.isNull() && string.length() == end - start &&
+         std::memcmp(string.characters(), text.data() + start, (end - start) * sizeof(char16_t)) == 0;
+}
+
+bool isUnicodeEncoding(YStringEncoding encoding) {
+  switch (encoding) {
+    case YUTF8StringEncoding:
+    case YUTF16BigEndianStringEncoding:
+    case YUTF16LittleEndianStringEncoding:
+    case YUTF32BigEndianStringEncoding:
+    case YUTF32LittleEndianStringEncoding:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool startsWith(std::string_view bytes, std::string_view prefix) { return bytes.substr(0, prefix.size()) == prefix; }
+
+}  // namespace
+
+YIniSourceRecord::YIniSourceRecord(const YString& text) : _text(text.copy()) {}
+
+// ---- recording ----------------------------------------------------------------
+
+void YIniSourceRecord::appendEntry(Kind kind, std::uint32_t end) {
+  _kinds.push_back(kind);
+  _bounds.push_back(end);
+  _checks.push_back(0);
+}
+
+void YIniSourceRecord::noteElement(Kind kind, std::uint32_t start, std::uint32_t end, YIniElement& element,
+                                   const YString& first, const YString& second) {
+  if (start < _bounds.back() || end < start) return;  // not in text order: the element is kept as new
+  if (start > _bounds.back()) appendEntry(Kind::Skipped, start);
+  const auto index = static_cast<std::uint32_t>(_kinds.size());
+  appendEntry(kind, end);
+  element._objectWord = index + 1;
+  _checks.back() = identityCheck(element);
+  // The snapshot is what the element holds now, after the factory ran. It
+  // is derived from the text unless the factory changed what it was given.
+  YString name, value;
+  bool same = true;
+  if (kind == Kind::Section) {
+    name = static_cast<YIniSection&>(element).name();
+    same = YIniStringsEqual(name, first);
+  } else if (kind == Kind::Option) {
+    auto& option = static_cast<YIniOption&>(element);
+    name = option.name();
+    value = option.value();
+    same = YIniStringsEqual(name, first) && YIniStringsEqual(value, second);
+  } else {
+    name = element.stringValue();
+    same = YIniStringsEqual(name, first);
+  }
+  if (!same) _snapshots.emplace(index, std::make_pair(name.copy(), value.copy()));
+}
+
+void YIniSourceRecord::noteStop(std::uint32_t position) {
+  if (_stop == kNoStop) _stop = position;
+}
+
+void YIniSourceRecord::finish() {
+  const auto length = static_cast<std::uint32_t>(_text.length());
+  if (_bounds.back() < length) appendEntry(Kind::Skipped, length);
+}
+
+// ---- snapshots ---------------------------------------------------------------
+
+std::int64_t YIniSourceRecord::indexOfElement(const YIniElement& element) const noexcept {
+  const std::uint32_t word = element._objectWord;
+  if (word == 0 || word > _kinds.size() || _checks[word - 1] != identityCheck(element)) return -1;
+  return word - 1;
+}
+
+std::pair<std::uint32_t, std::uint32_t> YIniSourceRecord::sectionNameRange(std::size_t index) const {
+  // "[" name "]": the brackets are the entry's first and last characters.
+  std::uint32_t begin = start(index) + 1, finish = end(index) - 1;
+  trim(view(), whitespace(), begin, finish);
+  return {begin, finish};
+}
+
+bool YIniSourceRecord::sectionNameUnchanged(std::size_t index, const YString& name) const {
+  if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
+    return YIniStringsEqual(name, kept->second.first);
+  auto [begin, finish] = sectionNameRange(index);
+  return sameText(view(), begin, finish, name);
+}
+
+YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayout(std::size_t index) const {
+  return optionLayoutOfRange(start(index), end(index));
+}
+
+YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayoutOfRange(std::uint32_t s, std::uint32_t e) const {
+  const std::u16string_view text = view();
+  OptionLayout layout;
+  // The key ends at the first "=" (the reader's lazy match).
+  std::uint32_t equals = s;
+  while (equals < e && text[equals] != u'=') ++equals;
+  layout.equals = equals;
+  layout.nameStart = s;
+  layout.nameEnd = equals;
+  trim(text, whitespace(), layout.nameStart, layout.nameEnd);
+  const std::uint32_t lf = findLineFeed(text, equals, e);
+  layout.eolEnd = lf < e ? lf + 1 : e;
+  layout.lineEnd = lf < e && lf > equals + 1 && text[lf - 1] == u'\r' ? lf - 1 : lf;
+  layout.valueStart = equals + 1;
+  layout.valueEnd = layout.lineEnd;
+  trim(text, whitespaceAndNewlines(), layout.valueStart, layout.valueEnd);
+  if (layout.valueStart == layout.valueEnd) {
+    // An empty value: its place is after the blanks that follow "=".
+    std::uint32_t p = equals + 1;
+    while (p < layout.lineEnd && isMember(whitespace(), text[p])) ++p;
+    layout.valueStart = layout.valueEnd = p;
+  }
+  layout.contentEnd = layout.valueEnd;
+  for (std::uint32_t line = layout.eolEnd; line < e;) {
+    const std::uint32_t next = findLineFeed(text, line, e);
+    std::uint32_t eol = next;
+    if (next < e && next > line && text[next - 1] == u'\r') --eol;
+    std::uint32_t cs = line, ce = eol;
+    trim(text, whitespaceAndNewlines(), cs, ce);
+    if (cs == ce) cs = ce = eol;
+    if (layout.continuations++ == 0) {
+      layout.firstIndentStart = line;
+      layout.firstIndentEnd = cs;
+    }
+    layout.contentEnd = ce;
+    line = next < e ? next + 1 : e;
+  }
+  return layout;
+}
+
+bool YIniSourceRecord::optionNameUnchanged(std::size_t index, const OptionLayout& layout, const YString& name) const {
+  if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
+    return YIniStringsEqual(name, kept->second.first);
+  return sameText(view(), layout.nameStart, layout.nameEnd, name);
+}
+
+bool YIniSourceRecord::optionValueUnchanged(std::size_t index, const OptionLayout& layout,
+                                            const YString& value) const {
+  if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
+    return YIniStringsEqual(value, kept->second.second);
+  if (value.isNull()) return false;
+  if (layout.continuations == 0) return sameText(view(), layout.valueStart, layout.valueEnd, value);
+  // The reader joins continuation lines with LF and one space.
+  const std::u16string_view text = view();
+  const std::u16string_view current = value.view();
+  const std::uint32_t e = end(index);
+  std::size_t at = layout.valueEnd - layout.valueStart;
+  if (current.substr(0, at) != text.substr(layout.valueStart, at)) return false;
+  for (std::uint32_t line = layout.eolEnd; line < e;) {
+    const std::uint32_t next = findLineFeed(text, line, e);
+    std::uint32_t cs = line, ce = next;
+    trim(text, whitespaceAndNewlines(), cs, ce);
+    if (current.substr(at, 2) != u"\n ") return false;
+    at += 2;
+    if (current.substr(at, ce - cs) != text.substr(cs, ce - cs)) return false;
+    at += ce - cs;
+    line = next < e ? next + 1 : e;
+  }
+  return at == current.size();
+}
+
+bool YIniSourceRecord::commentUnchanged(std::size_t index, const YString& text) const {
+  if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
+    return YIniStringsEqual(text, kept->second.first);
+  if (kind(index) == Kind::Unknown) return !text.isNull() && text.length() == 0;
+  return sameText(view(), start(index), end(index), text);
+}
+
+bool YIniSourceRecord::isLineEndOfPreviousLine(std::size_t index) const noexcept {
+  const std::uint32_t s = start(index);
+  if (s == 0 || kind(index) != Kind::Comment) return false;
+  const std::u16string_view piece = view().substr(s, end(index) - s);
+  return (piece == u"\n" || piece == u"\r\n") && view()[s - 1] != u'\n';
+}
+
+std::vector<std::pair<std::uint32_t, std::uint32_t>> YIniSourceRecord::headOptionLines() const {
+  // Before the first section, the reader drops option lines and nothing
+  // else: every line of a skipped entry there is one, up to the stop.
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> lines;
+  const std::u16string_view text = view();
+  for (std::size_t i = 0; i < count() && kind(i) != Kind::Section; ++i) {
+    if (kind(i) != Kind::Skipped) continue;
+    const std::uint32_t e = std::min(end(i), _stop);
+    for (std::uint32_t line = start(i); line < e;) {
+      const std::uint32_t lf = findLineFeed(text, line, e);
+      const std::uint32_t next = lf < e ? lf + 1 : e;
+      lines.emplace_back(line, next);
+      line = next;
+    }
+  }
+  return lines;
+}
+
+// ---- lines -------------------------------------------------------------------
+
+const std::vector<std::uint32_t>& YIniSourceRecord::lineStarts() const {
+  if (!_lineStarts) {
+    auto starts = std::make_unique<std::vector<std::uint32_t>>();
+    starts->push_back(0);
+    const std::u16string_view text = view();
+    for (std::size_t i = 0; i < text.size(); ++i)
+      if (text[i] == u'\n') starts->push_back(static_cast<std::uint32_t>(i + 1));
+    _lineStarts = std::move(starts);
+  }
+  return *_lineStarts;
+}
+
+std::size_t YIniSourceRecord::lineNumberAtPosition(std::uint32_t position) const {
+  const auto& starts = lineStarts();
+  return static_cast<std::size_t>(std::upper_bound(starts.begin(), starts.end(), position) - starts.begin());
+}
+
+std::size_t YIniSourceRecord::stopLineNumber() const { return readingStopped() ? lineNumberAtPosition(_stop) : 0; }
+
+YString YIniSourceRecord::stopLineText() const {
+  if (!readingStopped()) return {};
+  const auto& starts = lineStarts();
+  const std::uint32_t begin = starts[lineNumberAtPosition(_stop) - 1];
+  const std::u16string_view text = view();
+  std::uint32_t finish = findLineFeed(text, begin, static_cast<std::uint32_t>(text.size()));
+  if (finish > begin && finish < text.size() && text[finish - 1] == u'\r') --finish;
+  return YString(text.substr(begin, finish - begin));
+}
+
+// ---- style -------------------------------------------------------------------
+
+const YIniSourceRecord::Style& YIniSourceRecord::fileStyle() const {
+  if (_style) return *_style;
+  auto style = std::make_unique<Style>();
+  const std::u16string_view text = view();
+  std::map<std::pair<std::u16string_view, std::u16string_view>, std::size_t> spacing;
+  std::map<std::u16string_view, std::size_t> indents;
+  std::size_t sections = 0, sectionsAfterBlankLine = 0;
+  for (std::size_t i = 0; i < count(); ++i) {
+    if (kind(i) == Kind::Option) {
+      // Only the blanks around "=" and, for a value of several lines, the
+      // first continuation's indentation: no whole layout.
+      const std::uint32_t s = start(i), e = end(i);
+      std::uint32_t equals = s;
+      while (equals < e && text[equals] != u'=') ++equals;
+      std::uint32_t before = equals, after = equals + 1;
+      while (before > s && isMember(whitespace(), text[before - 1])) --before;
+      while (after < e && isMember(whitespace(), text[after])) ++after;
+      if (after < e && text[after] != u'\n' && text[after] != u'\r')
+        ++spacing[{text.substr(before, equals - before), text.substr(equals + 1, after - equals - 1)}];
+      const std::uint32_t lf = findLineFeed(text, after, e);
+      if (lf + 1 < e) {
+        std::uint32_t indent = lf + 1;
+        while (indent < e && isMember(whitespace(), text[indent])) ++indent;
+        ++indents[text.substr(lf + 1, indent - lf - 1)];
+      }
+    } else if (kind(i) == Kind::Section && start(i) > 0) {
+      ++sections;
+      const std::u16string_view before = text.substr(0, start(i));
+      if (before.ends_with(u"\n\n") || before.ends_with(u"\n\r\n")) ++sectionsAfterBlankLine;
+    }
+  }
+  // The most common form wins; ties go to the one that sorts first.
+  auto mostCommon = [](const auto& counts) {
+    auto best = counts.begin();
+    for (auto it = counts.begin(); it != counts.end(); ++it)
+      if (it->second > best->second) best = it;
+    return best;
+  };
+  if (!spacing.empty()) {
+    auto best = mostCommon(spacing);
+    style->beforeEquals = std::u16string(best->first.first);
+    style->afterEquals = std::u16string(best->first.second);
+  }
+  style->continuationIndent = indents.empty() ? u" " : std::u16string(mostCommon(indents)->first);
+  std::size_t lineFeeds = 0, crLineFeeds = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != u'\n') continue;
+    if (i > 0 && text[i - 1] == u'\r') ++crLineFeeds;
+    else ++lineFeeds;
+  }
+  style->lineEnd = crLineFeeds > lineFeeds ? u"\r\n" : u"\n";
+  style->blankLineBeforeSections = sectionsAfterBlankLine * 2 > sections;
+  _style = std::move(style);
+  return *_style;
+}
+
+// ---- bytes -------------------------------------------------------------------
+
+void YIniSourceRecord::attachBytes(std::string_view bytes, YStringEncoding encoding) {
+  _hasBytes = true;
+  _encoding = encoding;
+  _bodyEncoding = encoding;
+  auto mark = [&](std::string_view bom, YStringEncoding body) {
+    if (!startsWith(bytes, bom)) return false;
+    _byteOrderMark.assign(bom);
+    _bodyEncoding = body;
+    bytes.remove_prefix(bom.size());
+    return true;
+  };
+  const std::string_view bom8("\xEF\xBB\xBF", 3), bom16le("\xFF\xFE", 2), bom16be("\xFE\xFF", 2),
+      bom32le("\xFF\xFE\x00\x00", 4), bom32be("\x00\x00\xFE\xFF", 4);
+  switch (encoding) {
+    case YUTF8StringEncoding:
+      mark(bom8, YUTF8StringEncoding);
+      break;
+    case YUTF16StringEncoding:
+      if (!mark(bom16le, YUTF16LittleEndianStringEncoding) && !mark(bom16be, YUTF16BigEndianStringEncoding))
+        _bodyEncoding = YUTF16BigEndianStringEncoding;
+      break;
+    case YUTF16BigEndianStringEncoding: mark(bom16be, encoding); break;
+    case YUTF16LittleEndianStringEncoding: mark(bom16le, encoding); break;
+    case YUTF32StringEncoding:
+      if (!mark(bom32le, YUTF32LittleEndianStringEncoding) && !mark(bom32be, YUTF32BigEndianStringEncoding))
+        _bodyEncoding = YUTF32BigEndianStringEncoding;
+      break;
+    case YUTF32BigEndianStringEncoding: mark(bom32be, encoding); break;
+    case YUTF32LittleEndianStringEncoding: mark(bom32le, encoding); break;
+    default: break;
+  }
+  if (_bodyEncoding == YUTF8StringEncoding) {
+    keepLinesWithReplacements(bytes);
+    return;
+  }
+  if (isUnicodeEncoding(_bodyEncoding)) return;  // strict decoding: encoding again gives the same bytes
+  // Other encodings: keep the bytes of each line that does not come back
+  // the same. Lines are cut at LF in both, which these encodings write as
+  // the byte 0x0A.
+  const std::u16string_view text = view();
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> textLines;
+  std::vector<std::pair<std::size_t, std::size_t>> byteLines;
+  for (std::uint32_t b = 0; b < text.size();) {
+    const std::uint32_t lf = findLineFeed(text, b, static_cast<std::uint32_t>(text.size()));
+    const std::uint32_t e = lf < text.size() ? lf + 1 : lf;
+    textLines.emplace_back(b, e);
+    b = e;
+  }
+  for (std::size_t b = 0; b < bytes.size();) {
+    const std::size_t lf = bytes.find('\n', b);
+    const std::size_t e = lf == std::string_view::npos ? bytes.size() : lf + 1;
+    byteLines.emplace_back(b, e);
+    b = e;
+  }
+  if (textLines.size() != byteLines.size()) {
+    // Escapes that decode to line ends: the lines do not pair up, so the
+    // whole text is one kept line.
+    _keptLines.push_back({0, static_cast<std::uint32_t>(text.size()), std::string(bytes)});
+    return;
+  }
+  for (std::size_t i = 0; i < textLines.size(); ++i) {
+    auto [ts, te] = textLines[i];
+    const std::string_view original = bytes.substr(byteLines[i].first, byteLines[i].second - byteLines[i].first);
+    auto encoded = YEncodeString(YString(text.substr(ts, te - ts)), _bodyEncoding, nullptr);
+    if (!encoded || *encoded != original) _keptLines.push_back({ts, te, std::string(original)});
+  }
+}
+
+// UTF-8 is decoded strictly, or with U+FFFD for a few invalid sequences:
+// only a line holding U+FFFD can fail to encode back to its bytes. An
+// invalid sequence never takes in a line feed, so the lines pair up.
+void YIniSourceRecord::keepLinesWithReplacements(std::string_view bytes) {
+  const std::u16string_view text = view();
+  std::size_t replacement = text.find(u'\uFFFD');
+  if (replacement == std::u16string_view::npos) return;
+  std::uint32_t lineStart = 0;  // the text line holding `replacement`
+  std::size_t byteStart = 0;    // where that line begins in the bytes
+  while (replacement != std::u16string_view::npos) {
+    // Move to the line holding the replacement, in the text and the bytes.
+    for (;;) {
+      const std::uint32_t lf = findLineFeed(text, lineStart, static_cast<std::uint32_t>(replacement));
+      if (lf == replacement) break;
+      lineStart = lf + 1;
+      byteStart = bytes.find('\n', byteStart) + 1;
+    }
+    const auto textEnd = static_cast<std::uint32_t>(
+        std::min(text.size(), findLineFeed(text, lineStart, static_cast<std::uint32_t>(text.size())) + std::size_t{1}));
+    const std::size_t lf = bytes.find('\n', byteStart);
+    const std::size_t byteEnd = lf == std::string_view::npos ? bytes.size() : lf + 1;
+    std::string encoded;
+    ydetail::appendUTF8(text.substr(lineStart, textEnd - lineStart), encoded);
+    const std::string_view original = bytes.substr(byteStart, byteEnd - byteStart);
+    if (encoded != original) _keptLines.push_back({lineStart, textEnd, std::string(original)});
+    // On to the next line.
+    lineStart = textEnd;
+    byteStart = byteEnd;
+    replacement = textEnd < text.size() ? text.find(u'\uFFFD', textEnd) : std::u16string_view::npos;
+  }
+}
+
+std::uint32_t YIniSourceRecord::splitPoint(std::uint32_t from, std::uint32_t limit, std::uint32_t wanted) const {
+  if (limit - from <= wanted) return limit;
+  std::uint32_t point = findLineFeed(view(), from + wanted, limit);
+  if (point >= limit) return limit;
+  ++point;
+  auto line = std::lower_bound(_keptLines.begin(), _keptLines.end(), point,
+                               [](const KeptLine& kept, std::uint32_t position) { return kept.end <= position; });
+  if (line != _keptLines.end() && line->start < point) point = std::min(line->end, limit);
+  return point;
+}
+
+bool YIniSourceRecord::appendOriginalBytes(std::uint32_t start, std::uint32_t end, std::string& out,
+                                           std::shared_ptr<YError>* error) const {
+  const std::u16string_view text = view();
+  // The text was decoded from these bytes, so each form is written unit by
+  // unit as it was read (a lone surrogate in UTF-16 included).
+  auto encode = [&](std::uint32_t a, std::uint32_t b) {
+    if (a >= b) return true;
+    const std::u16string_view piece = text.substr(a, b - a);
+    switch (_bodyEncoding) {
+      case YUTF8StringEncoding:
+        ydetail::appendUTF8(piece, out);
+        return true;
+      case YUTF16BigEndianStringEncoding:
+      case YUTF16LittleEndianStringEncoding: {
+        const bool big = _bodyEncoding == YUTF16BigEndianStringEncoding;
+        for (char16_t c : piece) {
+          const char high = static_cast<char>(c >> 8), low = static_cast<char>(c & 0xFF);
+          out.push_back(big ? high : low);
+          out.push_back(big ? low : high);
+        }
+        return true;
+      }
+      case YUTF32BigEndianStringEncoding:
+      case YUTF32LittleEndianStringEncoding: {
+        auto bytes = YEncodeString(YString(piece), _bodyEncoding, error);
+        if (!bytes) return false;
+        out += *bytes;
+        return true;
+      }
+      default:
+        // Each line on its own, as it was compared when loading (stateful
+        // encodings end every piece in their initial state).
+        for (std::uint32_t line = a; line < b;) {
+          const std::uint32_t lf = findLineFeed(text, line, b);
+          const std::uint32_t next = lf < b ? lf + 1 : b;
+          auto bytes = YEncodeString(YString(text.substr(line, next - line)), _bodyEncoding, error);
+          if (!bytes) return false;
+          out += *bytes;
+          line = next;
+        }
+        return true;
+    }
+  };
+  auto line = std::lower_bound(_keptLines.begin(), _keptLines.end(), start,
+                               [](const KeptLine& kept, std::uint32_t position) { return kept.end <= position; });
+  std::uint32_t at = start;
+  for (; line != _keptLines.end() && line->start < end; ++line) {
+    if (start <= line->start && line->end <= end) {
+      if (!encode(at, line->start)) return false;
+      out += line->bytes;
+      at = line->end;
+    }
+    // A line only partly inside the range is touched by an edit: encoded again.
+  }
+  return encode(at, end);
+}

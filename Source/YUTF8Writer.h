@@ -1,0 +1,41 @@
+// A text writer that encodes straight into UTF-8 bytes, for saving.
+// Private to the library: not installed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "YError.h"
+#include "YTextWriter.h"
+
+/// Appends what it is given to a byte string in UTF-8, so that a document
+/// saved as UTF-8 is never held as UTF-16 text as well. It only appends:
+/// seek() to anywhere but the end fails. A lone surrogate cannot be encoded;
+/// finish() reports the first one, at its position in the UTF-16 text.
+class YUTF8Writer : public YTextWriter {
+ public:
+  explicit YUTF8Writer(std::size_t capacity = 0);
+
+  void seek(std::int64_t position) override;
+  void write(const YString& string) override;
+  void writeLine(const YString& string) override;
+  void writeLine() override;
+  /// Appends `pieces` one after another, as one write() of their concatenation.
+  void writePieces(std::initializer_list<std::u16string_view> pieces);
+
+  /// False, with `*error` (when not null), when the text held a lone surrogate.
+  bool finish(std::shared_ptr<YError>* error);
+  const std::string& bytes() const noexcept { return _bytes; }
+
+ private:
+  void append(std::u16string_view units);
+
+  std::string _bytes;
+  std::uint64_t _units = 0;               // UTF-16 code units written
+  std::uint64_t _loneSurrogate = UINT64_MAX;  // position of the first one
+  char16_t _high = 0;                     // a high surrogate waiting for its pair
+};

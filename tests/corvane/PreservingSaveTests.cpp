@@ -1,0 +1,511 @@
+// The preserving save: untouched text comes back byte for byte, edits change
+// only what they touch.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+#include "ElementTestSupport.h"
+#include "ReadingSupport.h"
+
+namespace {
+
+using Edit = std::function<void(YIniDocument&)>;
+
+std::shared_ptr<YIniSection> section(YIniDocument& document, const char* name) {
+  auto found = document.sectionForName(S(name));
+  if (!found) throw std::runtime_error(std::string("no section ") + name);
+  return found;
+}
+
+std::string preserved(YIniDocument& document) {
+  std::shared_ptr<YError> error;
+  YString text = document.preservedStringValueWithError(&error);
+  return text.isNull() ? std::string("ERROR: ").append(utf8(error->localizedDescription())) : text.UTF8String();
+}
+
+std::string readBytes(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+void writeBytes(const std::filesystem::path& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
+struct TempFolder {
+  std::filesystem::path path;
+  TempFolder() {
+    char name[] = "/tmp/corvane-preserve-XXXXXX";
+    path = ::mkdtemp(name);
+  }
+  ~TempFolder() { std::filesystem::remove_all(path); }
+};
+
+TEST(PreservingSave, UneditedTextComesBackByteForByte) {
+  LogCapture quiet;
+  const std::vector<std::string> texts = {
+      "",
+      "\n\n",
+      "# only a comment",
+      "[a]\nk = v\n\n[b]\nx=1\n",
+      "[a]\r\nk = v \r\n\r\n[b]\r\nx =  1\r\n",         // CR LF, trailing blanks
+      "[a]\nk = v",                                      // no final line end
+      "[a]\nk = first\n    second\n\tthird\n  fourth\n",  // continuation lines, odd indents
+      "; semicolon comment\n[a]\nno equals sign\nk=v\n",  // unrecognised lines
+      "root = true\n\n[*]\nindent_style = space\n",     // options before the first section
+      "# c\nroot=1\nother = 2\n# d\n[a]\n",
+      "[a]k=v\n[b]# c\n",                                 // elements in mid-line
+      "[a]\n\n  stray\nafter = stop\n[b]\n",              // reading stops: the tail stays
+      "[ spaced ]\n\tk\t=\tv\t\n=empty name\nk=\n",
+      "[a]\n \n  \n",                                     // a one-space line is unrecognised
+      "[a]\nk=v\r",
+      "[a]\nk=v\n[a]\nk=w\n",                             // a repeated section
+  };
+  for (const std::string& text : texts) {
+    SCOPED_TRACE(visible(YString(text)));
+    auto document = load(text);
+    EXPECT_EQ(visible(YString(preserved(*document))), visible(YString(text)));
+  }
+}
+
+struct EditCase {
+  const char* name;
+  std::string input;
+  Edit edit;
+  std::string expected;
+};
+
+std::string caseName(const ::testing::TestParamInfo<EditCase>& info) { return info.param.name; }
+void PrintTo(const EditCase& c, std::ostream* os) { *os << c.name; }
+
+class PreservingEdits : public ::testing::TestWithParam<EditCase> {};
+
+TEST_P(PreservingEdits, ChangeOnlyWhatTheyTouch) {
+  LogCapture quiet;
+  const EditCase& c = GetParam();
+  auto document = load(c.input);
+  c.edit(*document);
+  EXPECT_EQ(visible(YString(preserved(*document))), visible(YString(c.expected)));
+}
+
+void setValue(YIniDocument& d, const char* s, const char* k, const char* v) {
+  section(d, s)->setValueForOptionWithName(S(v), S(k));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, PreservingEdits,
+    ::testing::Values(
+        EditCase{"ValueKeepsSpacingAndTrailingBlanks", "[s]\nwidth = 800  \nh=1\n",
+                 [](YIniDocument& d) { setValue(d, "s", "width", "1024"); }, "[s]\nwidth = 1024  \nh=1\n"},
+        EditCase{"ValueKeepsCrLf", "[s]\r\nk = v\r\n", [](YIniDocument& d) { setValue(d, "s", "k", "w"); },
+                 "[s]\r\nk = w\r\n"},
+        EditCase{"EmptyValueTakesASpaceWhenTheLineHasOneBeforeEquals", "[s]\nk =\nx=\ny = \n",
+                 [](YIniDocument& d) {
+                   setValue(d, "s", "k", "1");
+                   setValue(d, "s", "x", "2");
+                   setValue(d, "s", "y", "3");
+                 },
+                 "[s]\nk = 1\nx=2\ny = 3\n"},
+        EditCase{"ValueEmptied", "[s]\nk = v\n", [](YIniDocument& d) { setValue(d, "s", "k", ""); }, "[s]\nk = \n"},
+        EditCase{"MultiLineValueKeepsItsIndentation", "[s]\nk = a\n    b\nx=1\n",
+                 [](YIniDocument& d) { setValue(d, "s", "k", "c\n d\n e"); }, "[s]\nk = c\n    d\n    e\nx=1\n"},
+        EditCase{"MultiLineValueBecomesOneLine", "[s]\nk = a\n  b  \nx=1\n",
+                 [](YIniDocument& d) { setValue(d, "s", "k", "z"); }, "[s]\nk = z  \nx=1\n"},
+        EditCase{"NewContinuationTakesTheFilesIndent", "[s]\nk = a\nm = b\n    c\n",
+                 [](YIniDocument& d) { setValue(d, "s", "k", "1\n 2"); }, "[s]\nk = 1\n    2\nm = b\n    c\n"},
+        EditCase{"NewContinuationDefaultsToOneSpace", "[s]\r\nk=a\r\n",
+                 [](YIniDocument& d) { setValue(d, "s", "k", "1\n 2"); }, "[s]\r\nk=1\r\n 2\r\n"},
+        EditCase{"ChangedOptionReadInMidLineTakesALineOfItsOwn", "[a]k=v\n",
+                 [](YIniDocument& d) { setValue(d, "a", "k", "x]"); }, "[a]\nk=x]\n"},
+        EditCase{"SameValueAgainChangesNothing", "[s]\nk =  v \n",
+                 [](YIniDocument& d) { setValue(d, "s", "k", "v"); }, "[s]\nk =  v \n"}),
+    caseName);
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, PreservingEdits,
+    ::testing::Values(
+        EditCase{"OptionRenamed", "[s]\n#\nhost = x # y\n",
+                 [](YIniDocument& d) { section(d, "s")->optionWithName(S("host"))->setName(S("hostname")); },
+                 "[s]\n#\nhostname = x # y\n"},
+        EditCase{"OptionRenamedAndChanged", "[s]\nhost\t= x\n",
+                 [](YIniDocument& d) {
+                   auto o = section(d, "s")->optionWithName(S("host"));
+                   o->setName(S("h"));
+                   o->setValue(S("y"));
+                 },
+                 "[s]\nh\t= y\n"},
+        EditCase{"SectionRenamed", "[ old ]  \nk=v\n", [](YIniDocument& d) { section(d, "old")->setName(S("new")); },
+                 "[ new ]  \nk=v\n"}),
+    caseName);
+
+INSTANTIATE_TEST_SUITE_P(
+    Removals, PreservingEdits,
+    ::testing::Values(
+        EditCase{"OptionWithItsContinuationLines", "[s]\na=1\nk = x\n  y\n  z\nb=2\n",
+                 [](YIniDocument& d) { section(d, "s")->removeOptionWithName(S("k")); }, "[s]\na=1\nb=2\n"},
+        EditCase{"OptionBeforeABlankLineLeavesTheBlankLine", "[s]\nk=1\n\n[t]\n",
+                 [](YIniDocument& d) { section(d, "s")->removeOptionWithName(S("k")); }, "[s]\n\n[t]\n"},
+        EditCase{"CommentLineVanishesWholly", "[s]\n# note\nk=1\n",
+                 [](YIniDocument& d) {
+                   auto s = section(d, "s");
+                   s->removeComment(s->comments()->objectAtIndex(1));
+                 },
+                 "[s]\nk=1\n"},
+        EditCase{"SectionWithEverythingItHolds", "[a]\nk=1\n# about b\n[b]\nx=2\n[c]\n",
+                 [](YIniDocument& d) { d.removeElement(section(d, "b")); }, "[a]\nk=1\n# about b\n[c]\n"},
+        EditCase{"CommittedOptionSetToNullIsLeftOut", "[s]\nk=1\nx=2\n",
+                 [](YIniDocument& d) {
+                   d.commit();
+                   setValue(d, "s", "k", nullptr);
+                 },
+                 "[s]\nx=2\n"}),
+    caseName);
+
+INSTANTIATE_TEST_SUITE_P(
+    Additions, PreservingEdits,
+    ::testing::Values(
+        EditCase{"OptionTakesTheStyleOfTheOptionBeforeIt", "[s]\na = 1\r\n# end\r\n",
+                 [](YIniDocument& d) {
+                   auto s = section(d, "s");
+                   s->insertObjectInElementsAtIndex(opt("b", "2"), 2);
+                 },
+                 "[s]\na = 1\r\nb = 2\r\n# end\r\n"},
+        EditCase{"OptionRightAfterTheHeaderKeepsTheHeadersLine", "[s]\nk=v\n",
+                 [](YIniDocument& d) { section(d, "s")->insertObjectInElementsAtIndex(opt("first", "0"), 0); },
+                 "[s]\nfirst=0\nk=v\n"},
+        EditCase{"OptionInAnEmptySectionTakesTheFilesStyle", "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\n",
+                 [](YIniDocument& d) { setValue(d, "e", "n", "v"); }, "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\nn = v\n"},
+        EditCase{"OpenLineEndsAsItDidWithMixedLineEnds", "[b]\r\nx=0\r\n \nk = v\n",
+                 [](YIniDocument& d) { section(d, "b")->insertObjectInElementsAtIndex(opt("n", "1"), 3); },
+                 "[b]\r\nx=0\r\n \nn=1\r\nk = v\n"},
+        EditCase{"OptionAfterALastLineWithoutLineEnd", "[s]\nk=v",
+                 [](YIniDocument& d) { setValue(d, "s", "x", "1"); }, "[s]\nk=v\nx=1\n"},
+        EditCase{"NullOrBlankNamesAreLeftOutAsTheWritersDo", "[s]\n",
+                 [](YIniDocument& d) {
+                   auto s = section(d, "s");
+                   s->addElement(opt(nullptr, "1"));
+                   s->addElement(opt("  ", "1"));
+                   s->addElement(opt("k", nullptr));
+                   s->addElement(opt("  t ", "2"));
+                 },
+                 "[s]\nt=2\n"},
+        EditCase{"SectionSeparatedAsTheFileSeparatesThem", "[a]\nk=1\n\n[b]\nx=2\n",
+                 [](YIniDocument& d) {
+                   auto s = YIniSection::sectionWithName(S("c"));
+                   s->setValueForOptionWithName(S("3"), S("y"));
+                   d.addElement(s);
+                 },
+                 "[a]\nk=1\n\n[b]\nx=2\n\n[c]\ny=3\n"},
+        EditCase{"SectionWithoutBlankLineWhenTheFileHasNone", "[a]\nk = 1\n[b]\n",
+                 [](YIniDocument& d) { d.addElement(withChildren(YIniSection::sectionWithName(S("c")), {lf()})); },
+                 "[a]\nk = 1\n[b]\n[c]\n"},
+        EditCase{"CommentEndsTheOpenLine", "[a]",
+                 [](YIniDocument& d) { section(d, "a")->addComment(cmt("# new")); }, "[a]\n# new"},
+        EditCase{"OptionsBeforeTheFirstSectionStayBeforeEverySection", "root = 1\n# c\n[a]\nk=v\n",
+                 [](YIniDocument& d) {
+                   d.removeElement(section(d, "a"));
+                   d.insertObjectInElementsAtIndex(withChildren(YIniSection::sectionWithName(S("b")), {opt("x", "1")}),
+                                                   0);
+                 },
+                 "root = 1\n[b]\nx=1\n# c\n"},
+        EditCase{"IndentedTailStaysUnreadAfterANewOption", "[a]\n  stray\n",
+                 [](YIniDocument& d) { setValue(d, "a", "k", "v"); }, "[a]\nk=v\n\n  stray\n"}),
+    caseName);
+
+INSTANTIATE_TEST_SUITE_P(
+    Order, PreservingEdits,
+    ::testing::Values(
+        EditCase{"MovedSectionIsWrittenAnew", "[a]\nk = 1\n\n[b]\nx = 2\n",
+                 [](YIniDocument& d) {
+                   auto a = section(d, "a");
+                   d.removeElement(a);
+                   d.addElement(a);
+                 },
+                 "[b]\nx = 2\n\n[a]\nk = 1\n\n"},
+        EditCase{"SwappedOptionsKeepTheFirstInPlace", "[s]\na = 1\nb = 2\n",
+                 [](YIniDocument& d) {
+                   auto s = section(d, "s");
+                   auto a = s->optionWithName(S("a"));
+                   s->removeElement(a);
+                   s->addElement(a);
+                 },
+                 "[s]\nb = 2\na = 1\n"},
+        EditCase{"RevertGivesTheOriginalBack", "[s]\nk = 1 \n# c\n",
+                 [](YIniDocument& d) {
+                   d.commit();
+                   setValue(d, "s", "k", "2");
+                   section(d, "s")->addComment(cmt("# more"));
+                   d.addElement(YIniSection::sectionWithName(S("t")));
+                   d.revert();
+                 },
+                 "[s]\nk = 1 \n# c\n"},
+        EditCase{"TextsChangedInPlaceCount", "[s]\nk = v\n",
+                 [](YIniDocument& d) {
+                   YString m = YString::mutableStringWithString(S("v"));
+                   section(d, "s")->optionWithName(S("k"))->setValue(m);
+                   m.appendString(S("!"));
+                 },
+                 "[s]\nk = v!\n"}),
+    caseName);
+
+TEST(PreservingSave, TextThatWouldNotReadBackFailsNamingTheElement) {
+  const std::vector<std::pair<Edit, std::string>> cases = {
+      {[](YIniDocument& d) { section(d, "s")->optionWithName(S("k"))->setName(S(" k")); }, "begins with white space"},
+      {[](YIniDocument& d) { section(d, "s")->optionWithName(S("k"))->setName(S("a=b")); }, "holds \"=\""},
+      {[](YIniDocument& d) { setValue(d, "s", "new=1", "x"); }, "holds \"=\""},
+      {[](YIniDocument& d) { setValue(d, "s", "#k", "x"); }, "starts a comment"},
+      {[](YIniDocument& d) { setValue(d, "s", "[k]", "x"); }, "may start a section"},
+      {[](YIniDocument& d) { setValue(d, "s", "k", "a\n"); }, "empty continuation line"},
+      {[](YIniDocument& d) { setValue(d, "s", "[k", "x]"); }, "would read as a section header"},
+      {[](YIniDocument& d) { setValue(d, "s", "k", "a\n  \n b"); }, "empty continuation line"},
+      {[](YIniDocument& d) { section(d, "s")->setName(S(" ")); }, "name is empty"},
+      {[](YIniDocument& d) { section(d, "s")->setName(S("a\nb")); }, "holds a line end"},
+      {[](YIniDocument& d) { d.addElement(YIniSection::sectionWithName(YString())); }, "has no name"},
+  };
+  TempFolder folder;
+  const auto path = folder.path / "f.ini";
+  for (const auto& [edit, reason] : cases) {
+    SCOPED_TRACE(reason);
+    writeBytes(path, "[s]\nk=v\n[k=1\n");
+    auto document = YIniDocument::documentWithContentsOfFileFactory(YString(path.string()),
+                                                                    YIniStandardElementFactory::standardFactory());
+    edit(*document);
+    std::shared_ptr<YError> error;
+    EXPECT_TRUE(document->preservedStringValueWithError(&error).isNull());
+    ASSERT_TRUE(error);
+    EXPECT_EQ(utf8(error->domain()), "YIniErrorDomain");
+    EXPECT_EQ(error->code(), YIniTextWouldNotReadBackError);
+    EXPECT_NE(utf8(error->localizedDescription()).find(reason), std::string::npos) << utf8(error->localizedDescription());
+    EXPECT_NE(utf8(error->localizedDescription()).find("would not read back"), std::string::npos);
+    error.reset();
+    EXPECT_FALSE(document->writePreservedToFileError(YString(path.string()), &error));
+    EXPECT_TRUE(error);
+    EXPECT_EQ(readBytes(path), "[s]\nk=v\n[k=1\n");
+  }
+}
+
+TEST(PreservingSave, BytesKeepTheFilesEncodingMarkAndLineEnds) {
+  struct Case {
+    const char* name;
+    std::string bytes;    // the file
+    std::string edited;   // after setting s.k to "é"
+  };
+  auto utf16le = [](const std::u16string& s) {
+    std::string out;
+    for (char16_t c : s) out.push_back(static_cast<char>(c & 0xFF)), out.push_back(static_cast<char>(c >> 8));
+    return out;
+  };
+  auto utf16be = [](const std::u16string& s) {
+    std::string out;
+    for (char16_t c : s) out.push_back(static_cast<char>(c >> 8)), out.push_back(static_cast<char>(c & 0xFF));
+    return out;
+  };
+  const std::vector<Case> cases = {
+      {"UTF-8", "[s]\nk = v\n# caf\xC3\xA9\n", "[s]\nk = \xC3\xA9\n# caf\xC3\xA9\n"},
+      {"UTF-8 with mark", "\xEF\xBB\xBF[s]\r\nk=v\r\n", "\xEF\xBB\xBF[s]\r\nk=\xC3\xA9\r\n"},
+      {"UTF-16LE with mark", std::string("\xFF\xFE").append(utf16le(u"[s]\r\nk=v\r\n")),
+       std::string("\xFF\xFE").append(utf16le(u"[s]\r\nk=\u00E9\r\n"))},
+      {"UTF-16BE with mark", std::string("\xFE\xFF").append(utf16be(u"[s]\nk=v\n")),
+       std::string("\xFE\xFF").append(utf16be(u"[s]\nk=\u00E9\n"))},
+      {"UTF-16LE without mark", utf16le(u"[s]\nk=v\n"), utf16le(u"[s]\nk=\u00E9\n")},
+  };
+  TempFolder folder;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto path = folder.path / "f.ini";
+    writeBytes(path, c.bytes);
+    auto document = YIniDocument::documentWithContentsOfFileFactory(YString(path.string()),
+                                                                    YIniStandardElementFactory::standardFactory());
+    std::shared_ptr<YError> error;
+    auto unedited = document->preservedDataWithError(&error);
+    ASSERT_TRUE(unedited);
+    EXPECT_EQ(*unedited, c.bytes);
+    setValue(*document, "s", "k", "\xC3\xA9");
+    ASSERT_TRUE(document->writePreservedToFileError(YString(path.string()), &error)) << utf8(error->description());
+    EXPECT_EQ(readBytes(path), c.edited);
+  }
+}
+
+TEST(PreservingSave, BytesInMemoryLoadLikeAFile) {
+  const std::string bytes("\xFF\xFE[\0s\0]\0\r\0\n\0k\0=\0v\0", 18);
+  auto document = YIniDocument::documentWithDataFactory(bytes, YIniStandardElementFactory::standardFactory());
+  ASSERT_TRUE(document->hasSource());
+  EXPECT_EQ(utf8(section(*document, "s")->valueForOptionWithName(S("k"))), "v");
+  std::shared_ptr<YError> error;
+  EXPECT_EQ(*document->preservedDataWithError(&error), bytes);
+  // Bytes that cannot be decoded load nothing and leave no source.
+  auto broken = YIniDocument::documentWithDataFactory(std::string("\xFF\xFE[", 3),
+                                                      YIniStandardElementFactory::standardFactory());
+  EXPECT_FALSE(broken->hasSource());
+  EXPECT_EQ(broken->elements()->count(), 0u);
+}
+
+TEST(PreservingSave, LegacyEncodingKeepsItsBytesAndRefusesWhatItCannotHold) {
+  // windows-1252 is detected from the accented words; "€" is 0x80 there.
+  TempFolder folder;
+  const auto path = folder.path / "latin.ini";
+  const std::string original =
+      "[s]\nk=v\n# caf\xE9 cr\xE8me br\xFBl\xE9\x65 \x80 na\xEFve d\xE9j\xE0 \xE0 la fa\xE7on de cort\xE8ge\n";
+  writeBytes(path, original);
+  auto document = YIniDocument::documentWithContentsOfFileFactory(YString(path.string()),
+                                                                  YIniStandardElementFactory::standardFactory());
+  std::shared_ptr<YError> error;
+  setValue(*document, "s", "k", "\xC3\xA9");  // é
+  auto bytes = document->preservedDataWithError(&error);
+  ASSERT_TRUE(bytes) << utf8(error->description());
+  // "k=v" became "k=é", one byte in windows-1252.
+  EXPECT_EQ(bytes->substr(0, 8), "[s]\nk=\xE9\n");
+  EXPECT_EQ(bytes->substr(8), original.substr(8));
+  setValue(*document, "s", "k", "\xE2\x98\x83");  // a snowman: no windows-1252 byte for it
+  EXPECT_FALSE(document->writePreservedToFileError(YString(path.string()), &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
+  EXPECT_EQ(readBytes(path), original);
+  // Everything encoded anew in a named encoding.
+  auto utf8Bytes = document->preservedDataUsingEncodingError(YUTF8StringEncoding, &error);
+  ASSERT_TRUE(utf8Bytes);
+  EXPECT_EQ(utf8Bytes->substr(0, 10), "[s]\nk=\xE2\x98\x83\n");
+}
+
+TEST(PreservingSave, InvalidUTF8BytesComeBackAsTheyWere) {
+  // Stray Latin-1 bytes in a UTF-8 file read as U+FFFD: every line no edit
+  // touches keeps its bytes; an edited line is written anew, in UTF-8.
+  const std::string original = std::string(500, '#') +
+                               "\n[s]\nname = M\xFCller\nk = caf\xC3\xA9\n# \xE9t\xE9\nj = \xFF\n";
+  auto document =
+      YIniDocument::documentWithDataFactory(original, YIniStandardElementFactory::standardFactory());
+  EXPECT_EQ(utf8(section(*document, "s")->valueForOptionWithName(S("name"))), "M\xEF\xBF\xBDller");
+  std::shared_ptr<YError> error;
+  EXPECT_EQ(*document->preservedDataWithError(&error), original);
+  setValue(*document, "s", "k", "tea");
+  setValue(*document, "s", "j", "\xC3\xBF");
+  std::string expected = original;
+  expected.replace(expected.find("caf"), 5, "tea");
+  expected.replace(expected.find("j = \xFF"), 5, "j = \xC3\xBF");
+  EXPECT_EQ(*document->preservedDataWithError(&error), expected);
+}
+
+TEST(PreservingSave, OptionsBeforeTheFirstSectionAreReadFromTheSource) {
+  LogCapture quiet;
+  struct Case {
+    std::string text;
+    std::vector<std::tuple<std::string, std::string, std::size_t>> options;
+  } cases[] = {
+      {"root = true\n\n[*]\nk=v\n", {{"root", "true", 1}}},
+      {"# c\r\n\tk\t= a = b \r\n=\nno equals\nx=\n[a]\ny=1\n", {{"k", "a = b", 2}, {"", "", 3}, {"x", "", 5}}},
+      {"k=v", {{"k", "v", 1}}},                        // no section at all, no line end
+      {"a=1\nb=2\n  stray\nc=3\n[s]\n", {{"a", "1", 1}, {"b", "2", 2}}},  // none past the stop
+      {"[s]\nk=v\n", {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(visible(YString(c.text)));
+    std::vector<std::tuple<std::string, std::string, std::size_t>> read;
+    for (const YIniHeadOption& option : load(c.text)->headOptions())
+      read.emplace_back(utf8(option.name), utf8(option.value), option.lineNumber);
+    EXPECT_EQ(read, c.options);
+  }
+  auto built = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
+  EXPECT_TRUE(built->headOptions().empty());
+}
+
+TEST(PreservingSave, SaveKeepsModeAndFollowsLinks) {
+  TempFolder folder;
+  const auto target = folder.path / "real.ini";
+  const auto link = folder.path / "link.ini";
+  writeBytes(target, "[s]\nk = 1\n");
+  ::chmod(target.c_str(), 0640);
+  std::filesystem::create_symlink(target, link);
+  auto document = YIniDocument::documentWithContentsOfFileFactory(YString(link.string()),
+                                                                  YIniStandardElementFactory::standardFactory());
+  setValue(*document, "s", "k", "2");
+  std::shared_ptr<YError> error;
+  ASSERT_TRUE(document->writePreservedToFileError(YString(link.string()), &error));
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(readBytes(target), "[s]\nk = 2\n");
+  struct stat st{};
+  ::stat(target.c_str(), &st);
+  EXPECT_EQ(st.st_mode & 07777, 0640u);
+  EXPECT_FALSE(document->writePreservedToFileError(YString((folder.path / "missing" / "f.ini").string()), &error));
+  EXPECT_EQ(error->code(), YFileNoSuchFileError);
+}
+
+TEST(PreservingSave, SourceLinesAndTheStopAreReported) {
+  LogCapture quiet;
+  auto document = load("# c\r\n[a]\r\nk = v\r\n  more\r\nx=1\r\n\r\n  stray\r\nlost = 1\r\n");
+  ASSERT_TRUE(document->hasSource());
+  EXPECT_TRUE(document->readingStopped());
+  EXPECT_EQ(document->readingStopLineNumber(), 7u);
+  EXPECT_EQ(utf8(document->readingStopLineText()), "  stray");
+  auto a = section(*document, "a");
+  EXPECT_EQ(document->lineNumberForElement(*document->elements()->objectAtIndex(0)), 1u);
+  EXPECT_EQ(document->lineNumberForElement(*a), 2u);
+  EXPECT_EQ(document->lineNumberForElement(*a->optionWithName(S("k"))), 3u);
+  EXPECT_EQ(document->lineNumberForElement(*a->optionWithName(S("x"))), 5u);
+  EXPECT_EQ(document->lineNumberForElement(*opt("new")), 0u);
+  EXPECT_EQ(document->lineNumberForElement(*a->copyWithZone()), 0u);  // a copy has no source
+
+  auto complete = load("[a]\nk=v\n");
+  EXPECT_FALSE(complete->readingStopped());
+  EXPECT_EQ(complete->readingStopLineNumber(), 0u);
+  EXPECT_TRUE(complete->readingStopLineText().isNull());
+  // An element of another loaded document is not one of this document's.
+  EXPECT_EQ(complete->lineNumberForElement(*a), 0u);
+}
+
+TEST(PreservingSave, DocumentsWithoutSourceAreWrittenAnew) {
+  auto loaded = load("[a]\nk = 1\n\n[b]\nx = 2\n");
+  auto copy = std::static_pointer_cast<YIniDocument>(loaded->copyWithZone());
+  EXPECT_FALSE(copy->hasSource());
+  EXPECT_EQ(preserved(*copy), "[a]\nk=1\n\n[b]\nx=2\n");
+  auto built = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
+  EXPECT_FALSE(built->hasSource());
+  built->addElement(withChildren(YIniSection::sectionWithName(S("s")), {opt("k", "v")}));
+  EXPECT_EQ(preserved(*built), "[s]\nk=v\n");
+  std::shared_ptr<YError> error;
+  EXPECT_EQ(*built->preservedDataWithError(&error), "[s]\nk=v\n");
+}
+
+// A factory that changes what it is given: the snapshot is what it made.
+class UppercasingFactory : public YIniStandardElementFactory {
+ public:
+  std::shared_ptr<YIniOption> optionWithNameValueInSection(const YString& name, const YString& value,
+                                                           const std::shared_ptr<YIniSection>& section) override {
+    return YIniStandardElementFactory::optionWithNameValueInSection(YString(utf8(name) + "_"), value, section);
+  }
+  std::shared_ptr<YIniComment> commentWithString(const YString& string) override {
+    return YIniStandardElementFactory::commentWithString(string.length() > 1 ? YString(u"#!") : string);
+  }
+};
+
+TEST(PreservingSave, HostFactoriesSnapshotWhatTheyMade) {
+  auto document = YIniDocument::documentFromStringFactory(YString("# c\n[s]\nk = v\n"),
+                                                          std::make_shared<UppercasingFactory>());
+  EXPECT_EQ(preserved(*document), "# c\n[s]\nk = v\n");
+  section(*document, "s")->setValueForOptionWithName(S("w"), S("k_"));
+  EXPECT_EQ(preserved(*document), "# c\n[s]\nk = w\n");
+  section(*document, "s")->optionWithName(S("k_"))->setName(S("k"));
+  EXPECT_EQ(preserved(*document), "# c\n[s]\nk = w\n");
+}
+
+TEST(PreservingSave, OnlyReadsTheTree) {
+  auto document = load("[s]\n\tname  = v\n");  // the writers would trim the name through setName
+  document->commit();
+  KeyObserver observer(*document, YModifiedKey);
+  auto s = section(*document, "s");
+  s->addElement(opt(" padded ", "1"));
+  const std::size_t before = observer.count();
+  EXPECT_EQ(preserved(*document), "[s]\n\tname  = v\npadded  = 1\n");
+  std::shared_ptr<YError> error;
+  EXPECT_TRUE(document->preservedDataWithError(&error));
+  EXPECT_EQ(observer.count(), before);
+  EXPECT_EQ(utf8(s->options()->objectAtIndex(1)->name()), " padded ");
+}
+
+}  // namespace

@@ -1,0 +1,153 @@
+// The preserving save on configuration files as packages ship them: no edit
+// gives the file back, one changed value changes one line, one removed
+// option takes exactly its lines.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "ElementTestSupport.h"
+#include "ReadingSupport.h"
+
+#ifndef CORVANE_REALWORLD_DIR
+#define CORVANE_REALWORLD_DIR "tests/corvane/realworld"
+#endif
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string readBytes(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+std::vector<std::string> lines(const std::string& text) {
+  std::vector<std::string> out;
+  for (std::size_t start = 0; start < text.size();) {
+    std::size_t lf = text.find('\n', start);
+    std::size_t end = lf == std::string::npos ? text.size() : lf + 1;
+    out.push_back(text.substr(start, end - start));
+    start = end;
+  }
+  return out;
+}
+
+std::vector<fs::path> corpus() {
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(CORVANE_REALWORLD_DIR))
+    if (entry.is_regular_file() && entry.path().filename() != "README.md") files.push_back(entry.path());
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+std::shared_ptr<YIniDocument> loadFile(const fs::path& path) {
+  return YIniDocument::documentWithContentsOfFileFactory(YString(path.string()),
+                                                         YIniStandardElementFactory::standardFactory());
+}
+
+std::string preservedBytes(YIniDocument& document) {
+  std::shared_ptr<YError> error;
+  auto bytes = document.preservedDataWithError(&error);
+  return bytes ? *bytes : std::string("ERROR: ").append(error->description().UTF8String());
+}
+
+// The first option with a single-line value, and its section.
+std::shared_ptr<YIniOption> firstSingleLineOption(YIniDocument& document) {
+  auto sections = document.sections();
+  for (const auto& section : *sections) {
+    auto options = section->options();
+    for (const auto& option : *options)
+      if (option->value().view().find(u'\n') == std::u16string_view::npos) return option;
+  }
+  return nullptr;
+}
+
+// The last option of the document, with continuation lines when it has any.
+std::shared_ptr<YIniOption> lastOption(YIniDocument& document, std::shared_ptr<YIniSection>& owner) {
+  std::shared_ptr<YIniOption> last;
+  auto sections = document.sections();
+  for (const auto& section : *sections) {
+    auto options = section->options();
+    if (options->count()) {
+      last = options->objectAtIndex(options->count() - 1);
+      owner = section;
+    }
+  }
+  return last;
+}
+
+TEST(RealWorldCorpus, HasAtLeastAHundredFiles) { EXPECT_GE(corpus().size(), 100u); }
+
+TEST(RealWorldCorpus, UneditedFilesComeBackByteForByte) {
+  LogCapture quiet;
+  for (const fs::path& file : corpus()) {
+    SCOPED_TRACE(file.filename().string());
+    auto document = loadFile(file);
+    EXPECT_EQ(preservedBytes(*document), readBytes(file));
+  }
+}
+
+TEST(RealWorldCorpus, OneChangedValueChangesOneLineOnlyInItsValue) {
+  LogCapture quiet;
+  std::size_t edited = 0;
+  for (const fs::path& file : corpus()) {
+    SCOPED_TRACE(file.filename().string());
+    auto document = loadFile(file);
+    auto option = firstSingleLineOption(*document);
+    if (!option) continue;
+    const std::string oldValue = utf8(option->value());
+    const std::size_t line = document->lineNumberForElement(*option);
+    option->setValue(S("corvane-edited"));
+    const auto before = lines(readBytes(file)), after = lines(preservedBytes(*document));
+    ASSERT_EQ(after.size(), before.size());
+    for (std::size_t i = 0; i < before.size(); ++i) {
+      if (i + 1 != line) {
+        EXPECT_EQ(after[i], before[i]) << "line " << i + 1;
+        continue;
+      }
+      // The line is the old one with its value replaced (an empty old value
+      // may gain one space after "=").
+      const std::size_t equals = before[i].find('=');
+      ASSERT_NE(equals, std::string::npos);
+      std::string expected = before[i];
+      const std::size_t at = oldValue.empty() ? std::string::npos : expected.find(oldValue, equals + 1);
+      if (at != std::string::npos) {
+        expected.replace(at, oldValue.size(), "corvane-edited");
+        EXPECT_EQ(after[i], expected);
+      } else {
+        EXPECT_NE(after[i].find("corvane-edited"), std::string::npos);
+        EXPECT_EQ(after[i].substr(0, equals + 1), before[i].substr(0, equals + 1));
+      }
+    }
+    ++edited;
+  }
+  EXPECT_GE(edited, 100u);
+}
+
+TEST(RealWorldCorpus, ARemovedOptionTakesExactlyItsLines) {
+  LogCapture quiet;
+  std::size_t edited = 0;
+  for (const fs::path& file : corpus()) {
+    SCOPED_TRACE(file.filename().string());
+    auto document = loadFile(file);
+    std::shared_ptr<YIniSection> section;
+    auto option = lastOption(*document, section);
+    if (!option) continue;
+    const std::size_t line = document->lineNumberForElement(*option);
+    const std::size_t count = 1 + std::count(option->value().view().begin(), option->value().view().end(), u'\n');
+    section->removeElement(option);
+    auto expected = lines(readBytes(file));
+    expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(line - 1),
+                   expected.begin() + static_cast<std::ptrdiff_t>(line - 1 + count));
+    EXPECT_EQ(lines(preservedBytes(*document)), expected);
+    ++edited;
+  }
+  EXPECT_GE(edited, 100u);
+}
+
+}  // namespace
