@@ -1,8 +1,9 @@
 // corvane: reads and edits INI files from the command line through the
-// Corvane library. The library does all reading and writing of INI text; the
-// tool adds files, encodings, the check against losing text, and the line
-// merge that keeps a file's own formatting when one value changes.
-#include <cstdio>
+// Corvane library. The library does all reading and writing of INI text,
+// including the preserving save that keeps every byte an edit does not
+// touch; the tool adds files, locking, encodings, the options before the
+// first section header, and the checks around them.
+#include <bit>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -10,130 +11,339 @@
 
 #include "CommandLine.h"
 #include "DocumentJson.h"
-#include "LineMerge.h"
-#include "LostText.h"
+#include "Formats.h"
+#include "IniFile.h"
 #include "TextFile.h"
 #include "YFoundation.h"
 #include "YIniDocument+Extensions.h"
 #include "YIniDocument.h"
-#include "YIniStandardElementFactory.h"
 
 namespace corvane::cli {
 
 namespace {
-
-// The library's "Unrecognized text sequence" lines: shown only with
-// --verbose, prefixed with the file being read.
-struct LogRoute {
-  bool verbose = false;
-  std::string file;
-};
-LogRoute gLog;
-
-void installLogSink(bool verbose) {
-  gLog.verbose = verbose;
-  YSetLogSink([](const YString& message) {
-    if (gLog.verbose) std::cerr << "corvane: " << gLog.file << ": " << message.UTF8String() << '\n';
-  });
-}
-
-YString argumentString(const std::string& argument) {
-  try {
-    return YString::fromUTF8(argument);
-  } catch (const YException&) {
-    throw Failure{kUsageError, "argument '" + argument + "' is not valid UTF-8"};
-  }
-}
 
 void writeOut(std::string_view bytes) {
   std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   std::cout.flush();
 }
 
-struct LoadedFile {
-  std::string path;
-  TextFile file;
-  std::shared_ptr<YIniDocument> document;
+std::string quoted(const YString& name) { return "'" + name.UTF8String() + "'"; }
+std::string bracketed(const YString& name) { return "[" + name.UTF8String() + "]"; }
+
+// The bytes of the file at `path` (a symbolic link is followed), to read.
+std::string readInput(const std::string& path) {
+  FileProblem problem;
+  std::optional<ResolvedPath> resolved = resolvePath(path, problem);
+  if (!resolved) throw Failure{kFileFailure, problem.message};
+  if (resolved->missing) throw Failure{kFileFailure, path + ": no such file"};
+  std::optional<std::string> bytes = readBytes(resolved->path, path, problem);
+  if (!bytes) throw Failure{kFileFailure, problem.message};
+  return std::move(*bytes);
+}
+
+// A name must read back as it is given: no white space around it (the
+// reader trims it); what else would not read back the library refuses.
+void refuseUnreadableName(const std::string& label, const char* kind, const YString& name) {
+  const YString trimmed = name.stringByTrimmingCharactersInSet(YCharacterSet::whitespaceCharacterSet());
+  if (trimmed.length() == 0) throw Failure{kUsageError, label + ": cannot set: the " + kind + " name is empty"};
+  if (!trimmed.isEqualToString(name))
+    throw Failure{kUsageError, label + ": cannot set: the " + kind + " name " + quoted(name) +
+                                   " has white space around it, which the reader would drop"};
+}
+
+// A value as the reader holds it: its lines trimmed and joined by a line end
+// and one space, which is also how get prints it. An empty line inside it
+// would not read back.
+YString heldValue(const std::string& label, const YString& given) {
+  const YCharacterSet blanks = YCharacterSet::whitespaceAndNewlineCharacterSet();
+  std::u16string_view text = given.view();
+  std::u16string held;
+  for (std::size_t start = 0, index = 0;; ++index) {
+    const std::size_t lf = text.find(u'\n', start);
+    YString line = YString(text.substr(start, lf == std::u16string_view::npos ? lf : lf - start))
+                       .stringByTrimmingCharactersInSet(blanks);
+    if (index > 0) {
+      if (line.length() == 0)
+        throw Failure{kUsageError, label + ": cannot set: the value has an empty line inside it, which would end it"};
+      held += u"\n ";
+    }
+    held.append(line.view());
+    if (lf == std::u16string_view::npos) break;
+    start = lf + 1;
+  }
+  return YString(held);
+}
+
+// ---- editing ------------------------------------------------------------------
+
+// One file edited in place (or into --output): its folder locked from
+// reading to writing, so that editors that lock take turns; loaded; and
+// written back when the edit changed it and nothing else changed it meanwhile.
+class EditSession {
+ public:
+  EditSession(const CommandLine& line, bool mayCreate) : _line(line), _label(line.operands[0]) {
+    if (line.encoding && !textEncodingNamed(*line.encoding))
+      throw Failure{kUsageError, "unknown or unsupported encoding '" + *line.encoding + "'"};
+    FileProblem problem;
+    std::optional<ResolvedPath> resolved = resolvePath(_label, problem);
+    if (!resolved) throw Failure{kFileFailure, problem.message};
+    _target = std::move(*resolved);
+    if (!line.output && !_lock.lock(_target.path, problem)) throw Failure{kFileFailure, problem.message};
+    _identity = identityOf(_target.path);
+    std::string bytes;
+    if (!_identity.exists) {
+      if (line.existing) throw Failure{kNotFound, _label + ": no such file (--existing); nothing was written"};
+      if (!mayCreate) throw Failure{kFileFailure, _label + ": no such file"};
+    } else {
+      if (!line.output && !S_ISREG(_identity.mode))
+        throw Failure{kFileFailure, _label + ": not a regular file, which cannot be replaced (--output writes "
+                                             "into devices and pipes)"};
+      std::optional<std::string> read = readBytes(_target.path, _label, problem);
+      if (!read) throw Failure{kFileFailure, problem.message};
+      bytes = std::move(*read);
+    }
+    _file = std::make_unique<IniFile>(_label, std::move(bytes));
+  }
+
+  IniFile& file() { return *_file; }
+  YIniDocument& document() { return _file->document(); }
+
+  // Whether a missing item is an error (--existing); throws then.
+  void missing(const std::string& what) const {
+    if (_line.existing) throw Failure{kNotFound, _label + ": no " + what + " (--existing); nothing was written"};
+  }
+
+  // Sets `value` of `option` in `section` (the head for ""), adding what is
+  // missing; with no option, makes sure the section exists.
+  void set(const YString& sectionName, const std::optional<YString>& optionName, const YString& value) {
+    if (sectionName.length() == 0) {
+      if (!optionName) return;
+      if (!_file->headOption(*optionName)) {
+        _file->refuseUnread(nullptr, true, quoted(*optionName) + " of the section \"\"");
+        missing("option " + quoted(*optionName) + " before the first section");
+      }
+      _file->setHeadOption(*optionName, value);
+      return;
+    }
+    auto section = _file->section(sectionName);
+    if (!section) {
+      _file->refuseUnread(nullptr, false, bracketed(sectionName));
+      missing("section " + bracketed(sectionName));
+      section = _file->addSection(sectionName);
+    }
+    if (!optionName) return;
+    if (auto option = section->optionWithName(*optionName)) {
+      option->setValue(value);
+      return;
+    }
+    _file->refuseUnread(section, false, quoted(*optionName) + " of " + bracketed(sectionName));
+    missing("option " + quoted(*optionName) + " in " + bracketed(sectionName));
+    section->insertObjectInElementsAtIndex(YIniOption::optionWithNameAndValue(*optionName, value),
+                                           _file->indexForNewOption(*section, *optionName));
+  }
+
+  // The edited file's bytes: the preserving save with the head's edits, or
+  // the library's own text (--reformat), in the file's encoding or --encoding.
+  std::string render() {
+    YIniDocument& doc = document();
+    std::shared_ptr<YError> error;
+    auto refuse = [&]() -> Failure {
+      if (error && error->domain() == YIniErrorDomain)
+        return Failure{kUsageError, _label + ": cannot write the edit: " + error->localizedDescription().UTF8String()};
+      return Failure{kFileFailure, _label + ": " + (error ? error->localizedDescription().UTF8String()
+                                                           : std::string("cannot write the file"))};
+    };
+    const TextEncoding& loaded = _file->file().encoding;
+    if (!_line.reformat && !_line.encoding) {
+      std::optional<std::string> bytes = doc.preservedDataWithError(&error);
+      if (!bytes) throw refuse();
+      return _file->withHeadEdits(std::move(*bytes), loaded);
+    }
+    TextEncoding encoding = _line.encoding ? *textEncodingNamed(*_line.encoding) : loaded;
+    YString text;
+    if (_line.reformat) {
+      if (_file->headChanged())
+        throw Failure{kUsageError, _label + ": --reformat writes the library's own text, which leaves out the "
+                                            "options before the first section"};
+      text = doc.stringValue();
+    } else {
+      text = doc.preservedStringValueWithError(&error);
+      if (text.isNull()) throw refuse();
+      // The head's edits, on the text as UTF-16 in this machine's byte order.
+      const TextEncoding units{std::endian::native == std::endian::little ? YUTF16LittleEndianStringEncoding
+                                                                          : YUTF16BigEndianStringEncoding,
+                               ""};
+      std::string raw(reinterpret_cast<const char*>(text.characters()), text.length() * 2);
+      raw = _file->withHeadEdits(std::move(raw), units);
+      text = YString(std::u16string_view(reinterpret_cast<const char16_t*>(raw.data()), raw.size() / 2));
+    }
+    FileProblem problem;
+    std::optional<std::string> bytes = encodeText(text, encoding, _label, problem);
+    if (!bytes) throw Failure{kFileFailure, problem.message};
+    return encoding.byteOrderMark + *bytes;
+  }
+
+  int finish() {
+    const std::string bytes = render();
+    const bool changed = !_identity.exists || bytes != _file->file().bytes;
+    if (_line.verbose) warn(_label, changed ? "changed" : "unchanged");
+    FileProblem problem;
+    if (_line.output) {
+      if (isWriteProtected(*_line.output) && !_line.force)
+        throw Failure{kFileFailure, *_line.output + ": read-only (no write permission bit); not written (--force "
+                                                    "writes it anyway)"};
+      if (!writeOutput(*_line.output, bytes, problem)) throw Failure{kFileFailure, problem.message};
+      return kDone;
+    }
+    if (!changed) return kDone;
+    if (isWriteProtected(_target.path) && !_line.force)
+      throw Failure{kFileFailure, _label + ": read-only (no write permission bit); not written (--force writes it "
+                                           "anyway)"};
+    // Under the lock, right before the atomic replace: a program that does
+    // not take the lock may have written the file since it was read.
+    if (!(identityOf(_target.path) == _identity))
+      throw Failure{kFileFailure, _label + ": changed while editing (by a program that does not lock its folder); "
+                                           "nothing was written"};
+    // The replace gives the path a new file: other names of the old one keep the old text.
+    if (auto links = YFileLinkCount(YString(_target.path), nullptr); links && *links > 1)
+      warn(_label, "the file has " + std::to_string(*links) +
+                       " hard links; the others keep the old text (the save replaces the file)");
+    std::shared_ptr<YError> error;
+    if (!YWriteFile(YString(_target.path), bytes, true, &error))
+      throw Failure{kFileFailure, _label + ": cannot write: " +
+                                      (error ? error->localizedDescription().UTF8String() : std::string("failed"))};
+    return kDone;
+  }
+
+ private:
+  const CommandLine& _line;
+  std::string _label;
+  ResolvedPath _target;
+  FolderLock _lock;
+  FileIdentity _identity;
+  std::unique_ptr<IniFile> _file;
 };
 
-TextFile readOrFail(const std::string& path) {
-  FileProblem problem;
-  std::optional<TextFile> file = readTextFile(path, problem);
-  if (!file) throw Failure{kFileFailure, problem.message};
-  return *file;
-}
-
-LoadedFile load(const std::string& path) {
-  LoadedFile loaded{path, readOrFail(path), nullptr};
-  gLog.file = path;
-  try {
-    loaded.document = YIniDocument::documentFromStringFactory(loaded.file.text,
-                                                              YIniStandardElementFactory::standardFactory());
-  } catch (const YException& e) {
-    throw Failure{kFileFailure, path + ": the library cannot load the text: " + e.what()};
-  }
-  if (!loaded.document) throw Failure{kFileFailure, path + ": the library cannot load the text"};
-  return loaded;
-}
-
-std::shared_ptr<YIniSection> sectionOrFail(const LoadedFile& loaded, const std::string& name) {
-  auto section = loaded.document->sectionForName(argumentString(name));
-  if (!section) throw Failure{kNotFound, loaded.path + ": no section [" + name + "]"};
-  return section;
-}
-
-std::shared_ptr<YIniOption> optionOrFail(const LoadedFile& loaded, YIniSection& section, const std::string& sectionName,
-                                         const std::string& name) {
-  auto option = section.optionWithName(argumentString(name));
-  if (!option) throw Failure{kNotFound, loaded.path + ": section [" + sectionName + "] has no option '" + name + "'"};
-  return option;
-}
-
-// ---- verbs that read ----------------------------------------------------------
+// ---- the verbs -------------------------------------------------------------------
 
 int runGet(const CommandLine& line) {
-  LoadedFile loaded = load(line.operands[0]);
-  auto section = sectionOrFail(loaded, line.operands[1]);
-  std::string out;
-  if (line.operands.size() == 3) {
-    auto option = optionOrFail(loaded, *section, line.operands[1], line.operands[2]);
-    out = option->value().UTF8String() + "\n";
-  } else {
-    for (const YString& name : section->optionNames()) out += name.UTF8String() + "\n";
+  IniFile file(line.operands[0], readInput(line.operands[0]));
+  if (line.operands.size() == 1) {
+    writeOut(formatFile(file, line.format));
+    return kDone;
   }
-  writeOut(out);
-  return kDone;
+  const YString sectionName = argumentString(line.operands[1]);
+  std::optional<SectionEntry> section = file.sectionEntry(sectionName);
+  if (!section) {
+    file.refuseUnread(nullptr, false, bracketed(sectionName));
+    throw Failure{kNotFound, file.label() + ": no section " + bracketed(sectionName)};
+  }
+  if (line.operands.size() == 2) {
+    writeOut(formatSection(file, *section, line.format));
+    return kDone;
+  }
+  const YString optionName = argumentString(line.operands[2]);
+  for (const OptionEntry& option : section->options)
+    if (option.name.isEqualToString(optionName)) {
+      writeOut(formatOption(file, *section, option, line.format));
+      return kDone;
+    }
+  file.refuseUnread(section->head ? nullptr : file.section(sectionName), section->head,
+                    quoted(optionName) + " of " + bracketed(sectionName));
+  throw Failure{kNotFound, file.label() + ": section " + bracketed(sectionName) + " has no option " + quoted(optionName)};
 }
 
-int runFmt(const CommandLine& line) {
-  LoadedFile loaded = load(line.operands[0]);
-  writeOut(loaded.document->stringValue().UTF8String());
-  return kDone;
+int runSet(const CommandLine& line) {
+  const std::string& label = line.operands[0];
+  const YString sectionName = argumentString(line.operands[1]);
+  if (sectionName.length() > 0) refuseUnreadableName(label, "section", sectionName);
+  std::optional<YString> optionName;
+  YString value;
+  if (line.operands.size() == 4) {
+    optionName = argumentString(line.operands[2]);
+    refuseUnreadableName(label, "option", *optionName);
+    value = heldValue(label, argumentString(line.operands[3]));
+  }
+  EditSession session(line, true);
+  session.set(sectionName, optionName, value);
+  return session.finish();
 }
 
-int runDump(const CommandLine& line) {
-  LoadedFile loaded = load(line.operands[0]);
-  writeOut(documentJson(*loaded.document).dump(2) + "\n");
-  return kDone;
+int runDel(const CommandLine& line) {
+  EditSession session(line, false);
+  IniFile& file = session.file();
+  const YString sectionName = argumentString(line.operands[1]);
+  const bool hasOption = line.operands.size() == 3;
+  const YString optionName = hasOption ? argumentString(line.operands[2]) : YString();
+  if (sectionName.length() == 0) {
+    if (hasOption && !file.removeHeadOption(optionName)) {
+      file.refuseUnread(nullptr, true, quoted(optionName) + " of the section \"\"");
+      session.missing("option " + quoted(optionName) + " before the first section");
+    }
+    if (!hasOption) {
+      const SectionEntry head = *file.sectionEntry(sectionName);
+      for (const OptionEntry& option : head.options)
+        while (file.removeHeadOption(option.name)) {
+        }
+    }
+    return session.finish();
+  }
+  auto section = file.section(sectionName);
+  if (!section) {
+    file.refuseUnread(nullptr, false, bracketed(sectionName));
+    session.missing("section " + bracketed(sectionName));
+  } else if (!hasOption) {
+    file.detachCommentsAboveNextHeader(*section);
+    session.document().removeElement(section);
+  } else if (section->hasOptionWithName(optionName)) {
+    section->removeOptionWithName(optionName);
+  } else {
+    file.refuseUnread(section, false, quoted(optionName) + " of " + bracketed(sectionName));
+    session.missing("option " + quoted(optionName) + " in " + bracketed(sectionName));
+  }
+  return session.finish();
 }
 
 int runMerge(const CommandLine& line) {
+  EditSession session(line, true);
+  // The source is read after the file, under the file's lock.
+  const bool fromInput = line.operands.size() == 1 || line.operands[1] == "-";
+  std::string bytes;
+  if (fromInput) {
+    FileProblem problem;
+    std::optional<std::string> read = readStandardInput(problem);
+    if (!read) throw Failure{kFileFailure, problem.message};
+    bytes = std::move(*read);
+  } else {
+    bytes = readInput(line.operands[1]);
+  }
+  IniFile source(fromInput ? "standard input" : line.operands[1], std::move(bytes));
+  for (const SectionEntry& section : source.sections()) {
+    session.set(section.name, std::nullopt, YString());
+    for (const OptionEntry& option : section.options) session.set(section.name, option.name, option.value);
+  }
+  return session.finish();
+}
+
+int runTemplate(const CommandLine& line) {
   const std::string& templatePath = line.operands[0];
-  TextFile templateFile = readOrFail(templatePath);
-  LoadedFile loaded = load(line.operands[1]);
-  gLog.file = templatePath;
+  const std::string templateBytes = readInput(templatePath);
+  IniFile file(line.operands[1], readInput(line.operands[1]));
+  FileProblem problem;
+  std::optional<TextFile> templateFile = decodeTextFile(templateBytes, templatePath, problem);
+  if (!templateFile) throw Failure{kFileFailure, problem.message};
   YString merged;
   try {
-    merged = loaded.document->stringValueMergedWith(templateFile.text);
+    merged = file.document().stringValueMergedWith(templateFile->text);
   } catch (const YInvalidArgumentException&) {
-    throw Failure{kWouldLoseText, templatePath +
-                                      ": the template holds comments, blank lines or line ends after its section "
-                                      "headers, which the merge cannot carry (it takes templates of section headers "
-                                      "and options only); nothing was printed"};
+    throw Failure{kNotRead, templatePath +
+                                ": the template holds comments, blank lines or line ends after its section headers, "
+                                "which the library's template merge cannot carry (it takes templates of section "
+                                "headers and options only); nothing was printed"};
   } catch (const YInternalInconsistencyException&) {
-    throw Failure{kWouldLoseText,
-                  templatePath + ": the template has an option before its first section header, which the merge "
-                                 "cannot place; nothing was printed"};
+    throw Failure{kNotRead, templatePath +
+                                ": the template has an option before its first section header, which the merge "
+                                "cannot place; nothing was printed"};
   } catch (const YException& e) {
     throw Failure{kFileFailure, templatePath + ": the library cannot merge into this template: " + e.what()};
   }
@@ -141,136 +351,45 @@ int runMerge(const CommandLine& line) {
   return kDone;
 }
 
-// ---- verbs that write ---------------------------------------------------------
+int runDiff(const CommandLine& line) {
+  IniFile older(line.operands[0], readInput(line.operands[0]));
+  IniFile newer(line.operands[1], readInput(line.operands[1]));
+  bool differ = false;
+  writeOut(formatDiff(older, newer, line.format, differ));
+  return differ ? kNotFound : kDone;
+}
 
-// Writes the edited document back. `base` is the library's text of the
-// document before the edit.
-int writeBack(const CommandLine& line, LoadedFile& loaded, const YString& base, bool removesSection) {
-  const Lines ours = splitLines(loaded.file.text.view());
-  const Lines baseLines = splitLines(base.view());
-
-  // Nothing is written when the library's view of the file is incomplete:
-  // its text would lose lines, and an edit could duplicate a section that
-  // it did not see.
-  if (std::vector<std::size_t> lost = lostLines(ours, baseLines); !lost.empty() && !line.force)
-    throw Failure{kWouldLoseText, describeLostLines(loaded.path, ours, lost)};
-
-  YString theirs = loaded.document->stringValue();
-  YString result;
-  if (line.reformat) {
-    result = theirs;
-  } else {
-    MergeOptions options;
-    options.lineEnd = dominantLineEnd(ours);
-    options.dropHiddenLinesAfterRemovals = removesSection;
-    result = YString(joinLines(mergeEdit(baseLines, ours, splitLines(theirs.view()), options)));
-  }
-
-  TextEncoding encoding = loaded.file.encoding;
-  if (line.encoding) {
-    std::optional<TextEncoding> named = textEncodingNamed(*line.encoding);
-    if (!named) throw Failure{kUsageError, "unknown or unsupported encoding '" + *line.encoding + "'"};
-    encoding = *named;
-  }
-  const bool toStandardOutput = line.output && *line.output == "-";
-  const std::string target = line.output && !toStandardOutput ? *line.output : loaded.path;
-  FileProblem problem;
-  std::optional<std::string> bytes = encodeText(result, encoding, toStandardOutput ? loaded.path : target, problem);
-  if (!bytes) throw Failure{kFileFailure, problem.message};
-  if (toStandardOutput) {
-    writeOut(*bytes);
-  } else if (!writeFileAtomically(target, *bytes, problem)) {
-    throw Failure{kFileFailure, problem.message};
-  }
+int runFmt(const CommandLine& line) {
+  IniFile file(line.operands[0], readInput(line.operands[0]));
+  writeOut(file.document().stringValue().UTF8String());
   return kDone;
 }
 
-// A name or value that the library would write but not read back the same
-// (a line end in a name, "=" in an option name, a value line that is no
-// continuation) would damage the file: it is a usage error.
-void refuseUnreadableEdit(YIniDocument& edited, const YString& sectionName, const YString& optionName,
-                          const YString& value) {
-  const YString expected = value.stringByTrimmingCharactersInSet(YCharacterSet::whitespaceAndNewlineCharacterSet());
-  YString readBack;
-  auto reread = YIniDocument::documentFromStringFactory(edited.stringValue(), edited.factory());
-  if (auto section = reread ? reread->sectionForName(sectionName) : nullptr)
-    if (auto option = section->optionWithName(optionName)) readBack = option->value();
-  if (readBack == expected) return;
-  std::string what = readBack.isNull() ? "the library would not find the option again"
-                                       : "the library would read the value back as '" + readBack.UTF8String() + "'";
-  throw Failure{kUsageError, "cannot set [" + sectionName.UTF8String() + "] " + optionName.UTF8String() +
-                                 " to this value: " + what +
-                                 " (names may not hold line ends, an option name no '=', and each further "
-                                 "line of a value must be indented)"};
-}
-
-// The file an editing verb works on, after checking its --encoding.
-LoadedFile loadForEdit(const CommandLine& line) {
-  if (line.encoding && !textEncodingNamed(*line.encoding))
-    throw Failure{kUsageError, "unknown or unsupported encoding '" + *line.encoding + "'"};
-  return load(line.operands[0]);
-}
-
-int runSet(const CommandLine& line) {
-  LoadedFile loaded = loadForEdit(line);
-  YIniDocument& document = *loaded.document;
-  const YString base = document.stringValue();
-  const YString sectionName = argumentString(line.operands[1]);
-  const YString optionName = argumentString(line.operands[2]);
-  const YString value = argumentString(line.operands[3]);
-
-  auto section = document.sectionForName(sectionName);
-  if (!section) {
-    // A new section starts on a line of its own: the library adds no line
-    // end between the text before it and its header.
-    if (base.length() > 0 && !base.hasSuffix(YString(u"\n"))) {
-      std::u16string lineEnd = dominantLineEnd(splitLines(loaded.file.text.view()));
-      document.addElement(document.factory()->commentWithString(YString(lineEnd)));
-    }
-    section = document.factory()->sectionWithName(sectionName);
-    document.addElement(section);
-  }
-  section->setValueForOptionWithName(value, optionName);
-  refuseUnreadableEdit(document, sectionName, optionName, value);
-  return writeBack(line, loaded, base, false);
-}
-
-int runDel(const CommandLine& line) {
-  LoadedFile loaded = loadForEdit(line);
-  YIniDocument& document = *loaded.document;
-  const YString base = document.stringValue();
-  auto section = sectionOrFail(loaded, line.operands[1]);
-  if (line.operands.size() == 3) {
-    optionOrFail(loaded, *section, line.operands[1], line.operands[2]);
-    section->removeOptionWithName(argumentString(line.operands[2]));
-    return writeBack(line, loaded, base, false);
-  }
-  // A last section without options leaves its header's line end to the
-  // document, as the comment right after it; it goes with the header.
-  auto elements = document.elements();
-  std::size_t index = elements->indexOfObject(section);
-  if (section->elements()->count() == 0 && index + 1 < elements->count()) {
-    auto next = std::dynamic_pointer_cast<YIniComment>(elements->objectAtIndex(index + 1));
-    if (next && (next->stringValue() == YString(u"\n") || next->stringValue() == YString(u"\r\n")))
-      document.removeElement(next);
-  }
-  document.removeElement(section);
-  return writeBack(line, loaded, base, true);
+int runDump(const CommandLine& line) {
+  IniFile file(line.operands[0], readInput(line.operands[0]));
+  writeOut(documentJson(file.document()).dump(2) + "\n");
+  return kDone;
 }
 
 int run(const std::vector<std::string>& arguments) {
   CommandLine line = parseCommandLine(arguments);
+  if (line.version) {
+    writeOut(versionText());
+    return kDone;
+  }
   if (line.help) {
-    writeOut(helpText(line.verb));
+    writeOut(*helpText(line.verb));
     return kDone;
   }
   installLogSink(line.verbose);
   if (line.verb == "get") return runGet(line);
   if (line.verb == "set") return runSet(line);
   if (line.verb == "del") return runDel(line);
+  if (line.verb == "merge") return runMerge(line);
+  if (line.verb == "template") return runTemplate(line);
+  if (line.verb == "diff") return runDiff(line);
   if (line.verb == "fmt") return runFmt(line);
-  if (line.verb == "dump") return runDump(line);
-  return runMerge(line);
+  return runDump(line);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -59,30 +60,59 @@ class TempFolder {
   std::filesystem::path _path;
 };
 
-/// Runs corvane with `arguments`; standard input is empty.
-inline Run runTool(std::vector<std::string> argv) {
-  TempFolder captures;
-  const std::string outPath = captures.path("out"), errPath = captures.path("err");
+/// A corvane process started with a pipe on its standard input.
+struct Started {
+  pid_t pid = -1;
+  int input = -1;  ///< the pipe's writing end
+  std::unique_ptr<TempFolder> captures;
+};
+
+/// Starts corvane with `arguments`; standard input is a pipe (an empty file
+/// when `pipe` is false, holding `input`).
+inline Started startTool(std::vector<std::string> argv, bool pipe = true, const std::string& input = "") {
+  Started started;
+  started.captures = std::make_unique<TempFolder>();
+  const std::string outPath = started.captures->path("out"), errPath = started.captures->path("err");
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  int fds[2] = {-1, -1};
+  if (pipe && ::pipe(fds) == 0) {
+    posix_spawn_file_actions_adddup2(&actions, fds[0], 0);
+    posix_spawn_file_actions_addclose(&actions, fds[1]);
+    started.input = fds[1];
+  } else {
+    const std::string inPath = started.captures->file("in", input);
+    posix_spawn_file_actions_addopen(&actions, 0, inPath.c_str(), O_RDONLY, 0);
+  }
   posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   argv.insert(argv.begin(), CORVANE_TOOL);
   std::vector<char*> raw;
   for (auto& a : argv) raw.push_back(a.data());
   raw.push_back(nullptr);
-  pid_t pid = 0;
-  Run run;
-  if (posix_spawn(&pid, CORVANE_TOOL, &actions, nullptr, raw.data(), environ) == 0) {
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
+  if (posix_spawn(&started.pid, CORVANE_TOOL, &actions, nullptr, raw.data(), environ) != 0) started.pid = -1;
   posix_spawn_file_actions_destroy(&actions);
-  run.out = readBytes(outPath);
-  run.err = readBytes(errPath);
+  if (fds[0] >= 0) ::close(fds[0]);
+  return started;
+}
+
+/// Waits for a started corvane and gathers what it wrote.
+inline Run finish(Started& started) {
+  if (started.input >= 0) ::close(started.input);
+  started.input = -1;
+  Run run;
+  int status = 0;
+  if (started.pid > 0 && ::waitpid(started.pid, &status, 0) == started.pid)
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  run.out = readBytes(started.captures->path("out"));
+  run.err = readBytes(started.captures->path("err"));
   return run;
+}
+
+/// Runs corvane with `arguments`; standard input holds `input`.
+inline Run runTool(std::vector<std::string> argv, const std::string& input = "") {
+  Started started = startTool(std::move(argv), false, input);
+  return finish(started);
 }
 
 /// UTF-8 text (Latin-1 characters) as UTF-16 bytes with a byte-order mark.

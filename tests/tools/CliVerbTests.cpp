@@ -1,4 +1,6 @@
-// The verbs, options and exit codes of the corvane binary.
+// The verbs, options, formats and exit codes of the corvane binary.
+#include <sys/stat.h>
+
 #include <nlohmann/json.hpp>
 
 #include "CliTestSupport.h"
@@ -8,9 +10,11 @@ using Args = std::vector<std::string>;
 
 namespace {
 
+// A head option, a repeated option, a value on two lines, a section name
+// and an option name that are no shell names, a value with a quote.
 const std::string kApp =
-    "# Application settings\n\n[main]\nname = Corvane demo\npaths = /usr/share\n    /opt/share\n\n"
-    "[network]\nhost=example.org\nport=8080\n";
+    "# Application settings\nmode = fast\n\n[main]\nname = Corvane demo\npaths = /usr/share\n    /opt/share\n"
+    "name = second\n\n[net-work]\nhost=example.org\nit's=o'k\n";
 
 class CliVerbs : public ::testing::Test {
  protected:
@@ -18,40 +22,199 @@ class CliVerbs : public ::testing::Test {
   const std::string app = folder.file("app.ini", kApp);
 };
 
-TEST_F(CliVerbs, OutputAndExitCodes) {
-  const std::string values = folder.file("values.ini", "[a]\nk=1\nx=2\n[b]\ny=3\n");
-  const std::string mergeRefused = "the template holds comments, blank lines or line ends";
+TEST_F(CliVerbs, GetPrintsNamesAndValuesInEveryFormat) {
+  struct Case {
+    Args args;
+    std::string out, errHas;
+  } cases[] = {
+      {{app}, "main\nnet-work\n", ""},
+      {{app, "main"}, "name\npaths\n", ""},
+      {{app, "main", "name"}, "Corvane demo\n", ""},
+      {{app, "main", "paths"}, "/usr/share\n /opt/share\n", ""},
+      {{app, ""}, "mode\n", ""},
+      {{app, "", "mode"}, "fast\n", ""},
+      {{"--format=sh", app, "main"}, "name='Corvane demo'\npaths='/usr/share\n /opt/share'\n", ""},
+      {{"--format=sh", app},
+       "mode='fast'\nmain_name='Corvane demo'\nmain_paths='/usr/share\n /opt/share'\n",
+       "'net-work_host' is not a shell variable name"},
+      {{"--format", "sh", app, "net-work", "it's"}, "", "'it's' is not a shell variable name"},
+      {{"--format=lines", app, "main"}, "[main] name = Corvane demo\n[main] paths = /usr/share\\n /opt/share\n", ""},
+      {{"--format=lines", app, "net-work", "it's"}, "[net-work] it's = o'k\n", ""},
+      {{"--format=json", app, "main", "paths"}, "\"/usr/share\\n /opt/share\"\n", ""},
+      {{"--format=ini", app}, kApp, ""},
+      {{"--format=ini", app, ""}, "# Application settings\nmode = fast\n", ""},
+      {{"--format=ini", app, "main"}, "[main]\nname = Corvane demo\npaths = /usr/share\n    /opt/share\nname = second\n",
+       ""},
+      {{"--format=ini", app, "main", "paths"}, "paths = /usr/share\n    /opt/share\n", ""},
+  };
+  for (const Case& c : cases) {
+    Args args{"get"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    auto run = runTool(args);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, c.out) << args[1];
+    EXPECT_TRUE(has(run.err, c.errHas));
+  }
+  EXPECT_EQ(nlohmann::json::parse(runTool({"get", app, "--format=json"}).out), nlohmann::json::parse(R"({
+    "": {"mode": "fast"}, "main": {"name": "Corvane demo", "paths": "/usr/share\n /opt/share"},
+    "net-work": {"host": "example.org", "it's": "o'k"}})"));
+  auto lines = runTool({"get", app, "--format=lines"}).out;
+  EXPECT_EQ(lines.substr(0, 17), "[] mode = fast\n[m");
+  // What sh prints, the shell reads back.
+  const std::string quoted = folder.file("quoted.ini", "[s]\nq = it's \"$HOME\" `x` \\n\n");
+  const std::string script = folder.file("eval.sh", "eval \"$(\"$1\" get --format=sh \"$2\" s)\"; printf %s \"$q\"");
+  FILE* shell = ::popen(("/bin/sh " + script + " " + CORVANE_TOOL + " " + quoted).c_str(), "r");
+  ASSERT_NE(shell, nullptr);
+  char buffer[256] = {};
+  const std::size_t n = std::fread(buffer, 1, sizeof buffer - 1, shell);
+  ::pclose(shell);
+  EXPECT_EQ(std::string(buffer, n), "it's \"$HOME\" `x` \\n");
+}
+
+TEST_F(CliVerbs, MissingAndBrokenInputsExitWithTheirCodes) {
+  const std::string linkToNothing = folder.path("dangling.ini"), loop = folder.path("loop.ini");
+  ASSERT_EQ(::symlink(folder.path("nothing.ini").c_str(), linkToNothing.c_str()), 0);
+  ASSERT_EQ(::symlink(loop.c_str(), loop.c_str()), 0);
   struct Case {
     Args args;
     int exitCode;
-    std::string out, errHas;
+    std::string errHas;
   } cases[] = {
-      {{"get", app, "main", "name"}, 0, "Corvane demo\n", ""},
-      {{"get", app, "main", "paths"}, 0, "/usr/share\n /opt/share\n", ""},
-      {{"get", app, "network"}, 0, "host\nport\n", ""},
-      {{"get", app, "nowhere"}, 1, "", "no section [nowhere]"},
-      {{"get", app, "main", "missing"}, 1, "", "has no option 'missing'"},
-      {{"fmt", app}, 0,
-       "# Application settings\n\n[main]\nname=Corvane demo\npaths=/usr/share\n /opt/share\n[network]\n"
-       "host=example.org\nport=8080\n", ""},
-      {{"merge", folder.file("plain.tmpl", "[a]"), values}, 0, "[a]\nk=1\nx=2", ""},
-      {{"merge", folder.file("option.tmpl", "[a]\nk=0\n"), values}, 4, "", "option.tmpl: " + mergeRefused},
-      {{"merge", folder.file("comment.tmpl", "# note\n"), values}, 4, "", mergeRefused},
-      {{"merge", folder.path("none.tmpl"), values}, 3, "", "none.tmpl"},
-      {{"get", folder.path("absent.ini"), "main"}, 3, "", "absent.ini"},
-      // Not text in any encoding: a UTF-16 mark and an odd byte count.
-      {{"get", folder.file("broken.ini", std::string("\xFF\xFE[\0a\0]", 7)), "a"}, 3, "", "broken.ini"},
-      {{"set", app, "main", "name", "x", "--output", folder.path("no/such/dir/out.ini")}, 3, "", "out.ini"},
-      {{"set", app, "main", "name", "\xE2\x82\xAC", "--encoding", "latin1"}, 3, "", "app.ini"},  // no Latin-1 euro
-      {{"fmt", folder.path("")}, 3, "", ""},  // a folder is no file
+      {{"get", app, "nowhere"}, 1, "app.ini: no section [nowhere]"},
+      {{"get", app, "main", "missing"}, 1, "app.ini: section [main] has no option 'missing'"},
+      {{"get", app, "", "missing"}, 1, "has no option 'missing'"},
+      {{"get", folder.file("empty.ini", ""), "main"}, 1, "no section [main]"},
+      {{"get", folder.path("absent.ini"), "main"}, 3, "absent.ini: no such file"},
+      {{"get", folder.path(""), "main"}, 3, "cannot read"},  // a folder
+      {{"get", linkToNothing}, 3, "which does not exist"},
+      {{"set", linkToNothing, "a", "k", "v"}, 3, "which does not exist"},
+      {{"get", loop}, 3, "loop"},
+      // Not text: a UTF-16 mark and an odd byte count; NUL bytes.
+      {{"get", folder.file("broken.ini", std::string("\xFF\xFE[\0a\0]", 7)), "a"}, 3, "broken.ini: not text"},
+      {{"get", folder.file("binary.ini", std::string("[a]\nk=\0\x01\x02\n", 10)), "a"}, 3, "binary data"},
+      {{"set", app, "main", "name", "x", "--output", folder.path("no/such/dir/out.ini")}, 3, "out.ini"},
+      {{"set", app, "main", "name", "\xE2\x82\xAC", "--encoding", "latin1"}, 3, "app.ini: cannot write the text in"},
+      {{"set", folder.path("no/such/dir/new.ini"), "a", "k", "v"}, 3, "new.ini: cannot open its folder"},
   };
   for (const Case& c : cases) {
     auto run = runTool(c.args);
     EXPECT_EQ(run.exitCode, c.exitCode) << c.args[0] << " " << c.args[1] << " " << run.err;
-    EXPECT_EQ(run.out, c.out) << c.args[1];
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err.rfind("corvane: ", 0), 0u) << run.err;
     EXPECT_TRUE(has(run.err, c.errHas));
   }
   EXPECT_EQ(readBytes(app), kApp);
+  EXPECT_FALSE(std::filesystem::exists(folder.path("nothing.ini")));
+}
+
+TEST_F(CliVerbs, SetAddsWhatIsMissingUnlessExistingIsGiven) {
+  const std::string fresh = folder.path("fresh.ini");
+  const mode_t mask = ::umask(027);
+  auto created = runTool({"set", fresh, "a", "k", "v"});
+  ::umask(mask);
+  ASSERT_EQ(created.exitCode, 0) << created.err;
+  EXPECT_EQ(readBytes(fresh), "[a]\nk=v\n");
+  EXPECT_EQ(std::filesystem::status(fresh).permissions(), std::filesystem::perms(0640));
+  // A section alone; then an option in it; a value starting with "-".
+  ASSERT_EQ(runTool({"set", fresh, "b"}).exitCode, 0);
+  ASSERT_EQ(runTool({"set", fresh, "b", "n", "-1"}).exitCode, 0);
+  ASSERT_EQ(runTool({"set", fresh, "b", "m", "--", "--verbose"}).exitCode, 0);
+  EXPECT_EQ(readBytes(fresh), "[a]\nk=v\n[b]\nn=-1\nm=--verbose\n");
+
+  // --existing: a missing file, section or option fails, writing nothing.
+  for (const Args& args : {Args{"set", "--existing", folder.path("none.ini"), "a", "k", "v"},
+                           Args{"set", "--existing", fresh, "c", "k", "v"}, Args{"set", "--existing", fresh, "c"},
+                           Args{"set", fresh, "--existing", "a", "x", "v"},
+                           Args{"set", "--existing", fresh, "", "x", "v"}}) {
+    auto run = runTool(args);
+    EXPECT_EQ(run.exitCode, 1) << args[2] << " " << args[3];
+    EXPECT_TRUE(has(run.err, "(--existing); nothing was written"));
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder.path("none.ini")));
+  EXPECT_EQ(readBytes(fresh), "[a]\nk=v\n[b]\nn=-1\nm=--verbose\n");
+  EXPECT_EQ(runTool({"set", "--existing", fresh, "a", "k", "w"}).exitCode, 0);
+  EXPECT_EQ(runTool({"get", fresh, "a", "k"}).out, "w\n");
+}
+
+TEST_F(CliVerbs, DelOfAMissingItemIsDoneUnlessExistingIsGiven) {
+  const auto before = std::filesystem::last_write_time(app);
+  for (const Args& args : {Args{"del", app, "nowhere"}, Args{"del", app, "main", "missing"}, Args{"del", app, "", "x"}}) {
+    auto run = runTool(args);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    Args strict = args;
+    strict.insert(strict.begin() + 1, "--existing");
+    EXPECT_EQ(runTool(strict).exitCode, 1) << args[2];
+  }
+  EXPECT_EQ(std::filesystem::last_write_time(app), before);
+  EXPECT_EQ(runTool({"del", folder.path("absent.ini"), "a"}).exitCode, 3);
+  // Removing every head option, a section, an option.
+  ASSERT_EQ(runTool({"del", app, ""}).exitCode, 0);
+  ASSERT_EQ(runTool({"del", app, "main", "paths"}).exitCode, 0);
+  ASSERT_EQ(runTool({"del", app, "net-work"}).exitCode, 0);
+  EXPECT_EQ(readBytes(app), "# Application settings\n\n[main]\nname = Corvane demo\nname = second\n\n");
+}
+
+TEST_F(CliVerbs, MergeSetsEverySectionAndOptionOfTheSource) {
+  const std::string source = folder.file("source.ini", "top = 1\n[main]\nname = merged\nextra = yes\n[new]\n[more]\nk=v\n");
+  ASSERT_EQ(runTool({"merge", app, source}).exitCode, 0);
+  EXPECT_EQ(readBytes(app),
+            "# Application settings\nmode = fast\ntop = 1\n\n[main]\nname = merged\npaths = /usr/share\n    /opt/share\n"
+            "name = second\nextra = yes\n\n[net-work]\nhost=example.org\nit's=o'k\n\n[new]\n\n[more]\nk = v\n");
+  // From standard input, with or without "-"; a second merge changes nothing.
+  const std::string target = folder.file("target.ini", "[a]\nx = 1\n");
+  for (const Args& args : {Args{"merge", target, "-"}, Args{"merge", target}}) {
+    auto run = runTool(args, "[a]\nx = 2\ny = 3\n");
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(readBytes(target), "[a]\nx = 2\ny = 3\n");
+  }
+  auto strict = runTool({"merge", "--existing", target}, "[a]\nz = 1\n");
+  EXPECT_EQ(strict.exitCode, 1);
+  EXPECT_EQ(readBytes(target), "[a]\nx = 2\ny = 3\n");
+  EXPECT_EQ(runTool({"merge", target, folder.path("absent.ini")}).exitCode, 3);
+}
+
+TEST_F(CliVerbs, TemplatePutsValuesIntoTheLibrarysTemplates) {
+  const std::string values = folder.file("values.ini", "[a]\nk=1\nx=2\n[b]\ny=3\n");
+  const std::string refused = "the template holds comments, blank lines or line ends";
+  struct Case {
+    std::string templateText;
+    int exitCode;
+    std::string out, errHas;
+  } cases[] = {
+      {"[a]", 0, "[a]\nk=1\nx=2", ""},
+      {"[a]\nk=0\n", 4, "", refused},
+      {"# note\n", 4, "", refused},
+  };
+  for (const Case& c : cases) {
+    auto run = runTool({"template", folder.file("t.tmpl", c.templateText), values});
+    EXPECT_EQ(run.exitCode, c.exitCode);
+    EXPECT_EQ(run.out, c.out);
+    EXPECT_TRUE(has(run.err, c.errHas));
+  }
+  EXPECT_TRUE(has(runTool({"help", "template"}).out, "'[main]' alone"));
+}
+
+TEST_F(CliVerbs, DiffListsWhatWasAddedRemovedAndChanged) {
+  const std::string older = folder.file("old.ini", "root = 1\n[a]\nk = 1\nx = 2\n[gone]\nq = 1\n");
+  const std::string newer = folder.file("new.ini", "[a]\r\nk = 5\r\ny = 3\r\n[b]\r\nz = line\r\n  two\r\n");
+  auto run = runTool({"diff", older, newer});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.out,
+            "- [] root = 1\n~ [a] k = 1 -> 5\n- [a] x = 2\n+ [a] y = 3\n- [gone]\n+ [b]\n+ [b] z = line\\n two\n");
+  auto json = runTool({"diff", "--format=json", older, newer});
+  EXPECT_EQ(json.exitCode, 1);
+  const auto changes = nlohmann::json::parse(json.out);
+  ASSERT_EQ(changes.size(), 7u);
+  EXPECT_EQ(changes[1], nlohmann::json::parse(R"({"change": "changed", "section": "a", "option": "k",
+                                                  "old": "1", "new": "5"})"));
+  EXPECT_EQ(changes[4], nlohmann::json::parse(R"({"change": "removed", "section": "gone"})"));
+  // The same reading in another form is no difference.
+  const std::string same = folder.file("same.ini", "\xEF\xBB\xBF[a]\nk=1\nx=2\nk=9\n[gone]\nq=1\n# note\n[a]\nk=7\n");
+  auto equal = runTool({"diff", folder.file("o2.ini", "[a]\nk = 1\nx = 2\n[gone]\nq = 1\n"), same});
+  EXPECT_EQ(equal.exitCode, 0) << equal.out;
+  EXPECT_EQ(equal.out, "");
+  EXPECT_EQ(runTool({"diff", older, folder.path("absent.ini")}).exitCode, 3);
+  EXPECT_EQ(runTool({"diff", older}).exitCode, 2);
 }
 
 TEST_F(CliVerbs, DumpGivesTheElementTreeAsJson) {
@@ -71,124 +234,93 @@ TEST_F(CliVerbs, DumpGivesTheElementTreeAsJson) {
       {"type": "option", "name": "q", "value": "\"x\\y\""}]},
     {"type": "comment", "text": "# tail"}]})"));
   EXPECT_EQ(run.err, "") << "the unrecognised-text log stays quiet without --verbose";
-  auto verbose = runTool({"dump", "--verbose", path});
-  EXPECT_TRUE(has(verbose.err, "Unrecognized text sequence bad line"));
-  EXPECT_TRUE(has(verbose.err, "kinds.ini"));
+  auto verbose = runTool({"--verbose", "dump", path});
+  EXPECT_TRUE(has(verbose.err, "corvane: " + path + ": Unrecognized text sequence bad line"));
+  EXPECT_EQ(runTool({"fmt", path}).out, "# head\n\n[s]\nk=v\n more\n\n[t]\r\n\r\nq=\"x\\y\"\n# tail");
 }
 
-TEST_F(CliVerbs, SetAndDelWriteInPlaceOrElsewhere) {
-  EXPECT_EQ(runTool({"set", app, "network", "port", "9090"}).exitCode, 0);
-  EXPECT_EQ(runTool({"get", app, "network", "port"}).out, "9090\n");
-  EXPECT_EQ(runTool({"set", app, "extra", "flag", "--", "-1"}).exitCode, 0);
-  EXPECT_EQ(runTool({"get", app, "extra", "flag"}).out, "-1\n");
-  EXPECT_EQ(runTool({"del", app, "main", "paths"}).exitCode, 0);
-  EXPECT_EQ(runTool({"get", app, "main"}).out, "name\n");
-  EXPECT_EQ(runTool({"del", app, "extra"}).exitCode, 0);
-  for (const Args& args : {Args{"get", app, "extra"}, Args{"del", app, "extra"}, Args{"del", app, "main", "paths"}})
-    EXPECT_EQ(runTool(args).exitCode, 1) << args[0];
+TEST_F(CliVerbs, HelpVersionAndOptionsOnEitherSideOfTheVerb) {
+  auto version = runTool({"--version"});
+  EXPECT_EQ(version.exitCode, 0);
+  EXPECT_EQ(version.out.substr(0, version.out.find('\n')), "corvane " CORVANE_PROJECT_VERSION);
+  EXPECT_EQ(runTool({"get", "--version"}).out, version.out);
 
-  const std::string before = readBytes(app), copy = folder.path("copy.ini");
-  EXPECT_EQ(runTool({"set", "--output", copy, app, "main", "name", "other"}).exitCode, 0);
-  EXPECT_EQ(runTool({"get", copy, "main", "name"}).out, "other\n");
-  auto printed = runTool({"del", app, "network", "--output=-"});
-  EXPECT_EQ(printed.exitCode, 0);
-  EXPECT_FALSE(has(printed.out, "[network]"));
-  EXPECT_TRUE(has(printed.out, "[main]"));
-  EXPECT_EQ(readBytes(app), before) << "--output leaves the file alone";
+  auto help = runTool({"help"});
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_EQ(runTool({"--help"}).out, help.out);
+  for (std::string verb : {"get", "set", "del", "merge", "template", "diff", "fmt", "dump", "help"}) {
+    auto run = runTool({"help", verb});
+    EXPECT_EQ(run.exitCode, 0) << verb;
+    EXPECT_EQ(run.out.rfind("Usage: corvane " + verb, 0), 0u) << run.out;
+    EXPECT_TRUE(has(run.out, "Exit codes"));
+    EXPECT_EQ(runTool({verb, "--help"}).out, run.out);
+    EXPECT_TRUE(has(help.out, "\n  " + verb + " ")) << verb << ": one line per verb";
+  }
+  EXPECT_TRUE(has(help.out, "Examples:"));
+  EXPECT_TRUE(has(runTool({"set", "-h"}).out, "--reformat"));
+
+  // Global options before the verb, after it, or between operands.
+  for (const Args& args : {Args{"--format=json", "get", app, "main", "name"}, Args{"get", "--format", "json", app,
+                                                                                     "main", "name"},
+                           Args{"get", app, "main", "--format=json", "name"}}) {
+    EXPECT_EQ(runTool(args).out, "\"Corvane demo\"\n");
+  }
+  EXPECT_TRUE(has(runTool({"--verbose", "set", app, "main", "name", "Corvane demo"}).err, "app.ini: unchanged"));
 }
 
-TEST_F(CliVerbs, EncodingsAreKeptOrConverted) {
-  for (bool bigEndian : {false, true}) {
-    const std::string path = folder.file("wide.ini", utf16("[größe]\nbreite = 12\n", bigEndian));
-    EXPECT_EQ(runTool({"get", path, "größe", "breite"}).out, "12\n");
-    ASSERT_EQ(runTool({"set", path, "größe", "höhe", "5"}).exitCode, 0);
-    EXPECT_EQ(readBytes(path), utf16("[größe]\nbreite = 12\nhöhe=5\n", bigEndian));
-    ASSERT_EQ(runTool({"set", path, "größe", "breite", "7", "--reformat"}).exitCode, 0);
-    EXPECT_EQ(readBytes(path), utf16("[größe]\nbreite=7\nhöhe=5\n", bigEndian));
-  }
-  const std::string path = folder.file("bom.ini", "\xEF\xBB\xBF[a]\nk=v\n");
-  ASSERT_EQ(runTool({"set", path, "a", "k", "w"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "\xEF\xBB\xBF[a]\nk=w\n");
-  struct Case {
-    std::string value, encoding, bytes;
-  } cases[] = {{"x", "utf-16le", std::string("[\0a\0]\0\n\0k\0=\0x\0\n\0", 16)},
-               {"\xC3\xA9", "latin1", "[a]\nk=\xE9\n"},
-               {"w", "utf-16", utf16("[a]\nk=w\n")}};
-  for (const Case& c : cases) {
-    ASSERT_EQ(runTool({"set", path, "a", "k", c.value, "--encoding", c.encoding}).exitCode, 0);
-    EXPECT_EQ(readBytes(path), c.bytes) << c.encoding;
-  }
-}
-
-TEST_F(CliVerbs, RefusesToLoseTextUnlessForced) {
-  const std::string original = "; written by the installer\n[a]\nk=v\n; keep me\nx=1\n";
-  const std::string path = folder.file("semi.ini", original);
-  for (const Args& args : {Args{"set", path, "a", "k", "w"}, Args{"del", path, "a", "x"},
-                           Args{"set", path, "a", "k", "w", "--reformat"}}) {
-    auto run = runTool(args);
-    EXPECT_EQ(run.exitCode, 4);
-    for (const char* part :
-         {"semi.ini", "line 1: \"; written by the installer\"", "line 4: \"; keep me\"", "\";\" comment"})
-      EXPECT_TRUE(has(run.err, part));
-    EXPECT_EQ(readBytes(path), original) << "nothing is written";
-  }
-  // Forced, the line merge still keeps the lines the library drops; with --reformat they go.
-  ASSERT_EQ(runTool({"set", path, "a", "k", "w", "--force"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "; written by the installer\n[a]\nk=w\n; keep me\nx=1\n");
-  ASSERT_EQ(runTool({"set", path, "a", "k", "v", "--force", "--reformat"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "\n[a]\nk=v\n\nx=1\n");
-
-  std::string stray = "[a]\nk=v\n[b]\n  stray\n";
-  for (int i = 0; i < 10; ++i) stray += "o" + std::to_string(i) + "=1\n";
-  auto run = runTool({"set", folder.file("stray.ini", stray), "a", "k", "w"});
-  EXPECT_EQ(run.exitCode, 4);
-  EXPECT_TRUE(has(run.err, "would lose 11 lines"));
-  EXPECT_TRUE(has(run.err, "line 4: \"  stray\" - an indented line that continues no option: reading stopped here, "
-                           "so the 10 lines after it were not loaded"));
-  run = runTool({"del", folder.file("many.ini", "[a]\n; 1\n; 2\n; 3\n; 4\n; 5\n; 6\n; 7\nk=v\n"), "a", "k"});
-  EXPECT_EQ(run.exitCode, 4);
-  EXPECT_TRUE(has(run.err, "line 6: \"; 5\""));
-  EXPECT_FALSE(has(run.err, "line 7:")) << "only the first few lines are listed";
-  EXPECT_TRUE(has(run.err, "... and 2 more"));
+TEST_F(CliVerbs, BashCompletesVerbsSectionsAndOptions) {
+  const std::string tools = std::filesystem::path(CORVANE_TOOL).parent_path().string();
+  const std::string script = folder.file(
+      "complete.sh", "PATH=\"$1:$PATH\"; . \"$2\"; shift 2\n"
+                     "COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _corvane; printf '%s|' \"${COMPREPLY[@]}\"");
+  auto complete = [&](const std::string& words) {
+    FILE* shell = ::popen(("bash " + script + " " + tools + " " + CORVANE_COMPLETION + " " + words).c_str(), "r");
+    char buffer[512] = {};
+    const std::size_t n = shell ? std::fread(buffer, 1, sizeof buffer - 1, shell) : 0;
+    if (shell) ::pclose(shell);
+    return std::string(buffer, n);
+  };
+  EXPECT_EQ(complete("corvane d"), "del|diff|dump|");
+  EXPECT_EQ(complete("corvane --verbose set " + app + " ''"), "main|net-work|");
+  EXPECT_EQ(complete("corvane get " + app + " main p"), "paths|");
+  EXPECT_EQ(complete("corvane get --format l"), "lines|");
 }
 
 TEST_F(CliVerbs, UsageErrorsExitWithTwo) {
   const Args cases[] = {
-      {}, {"frobnicate", app}, {"get", app}, {"get", app, "a", "b", "c"}, {"fmt"}, {"set", app, "main", "name"},
-      {"get", app, "main", "--force"}, {"set", app, "main", "name", "x", "--output"},
-      {"set", app, "main", "name", "x", "--encoding", "klingon"}, {"del", app, "main", "--verbose=yes"}, {"merge", app},
+      {},
+      {"frobnicate", app},
+      {"help", "frobnicate"},
+      {"get"},
+      {"get", app, "a", "b", "c"},
+      {"fmt"},
+      {"set", app, "main", "name"},
+      {"set", app},
+      {"get", app, "main", "--force"},
+      {"get", app, "--format=yaml"},
+      {"diff", app, app, "--format=sh"},
+      {"set", app, "main", "name", "x", "--output"},
+      {"set", app, "main", "name", "x", "--encoding", "klingon"},
+      {"del", app, "main", "--verbose=yes"},
+      {"template", app},
+      {"--reformat", "set", app, "", "mode", "slow"},
   };
   for (const auto& args : cases) {
     auto run = runTool(args);
     EXPECT_EQ(run.exitCode, 2) << (args.empty() ? "(none)" : args[0]) << " " << run.err;
-    EXPECT_TRUE(has(run.err, "corvane"));
+    EXPECT_EQ(run.err.rfind("corvane: ", 0), 0u) << run.err;
   }
   // Names and values the library could not read back.
   const std::string path = folder.file("a.ini", "[a]\nk=v\n");
-  const Args unreadable[] = {{"a", "k", "one\ntwo"}, {"a", "k=x", "1"}, {"a\nb", "k", "1"}, {"a", "", "1"},
-                             {"", "k", "1"},         {"a", "k\n", "1"}, {" a", "k", "1"}};
+  const Args unreadable[] = {{"a", "k", "one\n\ntwo"}, {"a", "k=x", "1"}, {"a\nb", "k", "1"}, {"a", "", "1"},
+                             {"a", "k\nx", "1"},       {" a", "k", "1"},  {"a", "#k", "1"},  {"", "k", "1\n2"}};
   for (const Args& c : unreadable) {
     auto run = runTool({"set", path, c[0], c[1], c[2]});
     EXPECT_EQ(run.exitCode, 2) << c[0] << "/" << c[1] << "/" << c[2];
-    EXPECT_TRUE(has(run.err, "cannot set"));
+    EXPECT_TRUE(has(run.err, "corvane: " + path + ": cannot")) << run.err;
   }
   EXPECT_EQ(readBytes(app), kApp);
   EXPECT_EQ(readBytes(path), "[a]\nk=v\n");
-  ASSERT_EQ(runTool({"set", path, "a", "k", "one\n two"}).exitCode, 0) << "a continuation line is fine";
-  EXPECT_EQ(runTool({"get", path, "a", "k"}).out, "one\n two\n");
-}
-
-TEST_F(CliVerbs, EveryVerbHasHelp) {
-  for (std::string verb : {"get", "set", "del", "fmt", "dump", "merge"}) {
-    auto run = runTool({verb, "--help"});
-    EXPECT_EQ(run.exitCode, 0) << verb;
-    EXPECT_EQ(run.out.rfind("Usage: corvane " + verb, 0), 0u) << run.out;
-    EXPECT_TRUE(has(run.out, "Exit codes"));
-  }
-  auto run = runTool({"--help"});
-  EXPECT_EQ(run.exitCode, 0);
-  EXPECT_TRUE(has(run.out, "merge TEMPLATE FILE"));
-  EXPECT_TRUE(has(runTool({"set", "-h"}).out, "--reformat"));
 }
 
 }  // namespace

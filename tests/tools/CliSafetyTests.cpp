@@ -1,0 +1,166 @@
+// Editing under concurrency, special files, read-only files, text that was
+// not read, repeated sections and bad input.
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <thread>
+
+#include "CliTestSupport.h"
+
+using namespace clitest;
+using Args = std::vector<std::string>;
+
+namespace {
+
+class CliSafety : public ::testing::Test {
+ protected:
+  TempFolder folder;
+};
+
+TEST_F(CliSafety, ParallelEditsOfOneFileAllLand) {
+  const std::string path = folder.file("shared.ini", "[s]\n");
+  std::vector<Started> runs;
+  for (int i = 0; i < 40; ++i) runs.push_back(startTool({"set", path, "s", "key" + std::to_string(i), "v"}, false));
+  for (Started& started : runs) EXPECT_EQ(finish(started).exitCode, 0);
+  auto names = runTool({"get", path, "s"}).out;
+  EXPECT_EQ(std::count(names.begin(), names.end(), '\n'), 40) << names;
+  for (int i = 0; i < 40; ++i) EXPECT_TRUE(has(names, "key" + std::to_string(i) + "\n"));
+}
+
+// Whether process `pid` waits in read() on its standard input.
+bool readingStandardInput(pid_t pid) {
+  std::string call = readBytes("/proc/" + std::to_string(pid) + "/syscall");
+  return call.rfind("0 0x0 ", 0) == 0;
+}
+
+TEST_F(CliSafety, AFileChangedWhileBeingEditedIsLeftAlone) {
+  // merge reads FILE under the lock, then its source from standard input:
+  // while it waits there, the folder is locked and FILE is changed by a
+  // program that does not lock. The merge then writes nothing.
+  for (bool replace : {false, true}) {
+    SCOPED_TRACE(replace ? "replaced" : "appended to");
+    const std::string path = folder.file("edited.ini", "[a]\nk = 1\n");
+    Started merge = startTool({"merge", path, "-"});
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!readingStandardInput(merge.pid) && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    ASSERT_TRUE(readingStandardInput(merge.pid));
+    const int dir = ::open(folder.path("").c_str(), O_RDONLY | O_DIRECTORY);
+    EXPECT_NE(::flock(dir, LOCK_EX | LOCK_NB), 0) << "the folder is locked while the file is edited";
+    ::close(dir);
+    if (replace) {
+      folder.file("other.ini", "[a]\nk = 2\n");
+      ASSERT_EQ(::rename(folder.path("other.ini").c_str(), path.c_str()), 0);
+    } else {
+      std::ofstream(path, std::ios::app) << "x = 1\n";
+    }
+    const std::string changed = readBytes(path);
+    const std::string source = "[a]\nk = 3\n";
+    ASSERT_EQ(::write(merge.input, source.data(), source.size()), static_cast<ssize_t>(source.size()));
+    auto run = finish(merge);
+    EXPECT_EQ(run.exitCode, 3);
+    EXPECT_TRUE(has(run.err, "edited.ini: changed while editing"));
+    EXPECT_EQ(readBytes(path), changed);
+  }
+}
+
+TEST_F(CliSafety, DevicesPipesAndStandardOutputAreWrittenThrough) {
+  const std::string path = folder.file("a.ini", "[a]\nk = v\n");
+  auto toNull = runTool({"set", path, "a", "k", "w", "--output", "/dev/null"});
+  EXPECT_EQ(toNull.exitCode, 0) << toNull.err;
+  struct stat null {};
+  ASSERT_EQ(::stat("/dev/null", &null), 0);
+  EXPECT_TRUE(S_ISCHR(null.st_mode));
+  auto toStdout = runTool({"set", path, "a", "k", "w", "--output", "/dev/stdout"});
+  EXPECT_EQ(toStdout.out, "[a]\nk = w\n");
+  auto full = runTool({"set", path, "a", "k", "w", "--output", "/dev/full"});
+  EXPECT_EQ(full.exitCode, 3);
+  EXPECT_TRUE(has(full.err, "/dev/full: cannot write: No space left on device"));
+
+  const std::string fifo = folder.path("pipe");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::string received;
+  std::thread reader([&] { received = readBytes(fifo); });
+  auto toFifo = runTool({"del", path, "a", "k", "--output", fifo});
+  reader.join();
+  EXPECT_EQ(toFifo.exitCode, 0);
+  EXPECT_EQ(received, "[a]\n");
+  struct stat pipe {};
+  ASSERT_EQ(::stat(fifo.c_str(), &pipe), 0);
+  EXPECT_TRUE(S_ISFIFO(pipe.st_mode));
+  EXPECT_EQ(readBytes(path), "[a]\nk = v\n");
+  // A device is no file to edit in place.
+  EXPECT_EQ(runTool({"set", "/dev/null", "a", "k", "v"}).exitCode, 3);
+}
+
+TEST_F(CliSafety, ReadOnlyFilesNeedForceEvenForRoot) {
+  const std::string path = folder.file("locked.ini", "[a]\nk = v\n"), out = folder.file("out.ini", "");
+  ASSERT_EQ(::chmod(path.c_str(), 0444), 0);
+  ASSERT_EQ(::chmod(out.c_str(), 0444), 0);
+  for (const Args& args : {Args{"set", path, "a", "k", "w"}, Args{"del", path, "a"}, Args{"merge", path},
+                           Args{"set", path, "a", "k", "w", "--output", out}}) {
+    auto run = runTool(args, "[a]\nk = x\n");
+    EXPECT_EQ(run.exitCode, 3) << args[0];
+    EXPECT_TRUE(has(run.err, "read-only"));
+  }
+  EXPECT_EQ(readBytes(path), "[a]\nk = v\n");
+  EXPECT_EQ(readBytes(out), "");
+  ASSERT_EQ(runTool({"set", "--force", path, "a", "k", "w"}).exitCode, 0);
+  EXPECT_EQ(readBytes(path), "[a]\nk = w\n");
+  EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0444));
+}
+
+TEST_F(CliSafety, EveryVerbWarnsWhereReadingStopped) {
+  const std::string original = "top=1\n[a]\nk=v\n\n  stray\n[b]\nx=1\n";
+  const std::string path = folder.file("stopped.ini", original);
+  const std::string warning = "stopped.ini: reading stopped at line 5 (\"  stray\"";
+  struct Case {
+    Args args;
+    int exitCode;
+  } cases[] = {
+      {{"get", path}, 0},           {{"get", path, "a", "k"}, 0}, {{"get", path, "b"}, 4},
+      {{"get", path, "a", "x"}, 4}, {{"del", path, "b"}, 4},      {{"del", path, "a", "x"}, 4},
+      {{"fmt", path}, 0},           {{"dump", path}, 0},          {{"diff", path, path}, 0},
+      {{"merge", path}, 4},         {{"set", path, "", "top", "2"}, 0},
+  };
+  for (const Case& c : cases) {
+    auto run = runTool(c.args, "[b]\nx=2\n");
+    EXPECT_EQ(run.exitCode, c.exitCode) << c.args[0] << " " << c.args.back() << run.err;
+    EXPECT_TRUE(has(run.err, warning));
+  }
+  EXPECT_EQ(readBytes(path), "top=2\n[a]\nk=v\n\n  stray\n[b]\nx=1\n");
+  // Stopped before the first section: the head may go on after the stop.
+  const std::string head = folder.file("head.ini", "a=1\n  stray\nb=2\n[s]\n");
+  EXPECT_EQ(runTool({"get", head, "", "a"}).out, "1\n");
+  for (const Args& args : {Args{"get", head, "", "b"}, Args{"set", head, "", "b", "3"}, Args{"del", head, "", "b"}})
+    EXPECT_EQ(runTool(args).exitCode, 4) << args[0];
+}
+
+TEST_F(CliSafety, RepeatedSectionsUseTheFirstAndSaySo) {
+  const std::string path = folder.file("twice.ini", "[a]\nk=1\n[b]\n[a]\nk=2\n[a]\nk=3\n");
+  for (const Args& args : {Args{"get", path, "a", "k"}, Args{"set", path, "a", "k", "5"}, Args{"get", path}}) {
+    auto run = runTool(args);
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_TRUE(has(run.err, "twice.ini: section [a] is repeated at lines 4, 6; the first, at line 1, is the one used"))
+        << args[0];
+  }
+  EXPECT_EQ(readBytes(path), "[a]\nk=5\n[b]\n[a]\nk=2\n[a]\nk=3\n");
+  EXPECT_EQ(runTool({"get", path, "b"}).err, "");
+}
+
+TEST_F(CliSafety, LongLinesAreReadOrRefusedWhole) {
+  // A 50 MB value is read and kept; a 50 MB line the reader cannot match
+  // is refused with a message, and the file stays as it was.
+  const std::string longValue(50 << 20, 'x');
+  const std::string path = folder.file("long.ini", "[a]\nk=" + longValue + "\nj=1\n");
+  ASSERT_EQ(runTool({"set", path, "a", "j", "2"}).exitCode, 0);
+  EXPECT_EQ(readBytes(path), "[a]\nk=" + longValue + "\nj=2\n");
+  const std::string unreadable = folder.file("unreadable.ini", "[a]\n" + longValue + "\nj=1\n");
+  auto run = runTool({"set", unreadable, "a", "j", "2"});
+  EXPECT_EQ(run.exitCode, 3);
+  EXPECT_TRUE(has(run.err, "unreadable.ini: the library cannot load the text"));
+  EXPECT_EQ(readBytes(unreadable).size(), longValue.size() + 9);
+}
+
+}  // namespace
