@@ -12,17 +12,9 @@ std::string tokenAt(YRule& rule, const char16_t* text, int position) {
   return token ? dump(*token) : "none";
 }
 
-std::shared_ptr<YRegularExpressionRule> groupRule(const char16_t* pattern,
-                                                  std::initializer_list<std::pair<YString, const char16_t*>> map) {
-  auto classes = YDictionary<YTokenClass>::dictionary();
-  for (const auto& [group, name] : map) classes->setObjectForKey(YTokenClass::tokenClass(YString(name)), group);
-  return YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      YString(pattern), 0, YTokenClass::tokenClass(YString(u"t")), classes);
-}
-
 TEST(RegularExpressionRule, SubtokensCountFromTokenStart) {
-  auto rule = groupRule(u"ab(?<x>c+)(?<y>d?)(?<z>e)?(?<w>f)", {{YString(u"x"), u"X"}, {YString(u"y"), u"Y"},
-                                                              {YString(u"z"), u"Z"}, {YString(u"absent"), u"A"}});
+  auto rule = groupRule(u"ab(?<x>c+)(?<y>d?)(?<z>e)?(?<w>f)",
+                        {{u"x", u"X"}, {u"y", u"Y"}, {u"z", u"Z"}, {u"absent", u"A"}});
   // A group at p+2 reports 2; an empty group reports length 0; a group that
   // took no part, an unmapped group and a map entry without a group yield nothing.
   EXPECT_EQ(tokenAt(*rule, u"....abccf", 4), "t@4+5[X@2+2 Y@4+0]");
@@ -30,7 +22,7 @@ TEST(RegularExpressionRule, SubtokensCountFromTokenStart) {
 }
 
 TEST(RegularExpressionRule, SubtokensFollowPatternOrderNotMapOrder) {
-  auto rule = groupRule(u"(?<b>x)(?<a>y)", {{YString(u"a"), u"A"}, {YString(u"b"), u"B"}});
+  auto rule = groupRule(u"(?<b>x)(?<a>y)", {{u"a", u"A"}, {u"b", u"B"}});
   EXPECT_EQ(tokenAt(*rule, u"xy", 0), "t@0+2[B@0+1 A@1+1]");
 }
 
@@ -70,6 +62,9 @@ TEST(RegularExpressionRule, AnchorsAndDot) {
       {u".", 0, u"\U0001F600", 0, "t@0+1"},        // code units by default
       {u".", YRegularExpressionUnicode, u"\U0001F600", 0, "t@0+2"},
       {u".", YRegularExpressionUnicode, u"\xD800", 0, "none"},  // a lone surrogate never matches
+      {u"\\w+", YRegularExpressionUnicode, u"d\u00e9j\u00e0 vu", 0, "t@0+4"},  // Unicode properties
+      {u"\\w+", 0, u"d\u00e9j\u00e0 vu", 0, "t@0+1"},                         // ASCII ones
+      {u"[[:alpha:]]+", YRegularExpressionUnicode, u"\u00c9t\u00e9", 0, "t@0+3"},
   };
   for (const auto& c : cases) {
     auto rule = regexRule(c.pattern, u"t", c.options);

@@ -29,6 +29,81 @@ TEST(RuleBasedScanner, ProgressesPastEmptyMatchesAndUnmatchedText) {
   for (auto& c : cases) EXPECT_EQ(scanAll(YString(c.text), ruleList(c.rules)), c.tokens) << YString(c.text);
 }
 
+// The scanner skips a rule by its first code unit and by code units every
+// match must hold; neither filter may skip a rule that matches.
+TEST(RuleBasedScanner, FiltersKeepEveryCaseAMatchMayTake) {
+  constexpr unsigned caseless = YRegularExpressionCaseInsensitive;
+  constexpr unsigned unicode = YRegularExpressionCaseInsensitive | YRegularExpressionUnicode;
+  struct {
+    std::shared_ptr<YRule> rule;
+    const char16_t* text;
+    const char* tokens;
+  } cases[] = {
+      {regexRule(u"abc", u"t", caseless), u"ABC.abc", "t@0+3 unmatched@3+1 t@4+3"},  // first letter
+      {regexRule(u"x.*b", u"t", caseless), u"X=B", "t@0+3"},  // a letter every match holds
+      {regexRule(u"(?i)x.*b", u"t"), u"X=B", "t@0+3"},
+      {regexRule(u"a+k", u"t", unicode), u"a\u212A", "t@0+2"},  // KELVIN SIGN folds to k
+      {regexRule(u"k", u"t", unicode), u"\u212A", "t@0+1"},
+      {regexRule(u"s+", u"t", unicode), u"\u017Fs", "t@0+2"},  // LATIN SMALL LETTER LONG S folds to s
+      {regexRule(u"\u00e9t\u00e9", u"t", unicode), u"\u00c9T\u00c9", "t@0+3"},
+      {YEndOfLineRule::ruleWithOpenSequenceTokenClass(YString(u"//"), YTokenClass::tokenClass(YString(u"t"))),
+       u"x// c\n", "unmatched@0+1 t@1+4 unmatched@5+1"},
+  };
+  for (auto& c : cases) EXPECT_EQ(scanAll(YString(c.text), ruleList({c.rule})), c.tokens) << YString(c.text);
+}
+
+// A host's own rule may return any token; the scanner takes only one that
+// begins at the position, covers text and ends within it, and otherwise
+// goes on with the next rule.
+TEST(RuleBasedScanner, HostRuleTokensMustBeginHereAndCoverText) {
+  struct FixedRule : YRule {
+    std::int32_t offset, length;
+    FixedRule(std::int32_t o, std::int32_t l) : YRule(YTokenClass::tokenClass(YString(u"host"))), offset(o), length(l) {}
+    std::shared_ptr<YToken> tokenAtPosition(std::u16string_view, std::int32_t position) override {
+      return std::make_shared<YToken>(tokenClass(), position + offset, length);
+    }
+  };
+  struct {
+    std::int32_t offset, length;
+    const char* tokens;
+  } cases[] = {
+      {0, 1, "host@0+1 host@1+1"},
+      {0, 0, "dot@0+1 dot@1+1"},  // empty
+      {1, 1, "dot@0+1 dot@1+1"},  // elsewhere
+      {0, 3, "dot@0+1 dot@1+1"},  // past the end
+  };
+  for (const auto& c : cases) {
+    auto rules = ruleList({std::make_shared<FixedRule>(c.offset, c.length), regexRule(u".", u"dot")});
+    EXPECT_EQ(scanAll(YString(u"ab"), rules, 3), c.tokens) << c.offset << "+" << c.length;
+  }
+}
+
+// A host may move the stream back; nothing found ahead of the old position
+// (a token kept from an unmatched run, a search for required code units)
+// may be used at the new one.
+TEST(RuleBasedScanner, MovingTheStreamBackScansAgain) {
+  struct {
+    std::shared_ptr<YRule> rule;
+    const char16_t* text;
+    int tokensBeforeMove;
+  } cases[] = {
+      {regexRule(u"b", u"b"), u"aab", 1},    // "b" kept while "aa" was measured
+      {regexRule(u"xb", u"xb"), u"xbxx", 2},  // no "b" after position 2
+  };
+  for (const auto& c : cases) {
+    auto rules = ruleList({c.rule});
+    auto scanner = scannerFor(YString(c.text), rules);
+    for (int i = 0; i < c.tokensBeforeMove; ++i) ASSERT_NE(scanner->nextToken(), nullptr);
+    scanner->stream()->setPosition(0);
+    std::string again;
+    while (auto token = scanner->nextToken()) {
+      if (!again.empty()) again += ' ';
+      again += dump(*token);
+    }
+    EXPECT_EQ(again, scanAll(YString(c.text), rules)) << YString(c.text);
+  }
+}
+
 TEST(RuleBasedScanner, EmptyAndNullTextsYieldNothing) {
   for (const YString& text : {YString(), YString(u"")}) {
     auto scanner = scannerFor(text, ruleList({regexRule(u".*", u"dot")}));
@@ -77,10 +152,8 @@ struct PairRule : YRule {
 
 TEST(RuleBasedScanner, TokensAndMatchesDescribeTheSameTokens) {
   const YString text(u"aa[x]\ncc");
-  IniRules ini;
-  std::vector<std::shared_ptr<YRule>> list{std::make_shared<PairRule>()};
-  for (const auto& rule : *ini.rules) list.push_back(rule);
-  auto rules = ruleList(list);
+  auto rules = ruleList({std::make_shared<PairRule>(), groupRule(u"\\[(?<name>.+)\\]", {{u"name", u"key"}}, u"section"),
+                         regexRule(u"\n", u"newline")});
   // nextMatch() and nextToken() alternate on one scanner; the other scanner
   // makes token objects only.
   auto mixed = scannerFor(text, rules);
@@ -91,17 +164,21 @@ TEST(RuleBasedScanner, TokensAndMatchesDescribeTheSameTokens) {
     if (useMatch) {
       if (!mixed->nextMatch(match)) break;
       token = YToken::tokenWithMatch(match);
+      EXPECT_EQ(match.subtokens.size(), token->subtokens()->count());  // nothing left from the last match
     } else if (!(token = mixed->nextToken())) {
       break;
     }
-    viaBoth += (viaBoth.empty() ? "" : " ") + dump(*token);
+    if (!viaBoth.empty()) viaBoth += ' ';
+    viaBoth += dump(*token);
   }
   EXPECT_EQ(viaBoth, scanAll(text, rules));
   EXPECT_EQ(viaBoth, "pair@0+2[part@1+1] section@2+3[key@1+1] newline@5+1 pair@6+2[part@1+1]");
   EXPECT_FALSE(mixed->nextMatch(match));
 }
 
-TEST(StringBuffer, SharesImmutableTextAndSnapshotsMutableText) {
+// Buffers and tokens share immutable input and snapshot mutable input, so a
+// caller's later change cannot reach a scanner or a token.
+TEST(Snapshots, BuffersAndTokensShareImmutableInputAndCopyMutableInput) {
   YString text(u"k=v");
   EXPECT_EQ(YStringBuffer::bufferFromString(text)->characters().data(), text.characters());
 
@@ -109,6 +186,17 @@ TEST(StringBuffer, SharesImmutableTextAndSnapshotsMutableText) {
   auto buffer = YStringBuffer::bufferFromString(mutableText);
   mutableText.appendString(YString(u"cd"));
   EXPECT_EQ(buffer->characters(), u"ab");
+  EXPECT_EQ(buffer->string().u16string(), u"ab");
+
+  auto cls = YTokenClass::tokenClass();
+  auto fixed = YArray<YToken>::arrayWithObjects({std::make_shared<YToken>(cls, 0, 1)});
+  EXPECT_EQ(YToken(cls, 0, 2, fixed).subtokens(), fixed);
+  auto growing = YArray<YToken>::mutableArrayWithObjects({std::make_shared<YToken>(cls, 0, 1)});
+  YToken token(cls, 0, 2, growing);
+  growing->addObject(std::make_shared<YToken>(cls, 1, 1));
+  EXPECT_EQ(token.subtokens()->count(), 1u);
+  EXPECT_THROW(YToken(cls, 0, -1), YInvalidArgumentException);
+  EXPECT_THROW(YToken(cls, -1, 1), YInvalidArgumentException);
 
   auto null = YStringBuffer::bufferFromString(YString());
   EXPECT_TRUE(null->string().isNull());
