@@ -19,12 +19,16 @@ inline std::string makeIniCorpus(std::size_t targetBytes, std::uint32_t seed = 2
   text.reserve(targetBytes + 4096);
   text += "# generated configuration\n\n";
   for (std::size_t section = 0; text.size() < targetBytes; ++section) {
-    text += "[" + word() + "_" + std::to_string(section) + "]\n";
+    // Appended piece by piece: GCC 12 at -O3 misreads a string literal
+    // prepended to a temporary string as an overlapping copy (-Wrestrict).
+    text += '[';
+    text += word() + "_" + std::to_string(section) + "]\n";
     std::uint32_t options = 8 + next(13);
     for (std::uint32_t i = 0; i < options; ++i) {
       switch (next(10)) {
         case 0:
-          text += "# " + word() + " " + word() + " " + word() + "\n";
+          text += "# ";
+          text += word() + " " + word() + " " + word() + "\n";
           break;
         case 1:
           text += "\n";
@@ -34,7 +38,10 @@ inline std::string makeIniCorpus(std::size_t targetBytes, std::uint32_t seed = 2
       }
       text += word() + "_" + std::to_string(i) + (next(3) == 0 ? " = " : "=") + word() + "/" + word() + "/" +
               std::to_string(next(100000)) + "\n";
-      if (next(12) == 0) text += "    " + word() + " " + word() + "\n";
+      if (next(12) == 0) {
+        text += "    ";
+        text += word() + " " + word() + "\n";
+      }
     }
     text += "\n";
   }

@@ -115,7 +115,8 @@ std::string normalise(const std::string& input) {
       afterOption = false;
       out += '\n';
     } else if (line[0] == ' ' && afterOption) {
-      out += " " + trim(line) + "\n";
+      out += ' ';
+      out += trim(line) + "\n";
     } else if (isOptionLine(line)) {
       std::size_t eq = line.find('=');
       out += trim(line.substr(0, eq)) + "=" + trim(line.substr(eq + 1)) + "\n";

@@ -1,6 +1,7 @@
 // Round trip through Corvane: load the file, set one option's value, write
 // the whole text back. With "-" as the value nothing is edited (the
-// reference for the output check).
+// reference for the output check); with "load" as a sixth argument the file
+// is only loaded.
 #include <cstdio>
 #include <cstring>
 
@@ -8,12 +9,13 @@
 #include "YIniStandardElementFactory.h"
 
 int main(int argc, char** argv) {
-  if (argc != 6) {
-    std::fprintf(stderr, "usage: %s input output section key value|-\n", argv[0]);
+  if (argc != 6 && argc != 7) {
+    std::fprintf(stderr, "usage: %s input output section key value|- [load]\n", argv[0]);
     return 2;
   }
   auto document = YIniDocument::documentWithContentsOfFileFactory(YString::fromUTF8(argv[1]),
                                                                   YIniStandardElementFactory::standardFactory());
+  if (argc == 7) return document->elements()->count() > 0 ? 0 : 1;
   if (std::strcmp(argv[5], "-") != 0) {
     auto section = document->sectionForName(YString::fromUTF8(argv[3]));
     if (!section) {

@@ -1,10 +1,11 @@
-// Round trip through GLib's GKeyFile, keeping comments and blank lines.
+// Round trip through GLib's GKeyFile, keeping comments and blank lines; with
+// "load" as a sixth argument the file is only loaded.
 #include <glib.h>
 
 #include <cstdio>
 
 int main(int argc, char** argv) {
-  if (argc != 6) {
+  if (argc != 6 && argc != 7) {
     std::fprintf(stderr, "usage: %s input output section key value\n", argv[0]);
     return 2;
   }
@@ -13,6 +14,10 @@ int main(int argc, char** argv) {
   if (!g_key_file_load_from_file(file, argv[1], G_KEY_FILE_KEEP_COMMENTS, &error)) {
     std::fprintf(stderr, "%s\n", error->message);
     return 1;
+  }
+  if (argc == 7) {
+    g_key_file_free(file);
+    return 0;
   }
   g_key_file_set_value(file, argv[3], argv[4], argv[5]);
   gsize length = 0;
