@@ -331,15 +331,26 @@ bool YIniCompositeElement::nobodyHearsUnchanged(const YIniElement& child) noexce
   const Observation r = child.observationAtIndex(0);
   if (r.options != YKeyValueObservingOptionNew || r.context || !YKeysEqual(r.key, YModifiedKey)) return false;
   const auto* parent = YCast<YIniCompositeElement>(r.observer);
-  if (!parent || !parent->isLibraryClass() || parent->_bits.ignoreChanges || parent->_walkChildren ||
-      !parent->cacheIsCurrent())
+  if (!parent || !parent->isLibraryClass() || parent->_bits.ignoreChanges || !parent->answersWithoutAsking() ||
+      child.mayChangeUnannounced())
     return false;
   // The parent's kept state of this child stays right: it was filed under
   // what it is, and that does not change.
-  const ModifiedCache& cache = *parent->_cache;
-  if (cache.unannounced.count(&child) || child.mayChangeUnannounced()) return false;
-  if (cache.modifiedKnown && cache.modified.count(&child) != (child.isModified() ? 1u : 0u)) return false;
+  if (parent->cacheIsCurrent()) {
+    const ModifiedCache& cache = *parent->_cache;
+    if (cache.unannounced.count(&child)) return false;
+    if (cache.modifiedKnown && cache.modified.count(&child) != (child.isModified() ? 1u : 0u)) return false;
+  }
   return parent->hasModifiedElements() == parent->_bits.modified && parent->announcesOnlyToComposites();
+}
+
+bool YIniCompositeElement::answersWithoutAsking() const noexcept {
+  // Lists of different lengths make the composite modified whatever its
+  // children are (a loaded, uncommitted document's sections); otherwise the
+  // kept state must be current and ask no child that may change unannounced.
+  if (_walkChildren) return false;
+  if (_elements->count() != _initialElements->count()) return true;
+  return cacheIsCurrent() && _cache->unannounced.empty();
 }
 
 bool YIniCompositeElement::isLibraryClass() const noexcept {
@@ -365,8 +376,8 @@ bool YIniCompositeElement::announcesOnlyToComposites() const noexcept {
     // The parent must answer from what it kept, not from asking again, find
     // its own flag as it stands, and be as silent in turn: then nothing
     // anywhere up the tree would have been told anything.
-    if (parent->_walkChildren || !parent->cacheIsCurrent() || !parent->_cache->unannounced.empty() ||
-        parent->hasModifiedElements() != parent->_bits.modified || !parent->announcesOnlyToComposites())
+    if (!parent->answersWithoutAsking() || parent->hasModifiedElements() != parent->_bits.modified ||
+        !parent->announcesOnlyToComposites())
       return false;
   }
   return true;

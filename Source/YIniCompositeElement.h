@@ -147,6 +147,7 @@ class YIniCompositeElement : public YIniElement {
   void settleQuietly();
 
   struct ModifiedCache;
+  bool answersWithoutAsking() const noexcept;
   bool cacheIsCurrent() const noexcept;
   void rebuildCache() const;
   void forgetCache() const;
