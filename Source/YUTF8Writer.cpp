@@ -17,6 +17,19 @@ void YUTF8Writer::seek(std::int64_t position) {
 
 void YUTF8Writer::append(std::u16string_view units) {
   if (units.empty()) return;
+  if (!_high) {
+    // ASCII, nearly all of an INI file: copied in one pass. The rest, from
+    // the first other unit on, takes the general path below.
+    const std::size_t start = _bytes.size();
+    _bytes.resize(start + units.size());
+    char* out = _bytes.data() + start;
+    std::size_t i = 0;
+    for (; i < units.size() && units[i] < 0x80; ++i) out[i] = static_cast<char>(units[i]);
+    _units += i;
+    if (i == units.size()) return;
+    _bytes.resize(start + i);
+    units.remove_prefix(i);
+  }
   // A pair split between two pieces is joined; a surrogate without its pair
   // is noted (and encoded as U+FFFD, though finish() then fails).
   if (_high) {
