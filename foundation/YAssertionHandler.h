@@ -41,7 +41,10 @@ void YReportParameterFailure(const char* method, const YObject* object, const ch
 //
 // YParameterFailed(cond, "text") is true when `cond` is false and the handler
 // returned; the caller then bails out:  if (YParameterFailed(x, "x != nil")) return;
-// The C variants are for free functions; the AtLine variants report a fixed line.
+// The C variants are for free functions. The AtLine variants report a fixed
+// line instead of __LINE__, for checks whose reported place must not move
+// with the file's layout; pass a named constant defined beside YUnitName:
+//   static constexpr int YTextWriterCheckLine = 75;  // "textWriter != nil"
 #define YParameterFailedAtLine(condition, conditionText, line) \
   (!(condition) && (YReportParameterFailure(__func__, this, YUnitName, line, conditionText), true))
 #define YParameterFailed(condition, conditionText) YParameterFailedAtLine(condition, conditionText, __LINE__)
