@@ -1,4 +1,5 @@
-// A comment line, a blank line, or any text kept as it was read.
+/// \file YIniComment.h
+/// A comment line, a blank line, or any text kept as it was read.
 #pragma once
 
 #include <memory>
