@@ -1,4 +1,11 @@
-// Small operations on strings and element lists, shared by the library and its hosts.
+/// \file NSString+Extensions.h
+/// The QuenbyExtensions group: small operations on strings and element
+/// lists, shared by the library and its hosts.
+///
+/// Declared as free functions taking the string or the list as their first
+/// operand (YString and YArray cannot be reopened) in this header, and
+/// defined in NSString+Extensions.cpp; arrayWithObjectsOfClass, a template,
+/// is defined here.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,5 @@
-// A comment line, a blank line, or any text kept as it was read.
+/// \file YIniComment.h
+/// A comment line, a blank line, or any text kept as it was read.
 #pragma once
 
 #include <memory>
@@ -24,6 +25,7 @@ class YIniComment : public YIniElement {
   /// The text at creation or at the last commit.
   const YString& initialString() const noexcept { return _initialString; }
 
+  /// Whether the text differs from the initial text (null-aware, code unit for code unit).
   bool isModified() const override;
   /// True while the current text (or name, or value) is a mutable string.
   bool mayChangeUnannounced() const noexcept override;

@@ -1,4 +1,5 @@
-// The base of elements that hold other elements: sections and the document.
+/// \file YIniCompositeElement.h
+/// The base of elements that hold other elements: sections and the document.
 #pragma once
 
 #include <cstddef>
@@ -36,7 +37,7 @@ extern const YString& YElementsKey;
 /// assertion handler (unit "YIniCompositeElement").
 class YIniCompositeElement : public YIniElement {
  public:
-  using ElementList = YArray<YIniElement>;
+  using ElementList = YArray<YIniElement>;  ///< a list of children, any kind of element
 
   /// An empty composite, not modified, observing its own "elements".
   YIniCompositeElement();

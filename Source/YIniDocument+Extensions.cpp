@@ -16,6 +16,11 @@
 #include "YTextWritable.h"
 
 static constexpr const char YUnitName[] = "YIniDocument+Extensions";
+// The lines this unit's preconditions report beside YUnitName. A host's
+// assertion handler may tell failures apart by unit and line, so they are
+// fixed numbers, independent of where the checks stand in this file.
+static constexpr int YFilePathCheckLine = 146;  // "filePath != nil"
+static constexpr int YActiveSectionCheckLine = 229;  // "activeSectionName != nil"
 
 // ---- loading ----------------------------------------------------------------
 
@@ -155,7 +160,8 @@ YString YIniDocument::stringValueMergedWith(const YString& templateString) {
       std::shared_ptr<YIniSection> ownSection = sectionForName(activeSectionName);
       pendingNames = ownSection ? ownSection->optionNames() : std::vector<YString>{};
     } else if (auto option = YCast<YIniOption>(element)) {
-      if (YParameterFailedAtLine(!activeSectionName.isNull(), "activeSectionName != nil", 229)) return {};
+      if (YParameterFailedAtLine(!activeSectionName.isNull(), "activeSectionName != nil", YActiveSectionCheckLine))
+        return {};
       YTextWritable::writeToWriter(pendingQueue, writer);
       std::shared_ptr<YIniOption> optionToWrite = option;
       std::shared_ptr<YIniSection> ownSection = sectionForName(activeSectionName);
@@ -180,7 +186,7 @@ YString YIniDocument::stringValueMergedWith(const YString& templateString) {
 
 bool YIniDocument::writeToFileAtomicallyEncodingError(const YString& filePath, bool atomically,
                                                       YStringEncoding encoding, std::shared_ptr<YError>* error) {
-  if (YParameterFailedAtLine(!filePath.isNull(), "filePath != nil", 146)) return false;
+  if (YParameterFailedAtLine(!filePath.isNull(), "filePath != nil", YFilePathCheckLine)) return false;
   // The library's own document writes UTF-8 straight into the bytes it
   // saves, the same text stringValue() gives, without holding it as UTF-16.
   if (encoding == YUTF8StringEncoding && typeid(*this) == typeid(YIniDocument)) {

@@ -1,8 +1,9 @@
-// The preserving save of YIniDocument: its operations are declared in
-// YIniDocument.h, as the loading and saving group's are; the text itself is
-// made by YIniPreservingWriter from the YIniSourceRecord that loading kept.
+// The preserving save of YIniDocument (see YIniDocument+Preserving.h): the
+// text itself is made by YIniPreservingWriter from the YIniSourceRecord that
+// loading kept.
+#include "YIniDocument+Preserving.h"
+
 #include "YAssertionHandler.h"
-#include "YIniDocument.h"
 #include "YFile.h"
 #include "YIniPreservingWriter.h"
 #include "YIniSourceRecord.h"

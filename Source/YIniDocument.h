@@ -1,4 +1,5 @@
-// The root of the element tree.
+/// \file YIniDocument.h
+/// The root of the element tree.
 #pragma once
 
 #include <cstddef>
@@ -45,11 +46,21 @@ struct YIniHeadOption {
 /// is modified when its list differs from the committed one or any top-level
 /// child is modified. Add children with the composite's list operations.
 ///
+/// Example:
+/// @code
+/// auto document = YIniDocument::documentFromStringFactory(YString("[server]\nport=80\n"),
+///                                                         YIniStandardElementFactory::standardFactory());
+/// document->commit();  // a loaded document is modified until committed
+/// document->sectionForName(YString("server"))->setValueForOptionWithName(YString("8080"), YString("port"));
+/// bool modified = document->isModified();  // true
+/// YString text = document->stringValue();  // "[server]\nport=8080\n"
+/// @endcode
+///
 /// Precondition failures go through the assertion handler (unit "YIniDocument").
 class YIniDocument : public YIniCompositeElement {
  public:
-  using SectionList = YArray<YIniSection>;
-  using CommentList = YArray<YIniComment>;
+  using SectionList = YArray<YIniSection>;  ///< a list of sections
+  using CommentList = YArray<YIniComment>;  ///< a list of comments
 
   /// An empty document using `theFactory`. Precondition "theFactory != nil".
   explicit YIniDocument(std::shared_ptr<YIniElementFactory> theFactory);
@@ -60,6 +71,7 @@ class YIniDocument : public YIniCompositeElement {
     return std::make_shared<T>(std::move(factory));
   }
 
+  /// The factory the document was created with (shared with its copies).
   const std::shared_ptr<YIniElementFactory>& factory() const noexcept { return _factory; }
   /// The top-level sections, in list order (a new list of the same objects;
   /// keep it in a variable before a range-for walk).
@@ -79,22 +91,32 @@ class YIniDocument : public YIniCompositeElement {
   /// True for this very class (its observer callbacks read no change record).
   bool ignoresChangeValues() const noexcept override;
 
-  // ---- Loading, merging and saving (defined in YIniDocument+Extensions.cpp) ----
+  /// @name Loading, merging and saving
+  /// The YExtensions group: members declared here and defined in
+  /// YIniDocument+Extensions.cpp (see YIniDocument+Extensions.h).
+  ///
+  /// Loading never commits. A freshly loaded document reports itself
+  /// modified (isModified() is true, and so it is for each section that holds
+  /// children) until the host calls commit(); only a text that yields no
+  /// element leaves it unmodified.
+  ///@{
 
   /// Second phase of construction: reads INI `string` with an enumerator over
   /// `factory` and places each element into this new, empty document:
   /// sections into the document, options into the section read last, comments
   /// into the element that the next section or option (or the end of the text)
-  /// shows them to belong to. Does not commit: a loaded document is modified
-  /// until the host commits it. A null text loads nothing. Returns this
-  /// document, or null when the factory is null ("theFactory != nil").
+  /// shows them to belong to. Does not commit: the loaded document reports
+  /// itself modified until the host commits it. A null text loads nothing.
+  /// Returns this document, or null when the factory is null ("theFactory != nil").
   YIniDocument* initWithStringFactory(const YString& string, std::shared_ptr<YIniElementFactory> factory);
   /// Reads the file at `path` with its encoding detected, then loads its text
-  /// as initWithStringFactory does. A file that cannot be read or decoded
-  /// loads as a null text: the document stays empty.
+  /// as initWithStringFactory does (so the document reports itself modified
+  /// until committed). A file that cannot be read or decoded loads as a null
+  /// text: the document stays empty and unmodified.
   YIniDocument* initWithContentsOfFileFactory(const YString& path, std::shared_ptr<YIniElementFactory> factory);
-  /// A new document of class T loaded from `string`; a null factory is a
-  /// failed precondition ("factory != nil"). Failures inside pass to the caller.
+  /// A new document of class T loaded from `string` (initWithStringFactory):
+  /// modified until committed. A null factory is a failed precondition
+  /// ("factory != nil"). Failures inside pass to the caller.
   template <class T = YIniDocument>
   static std::shared_ptr<T> documentFromStringFactory(const YString& string,
                                                       std::shared_ptr<YIniElementFactory> factory) {
@@ -103,7 +125,9 @@ class YIniDocument : public YIniCompositeElement {
     if (!document->initWithStringFactory(string, std::move(factory))) return nullptr;
     return document;
   }
-  /// A new document of class T loaded from the file at `path`.
+  /// A new document of class T loaded from the file at `path`
+  /// (initWithContentsOfFileFactory): modified until committed, empty when
+  /// the file cannot be read. A null factory is a failed precondition ("factory != nil").
   template <class T = YIniDocument>
   static std::shared_ptr<T> documentWithContentsOfFileFactory(const YString& path,
                                                               std::shared_ptr<YIniElementFactory> factory) {
@@ -114,12 +138,14 @@ class YIniDocument : public YIniCompositeElement {
   }
   /// Loads the text that `bytes` hold, with its encoding detected as for a
   /// file (a byte-order mark, UTF-16 without one, UTF-8, then a statistical
-  /// guess); the preserving save gives back these bytes. Bytes that cannot
-  /// be decoded load as a null text: the document stays empty and has no
-  /// source. Returns this document, or null when the factory is null
-  /// ("theFactory != nil").
+  /// guess); the preserving save gives back these bytes. Like every loading
+  /// operation it does not commit: the document reports itself modified until
+  /// committed. Bytes that cannot be decoded load as a null text: the document
+  /// stays empty and unmodified, and has no source. Returns this document, or
+  /// null when the factory is null ("theFactory != nil").
   YIniDocument* initWithDataFactory(std::string_view bytes, std::shared_ptr<YIniElementFactory> factory);
-  /// A new document of class T loaded from `bytes` (see initWithDataFactory).
+  /// A new document of class T loaded from `bytes` (initWithDataFactory):
+  /// modified until committed. A null factory is a failed precondition ("factory != nil").
   template <class T = YIniDocument>
   static std::shared_ptr<T> documentWithDataFactory(std::string_view bytes,
                                                     std::shared_ptr<YIniElementFactory> factory) {
@@ -157,24 +183,33 @@ class YIniDocument : public YIniCompositeElement {
   [[nodiscard]] bool writeToFileAtomicallyEncodingError(const YString& filePath, bool atomically, YStringEncoding encoding,
                                           std::shared_ptr<YError>* error);
 
-  // ---- Preserving save (defined in YIniDocument+Preserving.cpp) ----
-  //
-  // Loading keeps the text the document was read from. These operations
-  // write the document back keeping every byte no edit touched: unchanged
-  // elements come out as their original text (line ends, spacing, trailing
-  // blanks, encoding and invalid bytes as they were), and so do lines the
-  // reader could not understand, options before the first section and the
-  // text after the point where reading stopped. A changed value replaces
-  // only the value text of its line; a renamed option or section only the
-  // name; a removed element takes its lines with it; new options and
-  // sections are written in the style of their neighbours or of the file.
-  // They only read the tree: no setter runs, nothing is announced.
-  //
-  // Example:
-  //   auto doc = YIniDocument::documentWithContentsOfFileFactory(path, YIniStandardElementFactory::standardFactory());
-  //   doc->sectionForName(YString("server"))->setValueForOptionWithName(YString("8080"), YString("port"));
-  //   std::shared_ptr<YError> error;
-  //   if (!doc->writePreservedToFileError(path, &error)) report(error);
+  ///@}
+
+  /// @name Preserving save
+  /// Members declared here and defined in YIniDocument+Preserving.cpp (see
+  /// YIniDocument+Preserving.h).
+  ///
+  /// Loading keeps the text the document was read from. These operations
+  /// write the document back keeping every byte no edit touched: unchanged
+  /// elements come out as their original text (line ends, spacing, trailing
+  /// blanks, encoding and invalid bytes as they were), and so do lines the
+  /// reader could not understand, options before the first section and the
+  /// text after the point where reading stopped. A changed value replaces
+  /// only the value text of its line; a renamed option or section only the
+  /// name; a removed element takes its lines with it; new options and
+  /// sections are written in the style of their neighbours or of the file.
+  /// They only read the tree: no setter runs, nothing is announced.
+  ///
+  /// Example (writePreservedToFileError() saves the same text to a file):
+  /// @code
+  /// auto document = YIniDocument::documentFromStringFactory(YString("# web\n[server]\nport = 80\n"),
+  ///                                                         YIniStandardElementFactory::standardFactory());
+  /// document->sectionForName(YString("server"))->setValueForOptionWithName(YString("8080"), YString("port"));
+  /// std::shared_ptr<YError> error;
+  /// YString kept = document->preservedStringValueWithError(&error);  // "# web\n[server]\nport = 8080\n"
+  /// YString plain = document->stringValue();                         // "# web\n[server]\nport=8080\n"
+  /// @endcode
+  ///@{
 
   /// Whether the document was loaded from text (a string, or a file that
   /// could be read). Copies and documents built in code have no source; for
@@ -218,6 +253,7 @@ class YIniDocument : public YIniCompositeElement {
   /// with `*error` on any failure, and then nothing was written. A null path
   /// is a failed precondition ("path != nil").
   [[nodiscard]] bool writePreservedToFileError(const YString& path, std::shared_ptr<YError>* error);
+  ///@}
 
  protected:
   /// A new empty document sharing this document's factory; host subclasses

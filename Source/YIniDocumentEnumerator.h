@@ -1,4 +1,5 @@
-// The INI reader: turns text into a flat sequence of elements.
+/// \file YIniDocumentEnumerator.h
+/// The INI reader: turns text into a flat sequence of elements.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +24,17 @@ class YTokenClass;
 /// header line end and stretch of unrecognised text (which is logged as
 /// "Unrecognized text sequence …" and replaced by an empty comment).
 ///
+/// Example (loading does this, and places the elements in a document):
+/// @code
+/// auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(
+///     YString("[server]\nport=80\n"), YIniStandardElementFactory::standardFactory());
+/// while (auto element = enumerator->nextObject())
+///   std::printf("%s\n", element->description().UTF8String().c_str());
+/// // the section "server", a comment holding the header's LF, the option "port" = "80"
+/// @endcode
+///
 /// Every element is made by the factory. The enumerator holds the text, its
-/// scanner and the factory, and /// keeps the last section it yielded. One thread at a time.
+/// scanner and the factory, and keeps the last section it yielded. One thread at a time.
 class YIniDocumentEnumerator : public YObject {
  public:
   /// An enumerator over `documentString` (a null text yields nothing).
@@ -55,6 +65,7 @@ class YIniDocumentEnumerator : public YObject {
 
   /// The last section yielded, or null before the first.
   const std::shared_ptr<YIniSection>& activeSection() const noexcept { return _activeSection; }
+  /// The factory that makes every element (shared).
   const std::shared_ptr<YIniElementFactory>& factory() const noexcept { return _factory; }
 
  private:

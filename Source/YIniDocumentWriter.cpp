@@ -5,11 +5,15 @@
 #include "YStringWritable.h"
 
 static constexpr const char YUnitName[] = "YIniDocumentWriter";
+// The line this unit's precondition reports beside YUnitName. A host's
+// assertion handler may tell failures apart by unit and line, so it is a
+// fixed number, independent of where the check stands in this file.
+static constexpr int YTextWriterCheckLine = 82;  // "textWriter != nil"
 
 YIniDocumentWriter::YIniDocumentWriter(std::shared_ptr<YIniDocument> document) : _document(std::move(document)) {}
 
 void YIniDocumentWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
-  if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", 82)) return;
+  if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", YTextWriterCheckLine)) return;
   if (!_document) return;
   auto elements = _document->elements();
   for (const auto& element : *elements) {

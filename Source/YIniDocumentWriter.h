@@ -1,4 +1,5 @@
-// Writes a whole document as INI text.
+/// \file YIniDocumentWriter.h
+/// Writes a whole document as INI text.
 #pragma once
 
 #include <memory>
@@ -13,11 +14,13 @@ class YIniDocumentWriter : public YTextWritable {
  public:
   /// A writer for `document`; null is accepted and writes nothing.
   explicit YIniDocumentWriter(std::shared_ptr<YIniDocument> document);
+  /// A new shared writer of class T (YIniDocumentWriter or a subclass made from a document).
   template <class T = YIniDocumentWriter>
   static std::shared_ptr<T> writerWithDocument(std::shared_ptr<YIniDocument> document) {
     return std::make_shared<T>(std::move(document));
   }
 
+  /// The document written (shared; may be null).
   const std::shared_ptr<YIniDocument>& document() const noexcept { return _document; }
   /// Writes the document. A null writer is a failed precondition ("textWriter != nil").
   /// Changing the document's list meanwhile raises YMutationDuringEnumerationException.

@@ -1,4 +1,5 @@
-// The interface every INI element shares.
+/// \file YIniElement.h
+/// The interface every INI element shares.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// The interface through which parsed elements are created.
+/// \file YIniElementFactory.h
+/// The interface through which parsed elements are created.
 #pragma once
 
 #include <memory>

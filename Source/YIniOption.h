@@ -1,4 +1,5 @@
-// An option: name=value.
+/// \file YIniOption.h
+/// An option: name=value.
 #pragma once
 
 #include <memory>
@@ -8,6 +9,15 @@
 /// A leaf holding a name and a value, each possibly null (null and "" compare
 /// as different). Setters keep the caller's string object, so a later change
 /// to a mutable string shows; the initial state holds copies.
+///
+/// Example:
+/// @code
+/// auto option = YIniOption::optionWithNameAndValue(YString("port"), YString("80"));
+/// option->setValue(YString("8080"));  // isModified() is true: "80" at creation
+/// option->revert();                   // value() is "80" again
+/// option->setValue(YString("8080"));
+/// option->commit();                   // initialValue() is "8080"; stringValue() is "port=8080"
+/// @endcode
 ///
 /// Subclasses: convenience constructors and copyWithZone() create the
 /// receiver's own class. A host subclass makes copying work by overriding
@@ -28,19 +38,26 @@ class YIniOption : public YIniElement {
     return optionWithNameAndValue<T>(YString(u""), YString());
   }
 
+  /// The current name (the string object last set; may be null).
   const YString& name() const noexcept { return _name; }
+  /// The current value (the string object last set; may be null). A value
+  /// read from continuation lines holds them joined by LF and one space.
   const YString& value() const noexcept { return _value; }
+  /// The name at creation or at the last commit (a copy).
   const YString& initialName() const noexcept { return _initialName; }
+  /// The value at creation or at the last commit (a copy).
   const YString& initialValue() const noexcept { return _initialValue; }
-  /// Set the current name or value (kept as passed, null allowed); each call announces "modified".
+  /// Sets the current name (kept as passed, null allowed); announces "modified" on every call.
   void setName(const YString& name);
+  /// Sets the current value (kept as passed, null allowed); announces "modified" on every call.
   void setValue(const YString& value);
 
-  /// "{ <generic description>, name: "<name>", value: "<value>" }"; null prints as (null).
+  /// `{ <generic description>, name: "<name>", value: "<value>" }`; null prints as (null).
   YString description() const override;
   /// The option's line as the option writer writes it: name, "=", value, no line end.
   YString stringValue() override;
 
+  /// Whether the name or the value differs from its initial one (null-aware, code unit for code unit).
   bool isModified() const override;
   /// True while the current text (or name, or value) is a mutable string.
   bool mayChangeUnannounced() const noexcept override;

@@ -8,11 +8,15 @@
 #include "YAssertionHandler.h"
 
 static constexpr const char YUnitName[] = "YIniOptionWriter";
+// The line this unit's precondition reports beside YUnitName. A host's
+// assertion handler may tell failures apart by unit and line, so it is a
+// fixed number, independent of where the check stands in this file.
+static constexpr int YTextWriterCheckLine = 78;  // "textWriter != nil"
 
 YIniOptionWriter::YIniOptionWriter(std::shared_ptr<YIniOption> option) : _option(std::move(option)) {}
 
 void YIniOptionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
-  if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", 78)) return;
+  if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", YTextWriterCheckLine)) return;
   // The line is "%@=%@": the name (a null one prints as "(null)"), "=", the
   // value (empty when null); built in one piece.
   const YString name = _option ? _option->name() : YString();

@@ -1,4 +1,5 @@
-// Writes one option as "name=value".
+/// \file YIniOptionWriter.h
+/// Writes one option as "name=value".
 #pragma once
 
 #include <memory>
@@ -12,11 +13,13 @@ class YIniOptionWriter : public YTextWritable {
  public:
   /// A writer for `option`; null is accepted and writes "(null)=".
   explicit YIniOptionWriter(std::shared_ptr<YIniOption> option);
+  /// A new shared writer of class T (YIniOptionWriter or a subclass made from an option).
   template <class T = YIniOptionWriter>
   static std::shared_ptr<T> writerWithOption(std::shared_ptr<YIniOption> option) {
     return std::make_shared<T>(std::move(option));
   }
 
+  /// The option written (shared; may be null).
   const std::shared_ptr<YIniOption>& option() const noexcept { return _option; }
   /// Writes the line. A null writer is a failed precondition ("textWriter != nil").
   void write(const std::shared_ptr<YTextWriter>& textWriter) override;

@@ -1,4 +1,23 @@
-// Where a new option goes in a section: right after the last option.
+/// \file YIniSection+Placement.h
+/// Placement of new options in a YIniSection: right after the section's last
+/// option, not after its trailing comments.
+///
+/// Declared as free functions taking the section as their first operand (a
+/// C++ class cannot be reopened, and they need nothing private) in this
+/// header, and defined in YIniSection+Placement.cpp. The typed-value setters
+/// and the command-line tool share them. setValueForOptionWithName() keeps
+/// its own placement (the very end of the list, after trailing comments);
+/// these put a new option beside the others.
+///
+/// Example:
+/// @code
+/// auto document = YIniDocument::documentFromStringFactory(YString("[server]\nport=80\n# clients\n[client]\n"),
+///                                                         YIniStandardElementFactory::standardFactory());
+/// insertOptionWithNameAndValue(*document->sectionForName(YString("server")), YString("host"), YString("a.org"));
+/// YString text = document->stringValue();  // "[server]\nport=80\nhost=a.org\n# clients\n[client]\n"
+/// @endcode
+///
+/// Precondition failures go through the assertion handler (unit "YIniSection+Placement").
 #pragma once
 
 #include <cstddef>
@@ -6,16 +25,6 @@
 
 #include "YIniOption.h"
 #include "YIniSection.h"
-
-// Free operations taking the section as their first operand (a class cannot
-// be reopened), shared by the typed-value setters and the command-line tool.
-// setValueForOptionWithName() keeps its own placement (the very end of the
-// list, after trailing comments); these put a new option beside the others.
-//
-// Example:
-//   auto option = insertOptionWithNameAndValue(*section, YString("port"), YString("8080"));
-//
-// Precondition failures go through the assertion handler (unit "YIniSection+Placement").
 
 /// The index in `section`'s child list where a new option goes: right after
 /// the last option child, so that comments and blank lines after it stay

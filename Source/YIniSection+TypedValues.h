@@ -1,4 +1,38 @@
-// Reading and writing option values as booleans, integers, doubles and lists.
+/// \file YIniSection+TypedValues.h
+/// Typed values of a YIniSection: reading and writing option values as
+/// booleans, integers, doubles and lists.
+///
+/// Declared as free functions taking the section as their first operand (a
+/// C++ class cannot be reopened, and they need nothing private) in this
+/// header, and defined in YIniSection+TypedValues.cpp. They add nothing to
+/// the section's state: getters read the first option of the name, setters
+/// write a canonical text through the section's own operations.
+///
+/// Example:
+/// @code
+/// auto section = YIniSection::sectionWithName(YString("server"));
+/// setIntegerValueForOptionWithName(*section, 8080, YString("port"));
+/// setBoolValueForOptionWithName(*section, true, YString("verbose"));   // "verbose=true"
+/// std::int64_t port = integerValueForOptionWithName(*section, YString("port")).valueOr(80);  // 8080
+/// auto retries = integerValueForOptionWithName(*section, YString("retries"));  // MissingOption
+/// @endcode
+///
+/// Reading. The text is the value of the first option of the name (see
+/// optionWithName); a missing option and an option whose value is null both
+/// fail with MissingOption. Surrounding whitespace and line ends are trimmed
+/// first (the reader trims values the same way, so a value set by a host reads
+/// as it will after a save and reload); any other stray character makes the
+/// text Malformed, which is never read as 0 or false.
+///
+/// Writing. An existing first option of the name gets the text through its
+/// setValue(), so change tracking and "modified" notifications are exactly
+/// those of a string value. A new option is made by insertOptionWithNameAndValue
+/// (YIniSection+Placement.h): right after the section's last option, not at the
+/// end as setValueForOptionWithName() places it.
+///
+/// Precondition failures ("optionName != nil") go through the assertion handler
+/// (unit "YIniSection+TypedValues"); a getter then fails with MissingOption and
+/// a setter changes nothing.
 #pragma once
 
 #include <cstdint>
@@ -6,34 +40,6 @@
 
 #include "YIniSection.h"
 #include "YTypedValue.h"
-
-// Free operations taking the section as their first operand (a class cannot
-// be reopened). They add nothing to the section's state: getters read the
-// first option of the name, setters write a canonical text through the
-// section's own operations.
-//
-// Example:
-//   auto port = integerValueForOptionWithName(*section, YString("port"));
-//   if (port.hasValue()) listen(port.value());
-//   else fail(port.error().description());   // missing, malformed or out of range
-//   setBoolValueForOptionWithName(*section, true, YString("verbose"));
-//
-// Reading. The text is the value of the first option of the name (see
-// optionWithName); a missing option and an option whose value is null both
-// fail with MissingOption. Surrounding whitespace and line ends are trimmed
-// first (the reader trims values the same way, so a value set by a host reads
-// as it will after a save and reload); any other stray character makes the
-// text Malformed, which is never read as 0 or false.
-//
-// Writing. An existing first option of the name gets the text through its
-// setValue(), so change tracking and "modified" notifications are exactly
-// those of a string value. A new option is made by insertOptionWithNameAndValue
-// (YIniSection+Placement): right after the section's last option, not at the
-// end as setValueForOptionWithName() places it.
-//
-// Precondition failures ("optionName != nil") go through the assertion handler
-// (unit "YIniSection+TypedValues"); a getter then fails with MissingOption and
-// a setter changes nothing.
 
 /// The separator of list values unless the caller picks another: a comma. A
 /// semicolon, the other common choice, starts an inline comment for other
@@ -84,10 +90,13 @@ void setIntegerValueForOptionWithName(YIniSection& section, std::int64_t value, 
 [[nodiscard]] bool setListValueForOptionWithName(YIniSection& section, const std::vector<YString>& value,
                                                  const YString& optionName, char16_t separator = YDefaultListSeparator);
 
-/// The canonical texts the setters write: null where the setter would refuse.
+/// The text setBoolValueForOptionWithName() writes: "true" or "false".
 YString stringWithBoolValue(bool value);
+/// The text setIntegerValueForOptionWithName() writes.
 YString stringWithIntegerValue(std::int64_t value);
+/// The text setDoubleValueForOptionWithName() writes; null for NaN and the infinities.
 YString stringWithDoubleValue(double value);
+/// The text setListValueForOptionWithName() writes; null where it would refuse the list.
 YString stringWithListValue(const std::vector<YString>& value, char16_t separator = YDefaultListSeparator);
 
 namespace ydetail {

@@ -1,4 +1,5 @@
-// A section: a name and its options and comments.
+/// \file YIniSection.h
+/// A section: a name and its options and comments.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +12,15 @@
 
 /// One section block: a name plus options and comments in text order.
 ///
+/// Example:
+/// @code
+/// auto section = YIniSection::sectionWithName(YString("server"));
+/// section->setValueForOptionWithName(YString("8080"), YString("port"));  // a new option, appended
+/// YString port = section->valueForOptionWithName(YString("port"));       // "8080"
+/// YString text = section->stringValue();                                 // "[server]\nport=8080\n"
+/// section->removeOptionWithName(YString("port"));
+/// @endcode
+///
 /// The name has its own change tracking beside the composite's: the section
 /// is modified when its name differs from the name at the last commit or when
 /// the composite part is modified. Names are compared exactly (case-sensitive,
@@ -22,8 +32,8 @@
 /// until setElements() installs a new list.
 class YIniSection : public YIniCompositeElement {
  public:
-  using OptionList = YArray<YIniOption>;
-  using CommentList = YArray<YIniComment>;
+  using OptionList = YArray<YIniOption>;    ///< a list of options
+  using CommentList = YArray<YIniComment>;  ///< a list of comments
 
   /// A section named `name` (kept as passed; null accepted), empty, not modified.
   explicit YIniSection(const YString& name = YString());
@@ -33,12 +43,14 @@ class YIniSection : public YIniCompositeElement {
     return YMakeShared<T>(name);
   }
 
+  /// The current name (the string object last set; may be null).
   const YString& name() const noexcept { return _name; }
+  /// The name at creation or at the last commit (a copy).
   const YString& initialName() const noexcept { return _initialName; }
   /// Sets the name (kept as passed); announces "modified" on every call.
   /// Precondition "string != nil".
   void setName(const YString& string);
-  /// "{ <generic description>, name: "<name>" }".
+  /// `{ <generic description>, name: "<name>" }`.
   YString description() const override;
 
   /// The option children, in list order (a new list of the same objects).
@@ -50,6 +62,7 @@ class YIniSection : public YIniCompositeElement {
   /// The first option whose current name equals `optionName`, or null.
   /// Precondition "optionName != nil" (also for the operations below taking a name).
   [[nodiscard]] std::shared_ptr<YIniOption> optionWithName(const YString& optionName) const;
+  /// Whether optionWithName() finds one.
   [[nodiscard]] bool hasOptionWithName(const YString& optionName) const;
   /// The value of the first option of that name; null when none (or its value is null).
   [[nodiscard]] YString valueForOptionWithName(const YString& optionName) const;

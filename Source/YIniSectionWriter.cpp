@@ -11,10 +11,15 @@
 #include "YIniOptionWriter.h"
 
 static constexpr const char YUnitName[] = "YIniSectionWriter";
+// The lines this unit's preconditions report beside YUnitName. A host's
+// assertion handler may tell failures apart by unit and line, so they are
+// fixed numbers, independent of where the checks stand in this file.
+static constexpr int YSectionCheckLine = 49;  // "sectionValue != nil"
+static constexpr int YTextWriterCheckLine = 98;  // "textWriter != nil"
 
 YIniSectionWriter::YIniSectionWriter(std::shared_ptr<YIniSection> section, bool writeOptions)
     : _writeOptions(writeOptions) {
-  if (YParameterFailedAtLine(section != nullptr, "sectionValue != nil", 49)) return;
+  if (YParameterFailedAtLine(section != nullptr, "sectionValue != nil", YSectionCheckLine)) return;
   _section = std::move(section);
 }
 
@@ -33,7 +38,7 @@ bool YIniSectionWriter::newLineAtPosition(std::size_t position) const {
 }
 
 void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
-  if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", 98)) return;
+  if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", YTextWriterCheckLine)) return;
   if (!_section) return;
   const YCharacterSet whitespace = YCharacterSet::whitespaceCharacterSet();
 

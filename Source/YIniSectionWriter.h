@@ -1,4 +1,5 @@
-// Writes a section as INI text, deciding every line end.
+/// \file YIniSectionWriter.h
+/// Writes a section as INI text, deciding every line end.
 #pragma once
 
 #include <cstdint>
@@ -23,12 +24,16 @@ class YIniSectionWriter : public YTextWritable {
   /// A writer for `section`. Precondition "sectionValue != nil". `writeOptions`
   /// is kept for callers; options are written either way.
   YIniSectionWriter(std::shared_ptr<YIniSection> section, bool writeOptions);
+  /// A new shared writer of class T (YIniSectionWriter or a subclass made
+  /// from the same arguments); the precondition is the constructor's.
   template <class T = YIniSectionWriter>
   static std::shared_ptr<T> writerWithSectionWriteOptions(std::shared_ptr<YIniSection> section, bool writeOptions) {
     return std::make_shared<T>(std::move(section), writeOptions);
   }
 
+  /// The section written (shared), or null after a failed precondition.
   const std::shared_ptr<YIniSection>& section() const noexcept { return _section; }
+  /// The flag given at creation; it changes nothing in the output.
   bool writeOptions() const noexcept { return _writeOptions; }
 
   /// True when the child at `index` is a comment whose text ends in LF; false

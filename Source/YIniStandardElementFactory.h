@@ -1,4 +1,5 @@
-// The standard element factory: the library's own element classes.
+/// \file YIniStandardElementFactory.h
+/// The standard element factory: the library's own element classes.
 #pragma once
 
 #include <memory>

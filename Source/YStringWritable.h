@@ -1,4 +1,5 @@
-// A writable that writes a fixed piece of text.
+/// \file YStringWritable.h
+/// A writable that writes a fixed piece of text.
 #pragma once
 
 #include <memory>
@@ -18,7 +19,9 @@ class YStringWritable : public YTextWritable {
   /// Holds `value` in place of a string; null is accepted and writes as a null string.
   explicit YStringWritable(std::shared_ptr<YObject> value);
 
+  /// A new shared writable holding `string`.
   static std::shared_ptr<YStringWritable> writableWithString(const YString& string);
+  /// A new shared writable holding `value` in place of a string.
   static std::shared_ptr<YStringWritable> writableWithValue(std::shared_ptr<YObject> value);
 
   /// The held string (null when an object is held instead).

@@ -1,4 +1,5 @@
-// A text writer that inserts into a caller's mutable string.
+/// \file YStringWriter.h
+/// A text writer that inserts into a caller's mutable string.
 #pragma once
 
 #include <cstdint>
@@ -35,13 +36,13 @@ class YStringWriter : public YTextWriter {
   /// Always fails with YInvalidArgumentException: only strings are inserted.
   void writeValue(const std::shared_ptr<YObject>& value) override;
 
-  /// The target string (the same object the writer was made with).
   /// Inserts `pieces`, one after another, at the position and advances it,
   /// as one write() of their concatenation would, without making that
   /// string. The library's own writers use it when writing into exactly a
   /// YStringWriter.
   void writePieces(std::initializer_list<std::u16string_view> pieces);
 
+  /// The target string (the same object the writer was made with).
   const YString& string() const noexcept { return _string; }
   /// The insertion position in UTF-16 code units.
   std::int64_t position() const noexcept { return _position; }

@@ -1,4 +1,5 @@
-// The base of everything that writes itself into a text writer.
+/// \file YTextWritable.h
+/// The base of everything that writes itself into a text writer.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,5 @@
-// The interface of every text sink.
+/// \file YTextWriter.h
+/// The interface of every text sink.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// The result of reading an option's value as a typed value.
+/// \file YTypedValue.h
+/// The result of reading an option's value as a typed value.
 #pragma once
 
 #include <memory>
@@ -21,18 +22,22 @@ enum class YTypedValueFailure {
   OutOfRange,
 };
 
-/// The names of the expected types in YTypedValueError::expectedType.
+/// The expected type of a boolean getter, in YTypedValueError::expectedType.
 inline constexpr const char YTypedValueBoolType[] = "boolean";
+/// The expected type of an integer getter.
 inline constexpr const char YTypedValueIntegerType[] = "integer";
+/// The expected type of a double getter.
 inline constexpr const char YTypedValueDoubleType[] = "floating-point number";
+/// The expected type of a list getter.
 inline constexpr const char YTypedValueListType[] = "list";
 
 /// The reason a typed value could not be read: what failed, where, the text
 /// found and the type expected.
 struct YTypedValueError {
-  YTypedValueFailure failure;
+  YTypedValueFailure failure;  ///< what failed
   /// The section's name for document getters; null for section getters.
   YString sectionName;
+  /// The option's name as asked for.
   YString optionName;
   /// The option's value as found (untrimmed); null when the option or its
   /// section is missing.
@@ -56,9 +61,14 @@ struct YTypedValueError {
 /// on a successful one ("!hasValue()"). The result owns its value.
 ///
 /// Example:
-///   auto port = integerValueForOptionWithName(*section, YString("port"));
-///   if (!port.hasValue()) log(port.error().description());
-///   std::int64_t p = port.valueOr(8080);
+/// @code
+/// auto section = YIniSection::sectionWithName(YString("server"));
+/// section->setValueForOptionWithName(YString("80x"), YString("port"));
+/// auto port = integerValueForOptionWithName(*section, YString("port"));
+/// if (!port.hasValue()) std::puts(port.error().description().UTF8String().c_str());
+/// // option "port": "80x" is not a valid integer
+/// std::int64_t p = port.valueOr(8080);  // 8080
+/// @endcode
 template <class T>
 class [[nodiscard]] YTypedValue {
  public:
@@ -69,7 +79,8 @@ class [[nodiscard]] YTypedValue {
     return YTypedValue(T{}, std::make_shared<const YTypedValueError>(std::move(error)));
   }
 
-  // No conversion to bool: for YTypedValue<bool> it would read as the value.
+  /// True when the result holds a value, false when it holds an error.
+  /// (There is no conversion to bool: for YTypedValue<bool> it would read as the value.)
   bool hasValue() const noexcept { return _error == nullptr; }
   /// The value; precondition "hasValue()".
   const T& value() const {

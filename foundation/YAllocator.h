@@ -1,4 +1,5 @@
-// Allocation of the many small objects a document is made of.
+/// \file YAllocator.h
+/// Allocation of the many small objects a document is made of.
 #pragma once
 
 #include <cstddef>
@@ -41,11 +42,14 @@ void largeDeallocate(void* buffer, std::size_t size) noexcept;
 /// and containers of small nodes. Stateless: all instances are interchangeable.
 template <class T>
 struct YSmallObjectAllocator {
-  using value_type = T;
+  using value_type = T;  ///< the type allocated
   YSmallObjectAllocator() noexcept = default;
+  /// The allocator rebound from another type (there is no state to copy).
   template <class U>
   YSmallObjectAllocator(const YSmallObjectAllocator<U>&) noexcept {}
 
+  /// Room for `n` objects of T, uninitialised: from the pool when it fits a
+  /// small block, else from std::allocator. Throws std::bad_alloc.
   T* allocate(std::size_t n) {
     if constexpr (alignof(T) > 16) return std::allocator<T>().allocate(n);
     else {
@@ -53,6 +57,7 @@ struct YSmallObjectAllocator {
       return static_cast<T*>(ydetail::smallAllocate(n * sizeof(T)));
     }
   }
+  /// Gives back `p`, from allocate() with the same `n`.
   void deallocate(T* p, std::size_t n) noexcept {
     if constexpr (alignof(T) > 16) std::allocator<T>().deallocate(p, n);
     else {
@@ -60,6 +65,7 @@ struct YSmallObjectAllocator {
       ydetail::smallDeallocate(p, n * sizeof(T));
     }
   }
+  /// Always true: memory from one instance may be given back through any other.
   template <class U>
   friend bool operator==(const YSmallObjectAllocator&, const YSmallObjectAllocator<U>&) noexcept {
     return true;

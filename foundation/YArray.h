@@ -1,4 +1,5 @@
-// Shared ordered lists of objects.
+/// \file YArray.h
+/// Shared ordered lists of objects.
 #pragma once
 
 #include <cstddef>
@@ -30,26 +31,32 @@ namespace ydetail {
 template <class T>
 class YArray : public YObject {
  public:
-  using Element = std::shared_ptr<T>;
+  using Element = std::shared_ptr<T>;  ///< an entry: shared, never null
 
-  /// Guarded forward iterator: checks the list's mutation count at each step.
+  /// Guarded forward iterator: checks the list's mutation count at each step
+  /// and throws YMutationDuringEnumerationException once the list has changed.
   class iterator {
    public:
+    /// An iterator at `index` of `list` (which must outlive it); begin() and end() make them.
     iterator(const YArray* list, std::size_t index) noexcept
         : _list(list), _index(index), _mutations(list->_mutations) {}
+    /// The entry at the iterator (checked).
     const Element& operator*() const {
       check();
       return _list->_items[_index];
     }
+    /// Steps to the next entry (checked).
     iterator& operator++() {
       check();
       ++_index;
       return *this;
     }
+    /// True while the walk goes on: the iterators differ and this one is inside the list (checked).
     bool operator!=(const iterator& other) const {
       check();
       return _index < _list->_items.size() && _index != other._index;
     }
+    /// The negation of operator!=.
     bool operator==(const iterator& other) const { return !(*this != other); }
 
    private:
@@ -69,6 +76,7 @@ class YArray : public YObject {
     checkNoNulls(items);
     return std::make_shared<YArray>(std::move(items), false);
   }
+  /// A new, empty immutable list.
   static std::shared_ptr<YArray> array() { return std::make_shared<YArray>(std::vector<Element>{}, false); }
   /// A new, empty mutable list.
   static std::shared_ptr<YArray> mutableArray(std::size_t capacity = 0) {
@@ -76,6 +84,7 @@ class YArray : public YObject {
     list->_items.reserve(capacity);
     return list;
   }
+  /// A new mutable list of `items` (nulls are refused).
   static std::shared_ptr<YArray> mutableArrayWithObjects(std::vector<Element> items) {
     checkNoNulls(items);
     return std::make_shared<YArray>(std::move(items), true);
@@ -91,16 +100,22 @@ class YArray : public YObject {
     return std::make_shared<YArray<U>>(std::vector<std::shared_ptr<U>>(_items.begin(), _items.end()), isMutable);
   }
 
+  /// Whether the list can be changed (fixed at creation).
   bool isMutable() const noexcept { return _mutable; }
+  /// The number of entries.
   std::size_t count() const noexcept { return _items.size(); }
+  /// Whether the list has no entries.
   bool isEmpty() const noexcept { return _items.empty(); }
+  /// The entry at `index`; YRangeException when `index` >= count().
   const Element& objectAtIndex(std::size_t index) const {
     if (index >= _items.size()) ydetail::throwIndexBeyondBounds(this, "objectAtIndex", index, _items.size());
     return _items[index];
   }
+  /// The same as objectAtIndex() (bounds-checked).
   const Element& operator[](std::size_t index) const { return objectAtIndex(index); }
-  /// The first or last entry, or null when the list is empty.
+  /// The first entry, or null when the list is empty.
   Element firstObject() const { return _items.empty() ? nullptr : _items.front(); }
+  /// The last entry, or null when the list is empty.
   Element lastObject() const { return _items.empty() ? nullptr : _items.back(); }
 
   /// Index of the first entry that is `object` itself, or YNotFound.
@@ -109,13 +124,19 @@ class YArray : public YObject {
       if (_items[i].get() == object) return i;
     return YNotFound;
   }
+  /// Index of the first entry that is `object` itself, or YNotFound.
   std::size_t indexOfObject(const Element& object) const noexcept { return indexOfObject(object.get()); }
+  /// Whether an entry is `object` itself.
   bool containsObject(const Element& object) const noexcept { return indexOfObject(object) != YNotFound; }
 
   /// Lists are equal when they hold the same objects in the same order.
   bool isEqualToArray(const YArray& other) const noexcept { return _items == other._items; }
 
+  /// Appends `object`. Fails as insertObjectAtIndex() does.
   void addObject(Element object) { insertObjectAtIndex(std::move(object), _items.size()); }
+  /// Inserts `object` before the entry at `index` (at the end when `index`
+  /// is count()). An immutable list or a null object throws
+  /// YInvalidArgumentException, an index past count() YRangeException.
   void insertObjectAtIndex(Element object, std::size_t index) {
     if (!_mutable) ydetail::throwImmutableMutation(this, "insertObjectAtIndex");
     if (!object) ydetail::throwNilObject(this, "insertObjectAtIndex");
@@ -123,18 +144,23 @@ class YArray : public YObject {
     _items.insert(_items.begin() + static_cast<std::ptrdiff_t>(index), std::move(object));
     ++_mutations;
   }
+  /// Removes the entry at `index`. An immutable list throws
+  /// YInvalidArgumentException, `index` >= count() YRangeException.
   void removeObjectAtIndex(std::size_t index) {
     if (!_mutable) ydetail::throwImmutableMutation(this, "removeObjectAtIndex");
     if (index >= _items.size()) ydetail::throwIndexBeyondBounds(this, "removeObjectAtIndex", index, _items.size());
     _items.erase(_items.begin() + static_cast<std::ptrdiff_t>(index));
     ++_mutations;
   }
+  /// Removes the last entry; fails as removeObjectAtIndex() does (an empty list throws YRangeException).
   void removeLastObject() {
     if (!_mutable) ydetail::throwImmutableMutation(this, "removeLastObject");
     if (_items.empty()) ydetail::throwIndexBeyondBounds(this, "removeLastObject", 0, 0);
     _items.pop_back();
     ++_mutations;
   }
+  /// Puts `object` in place of the entry at `index`; fails as
+  /// insertObjectAtIndex() does, and for `index` >= count().
   void replaceObjectAtIndexWithObject(std::size_t index, Element object) {
     if (!_mutable) ydetail::throwImmutableMutation(this, "replaceObjectAtIndexWithObject");
     if (!object) ydetail::throwNilObject(this, "replaceObjectAtIndexWithObject");
@@ -143,6 +169,7 @@ class YArray : public YObject {
     _items[index] = std::move(object);
     ++_mutations;
   }
+  /// Removes every entry; an immutable list throws YInvalidArgumentException.
   void removeAllObjects() {
     if (!_mutable) ydetail::throwImmutableMutation(this, "removeAllObjects");
     _items.clear();
@@ -151,9 +178,11 @@ class YArray : public YObject {
 
   /// Guarded walk (range-for).
   iterator begin() const noexcept { return iterator(this, 0); }
+  /// The end of the guarded walk.
   iterator end() const noexcept { return iterator(this, _items.size()); }
   /// Unguarded read access to the entries.
   const std::vector<Element>& vector() const noexcept { return _items; }
+  /// The number of changes made to the list so far (what the guarded walk checks).
   std::uint64_t mutationCount() const noexcept { return _mutations; }
 
   YString description() const override {
@@ -180,9 +209,13 @@ class YArray : public YObject {
 template <class T>
 class YDictionary : public YObject {
  public:
-  using Element = std::shared_ptr<T>;
+  using Element = std::shared_ptr<T>;  ///< a value: shared, never null
+  /// An empty map; prefer dictionary().
   YDictionary() = default;
+  /// A new, empty map.
   static std::shared_ptr<YDictionary> dictionary() { return std::make_shared<YDictionary>(); }
+  /// A new map of `entries`, set in order (a later key replaces an earlier
+  /// equal one). A null key or object throws YInvalidArgumentException.
   static std::shared_ptr<YDictionary> dictionaryWithObjectsAndKeys(
       std::initializer_list<std::pair<YString, Element>> entries) {
     auto d = dictionary();
@@ -205,9 +238,11 @@ class YDictionary : public YObject {
       }
     _entries.emplace_back(key.copy(), std::move(object));
   }
+  /// Removes the entry for `key`, if any.
   void removeObjectForKey(const YString& key) {
     std::erase_if(_entries, [&](const auto& e) { return e.first.isEqualToString(key); });
   }
+  /// The number of entries.
   std::size_t count() const noexcept { return _entries.size(); }
   /// Entries in insertion order.
   const std::vector<std::pair<YString, Element>>& entries() const noexcept { return _entries; }

@@ -1,4 +1,5 @@
-// Precondition failures and the per-thread handler that reports them.
+/// \file YAssertionHandler.h
+/// Precondition failures and the per-thread handler that reports them.
 #pragma once
 
 #include <memory>
@@ -36,18 +37,28 @@ void YReportAssertionFailure(const char* method, const YObject* object, const ch
 void YReportParameterFailure(const char* method, const YObject* object, const char* unit, int line,
                              const char* conditionText);
 
-// Each source unit that checks preconditions defines its unit name:
+// Each source unit that checks preconditions defines its unit name, which
+// the macros below report:
 //   static constexpr const char YUnitName[] = "YIniSection";
-//
-// YParameterFailed(cond, "text") is true when `cond` is false and the handler
-// returned; the caller then bails out:  if (YParameterFailed(x, "x != nil")) return;
-// The C variants are for free functions; the AtLine variants report a fixed line.
+
+/// True when `condition` is false and the handler returned: reports "Invalid
+/// parameter not satisfying: <conditionText>" for the calling member
+/// function and its object, at `line` of unit YUnitName. The caller then
+/// bails out: `if (YParameterFailedAtLine(x, "x != nil", YXCheckLine)) return;`
+/// Use it for checks whose reported line must not move with the file's
+/// layout, with a named constant defined beside YUnitName:
+/// `static constexpr int YTextWriterCheckLine = 75;  // "textWriter != nil"`
 #define YParameterFailedAtLine(condition, conditionText, line) \
   (!(condition) && (YReportParameterFailure(__func__, this, YUnitName, line, conditionText), true))
+/// YParameterFailedAtLine() at the line where it stands:
+/// `if (YParameterFailed(x, "x != nil")) return;`
 #define YParameterFailed(condition, conditionText) YParameterFailedAtLine(condition, conditionText, __LINE__)
+/// YParameterFailedAtLine() for a free function (no object is reported).
 #define YCParameterFailedAtLine(condition, conditionText, line) \
   (!(condition) && (YReportParameterFailure(__func__, nullptr, YUnitName, line, conditionText), true))
+/// YParameterFailed() for a free function (no object is reported).
 #define YCParameterFailed(condition, conditionText) YCParameterFailedAtLine(condition, conditionText, __LINE__)
 /// Checks and goes on even when the handler returns.
 #define YParameterAssert(condition, conditionText) (void)YParameterFailed(condition, conditionText)
+/// YParameterAssert() for a free function.
 #define YCParameterAssert(condition, conditionText) (void)YCParameterFailed(condition, conditionText)

@@ -1,4 +1,5 @@
-// Sets of UTF-16 code units.
+/// \file YCharacterSet.h
+/// Sets of UTF-16 code units.
 #pragma once
 
 #include <bitset>
@@ -24,6 +25,7 @@ class YCharacterSet {
   /// The code units first .. first + length - 1.
   static YCharacterSet characterSetWithRange(char16_t first, std::size_t length);
 
+  /// True for the null (absent) set, which contains nothing.
   bool isNull() const noexcept { return !_bits; }
   /// True when `character` is in the set; always false for a null set.
   bool characterIsMember(char16_t character) const noexcept { return _bits && _bits->test(character); }

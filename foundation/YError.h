@@ -1,4 +1,5 @@
-// Error objects returned (never thrown) by operations that can fail in ordinary use.
+/// \file YError.h
+/// Error objects returned (never thrown) by operations that can fail in ordinary use.
 #pragma once
 
 #include <cstdint>
@@ -30,14 +31,21 @@ enum YFoundationErrorCode : std::int64_t {
 /// failures, the underlying errno (0 when there is none).
 class YError : public YObject {
  public:
+  /// An error of `domain` and `code` described by `localizedDescription`,
+  /// with the errno behind it (0 for none). Nothing is validated.
   YError(YString domain, std::int64_t code, YString localizedDescription, int underlyingErrno = 0);
+  /// A new shared error, as the constructor makes it.
   static std::shared_ptr<YError> errorWithDomainCodeDescription(YString domain, std::int64_t code,
                                                                  YString localizedDescription,
                                                                  int underlyingErrno = 0);
 
+  /// The domain, such as YFoundationErrorDomain or YIniErrorDomain.
   const YString& domain() const noexcept { return _domain; }
+  /// The code within the domain (YFoundationErrorCode, YIniErrorCode).
   std::int64_t code() const noexcept { return _code; }
+  /// One sentence for people, naming what failed (a path, an element).
   const YString& localizedDescription() const noexcept { return _description; }
+  /// The system's errno behind the failure, or 0.
   int underlyingErrno() const noexcept { return _errno; }
   /// "Error Domain=<domain> Code=<code> \"<description>\"".
   YString description() const override;

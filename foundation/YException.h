@@ -1,4 +1,5 @@
-// Exceptions raised by the foundation and the libraries built on it.
+/// \file YException.h
+/// Exceptions raised by the foundation and the libraries built on it.
 #pragma once
 
 #include <exception>
@@ -11,6 +12,7 @@
 /// reference.
 class YException : public std::exception {
  public:
+  /// An exception of kind `name` for `reason` (a null reason becomes "").
   YException(YString name, YString reason);
   ~YException() override;
 
@@ -30,6 +32,7 @@ class YException : public std::exception {
 /// A broken precondition or invariant: what the default assertion handler throws.
 class YInternalInconsistencyException : public YException {
  public:
+  /// Named "YInternalInconsistencyException", for `reason`.
   explicit YInternalInconsistencyException(YString reason);
 };
 
@@ -38,17 +41,20 @@ class YInternalInconsistencyException : public YException {
 /// mutation of an immutable object.
 class YInvalidArgumentException : public YException {
  public:
+  /// Named "YInvalidArgumentException", for `reason`.
   explicit YInvalidArgumentException(YString reason);
 };
 
 /// An index or range outside the bounds of a string or list.
 class YRangeException : public YException {
  public:
+  /// Named "YRangeException", for `reason`.
   explicit YRangeException(YString reason);
 };
 
 /// A list changed while a guarded walk over it was in progress.
 class YMutationDuringEnumerationException : public YException {
  public:
+  /// Named "YMutationDuringEnumerationException", for `reason`.
   explicit YMutationDuringEnumerationException(YString reason);
 };

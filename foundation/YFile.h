@@ -1,5 +1,6 @@
-// Reading whole files and writing them so that a failure or a crash never
-// leaves a half-written file in place.
+/// \file YFile.h
+/// Reading whole files and writing them so that a failure or a crash never
+/// leaves a half-written file in place.
 #pragma once
 
 #include <cstdint>
@@ -59,7 +60,7 @@ struct YFileWriteOptions {
   /// terminal, a pipe behind /dev/stdout) is written into, never replaced,
   /// in both modes. Opening a FIFO waits until it has a reader. A regular
   /// file reached through a process's descriptor link (/dev/stdout,
-  /// /dev/fd/N, /proc/<pid>/fd/N) is written into as well, at its end
+  /// /dev/fd/N, /proc/PID/fd/N) is written into as well, at its end
   /// (O_APPEND), so that a shell's "> file" or ">> file" behind standard
   /// output is honoured. A reader that goes away fails the write with EPIPE;
   /// no SIGPIPE reaches the process. False: such targets fail as above, and

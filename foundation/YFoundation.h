@@ -1,4 +1,5 @@
-// The foundation in one include.
+/// \file YFoundation.h
+/// The foundation in one include.
 #pragma once
 
 #include "YArray.h"

@@ -1,4 +1,5 @@
-// The diagnostic log.
+/// \file YLog.h
+/// The diagnostic log.
 #pragma once
 
 #include <functional>

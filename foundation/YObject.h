@@ -1,4 +1,5 @@
-// The root object: identity, description, kind tests and the observer mechanism.
+/// \file YObject.h
+/// The root object: identity, description, kind tests and the observer mechanism.
 #pragma once
 
 #include <cstddef>
@@ -33,14 +34,19 @@ using YValue = std::variant<std::monostate, bool, std::shared_ptr<YObject>>;
 class YIndexSet {
  public:
   YIndexSet() = default;
+  /// The set of the one index `index`.
   explicit YIndexSet(std::size_t index) noexcept : _first(index), _count(1) {}
+  /// The number of indexes.
   std::size_t count() const noexcept { return _count; }
+  /// Whether `index` is in the set.
   bool containsIndex(std::size_t index) const noexcept;
   /// The smallest index, or YNotFound when empty.
   std::size_t firstIndex() const noexcept;
+  /// Adds `index` (nothing when it is there already).
   void addIndex(std::size_t index);
   /// The indexes in ascending order.
   std::vector<std::size_t> indexes() const;
+  /// Whether both sets hold the same indexes.
   friend bool operator==(const YIndexSet& a, const YIndexSet& b) { return a.indexes() == b.indexes(); }
 
  private:
@@ -54,6 +60,7 @@ inline constexpr std::size_t YNotFound = static_cast<std::size_t>(PTRDIFF_MAX);
 
 /// What an observer is told about one change.
 struct YKeyValueChange {
+  /// A setting for a plain key; an insertion, removal or replacement for an indexed change.
   YKeyValueChangeKind kind = YKeyValueChangeKind::Setting;
   /// For a setting: the key's value after the change (when New was asked);
   /// for an insertion or replacement: the new children at `indexes`.
@@ -95,7 +102,9 @@ class YObject : public std::enable_shared_from_this<YObject> {
   /// The object's dynamic class name.
   YString className() const;
 
+  /// Identity: true only for this very object.
   bool isEqual(const YObject* other) const noexcept { return this == other; }
+  /// The object's address, consistent with isEqual().
   std::size_t hash() const noexcept { return reinterpret_cast<std::uintptr_t>(this); }
 
   /// True when the object is a T or of a class derived from T.
@@ -131,10 +140,10 @@ class YObject : public std::enable_shared_from_this<YObject> {
 
   /// One registration, as observationAtIndex() reports it.
   struct Observation {
-    YObject* observer;
-    const YString& key;
-    unsigned options;
-    void* context;
+    YObject* observer;   ///< the observer (not owned)
+    const YString& key;  ///< the key observed; valid while the registration stands
+    unsigned options;    ///< YKeyValueObservingOptions bits
+    void* context;       ///< the context given at registration
   };
   /// Number of registrations on this object, whatever their key.
   std::size_t observationCount() const noexcept { return registrationCount(); }
@@ -146,11 +155,18 @@ class YObject : public std::enable_shared_from_this<YObject> {
     return {r.observer, r.key, r.options, r.context};
   }
 
-  /// Brackets a change of `key`.
+  /// Opens a change of `key`: takes the Old value and sends Prior
+  /// notifications, for the observers that asked for them. Pair it with
+  /// didChangeValueForKey(), or use ChangeScope.
   void willChangeValueForKey(const YString& key);
+  /// Closes a change of `key`: each observer of `key` is notified, in
+  /// registration order. An exception from an observer passes to the caller.
   void didChangeValueForKey(const YString& key);
-  /// Brackets an indexed change of the to-many `key`.
+  /// Opens an indexed change of the to-many `key` at `indexes`, as
+  /// willChangeValueForKey() does for a plain key.
   void willChangeValuesAtIndexesForKey(YKeyValueChangeKind kind, const YIndexSet& indexes, const YString& key);
+  /// Closes an indexed change of the to-many `key` at `indexes`, as
+  /// didChangeValueForKey() does for a plain key.
   void didChangeValuesAtIndexesForKey(YKeyValueChangeKind kind, const YIndexSet& indexes, const YString& key);
 
   /// Called on an observer after a change it registered for. The default does nothing.
@@ -169,10 +185,19 @@ class YObject : public std::enable_shared_from_this<YObject> {
 
   /// Brackets one change: will-change now, did-change when the scope ends
   /// normally. When the scope ends by an exception no did-change is sent.
+  /// An object nobody observes pays two loads for it.
+  ///
+  /// The destructor sends did-change, which runs the observers; an exception
+  /// one of them raises (the assertion handler's, for instance) has to reach
+  /// the code that made the change, so the destructor is noexcept(false). It
+  /// never throws while the scope is unwinding from another exception.
   class ChangeScope {
    public:
+    /// Opens a change of the plain `key` of `object`.
     ChangeScope(YObject& object, const YString& key);
+    /// Opens an indexed change of kind `kind` at `index` of the to-many `key` of `object`.
     ChangeScope(YObject& object, YKeyValueChangeKind kind, std::size_t index, const YString& key);
+    /// Closes the change (see the class comment).
     ~ChangeScope() noexcept(false);
     ChangeScope(const ChangeScope&) = delete;
     ChangeScope& operator=(const ChangeScope&) = delete;

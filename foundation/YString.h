@@ -1,4 +1,5 @@
-// The shared UTF-16 string handle.
+/// \file YString.h
+/// The shared UTF-16 string handle.
 #pragma once
 
 #include <array>
@@ -35,35 +36,54 @@ inline void appendUTF16(std::u16string& out, char32_t cp) {
 }  // namespace ydetail
 
 /// One argument of YString::stringWithFormat. Built implicitly from strings,
-/// objects, C strings and numbers.
+/// objects, C strings and numbers. It refers to the argument without owning
+/// or copying it, so it lives only as long as the call it is made for.
 class YFormatArg {
  public:
+  /// What the argument holds; each kind has its own accessor below.
   enum class Kind { String, Object, CString, Signed, Unsigned, Double, Pointer };
 
+  /// A string (for `%@`).
   YFormatArg(const YString& s) noexcept : _kind(Kind::String), _string(&s) {}
   YFormatArg(const char16_t* s) = delete;  // wrap UTF-16 literals in YString
+  /// A C string in UTF-8 (for `%s`).
   YFormatArg(const char* s) noexcept : _kind(Kind::CString), _cstring(s) {}
+  /// A std::string's text in UTF-8 (for `%s`).
   YFormatArg(const std::string& s) noexcept : _kind(Kind::CString), _cstring(s.c_str()) {}
+  /// An object, printed through its description() (for `%@`).
   YFormatArg(const YObject* o) noexcept : _kind(Kind::Object), _object(o) {}
+  /// A shared object, printed through its description() (for `%@`).
   template <class T>
     requires std::is_base_of_v<YObject, T>
   YFormatArg(const std::shared_ptr<T>& o) noexcept : _kind(Kind::Object), _object(o.get()) {}
+  /// A signed integer (for any integer directive).
   template <class T>
     requires(std::is_integral_v<T> && std::is_signed_v<T>)
   YFormatArg(T v) noexcept : _kind(Kind::Signed), _signed(v) {}
+  /// An unsigned integer (for any integer directive).
   template <class T>
     requires(std::is_integral_v<T> && !std::is_signed_v<T>)
   YFormatArg(T v) noexcept : _kind(Kind::Unsigned), _unsigned(v) {}
+  /// A number (for `%f %g %e`).
   YFormatArg(double v) noexcept : _kind(Kind::Double), _double(v) {}
+  /// A pointer (for `%p`).
   YFormatArg(const void* p) noexcept : _kind(Kind::Pointer), _pointer(p) {}
 
+  /// What the argument holds.
   Kind kind() const noexcept { return _kind; }
+  /// The string; only for Kind::String.
   const YString& string() const noexcept { return *_string; }
+  /// The object (may be null); only for Kind::Object.
   const YObject* object() const noexcept { return _object; }
+  /// The C string (may be null); only for Kind::CString.
   const char* cstring() const noexcept { return _cstring; }
+  /// The value; only for Kind::Signed.
   long long signedValue() const noexcept { return _signed; }
+  /// The value; only for Kind::Unsigned.
   unsigned long long unsignedValue() const noexcept { return _unsigned; }
+  /// The value; only for Kind::Double.
   double doubleValue() const noexcept { return _double; }
+  /// The pointer; only for Kind::Pointer.
   const void* pointer() const noexcept { return _pointer; }
 
  private:
@@ -99,20 +119,29 @@ class YString {
 
   /// A null (absent) string.
   YString() noexcept = default;
+  /// A null (absent) string, as `YString s = nullptr;` reads.
   YString(std::nullptr_t) noexcept {}
   /// An immutable string of the given UTF-16 code units; a null pointer gives a null string.
   YString(const char16_t* utf16);
+  /// An immutable string holding a copy of `utf16` (an empty view gives "", not null).
   YString(std::u16string_view utf16);
+  /// An immutable string holding a copy of `utf16`.
   YString(const std::u16string& utf16) : YString(std::u16string_view(utf16)) {}
   /// An immutable string from UTF-8; a null pointer gives a null string.
   /// Invalid UTF-8 throws YInvalidArgumentException.
   YString(const char* utf8);
+  /// An immutable string from UTF-8; invalid UTF-8 throws YInvalidArgumentException.
   YString(const std::string& utf8) : YString(fromUTF8(utf8)) {}
 
+  /// Another handle to the same string (shared, not copied).
   YString(const YString& other) noexcept;
+  /// Takes `other`'s string; `other` becomes null.
   YString(YString&& other) noexcept : _rep(other._rep) { other._rep = nullptr; }
+  /// Makes this handle share `other`'s string.
   YString& operator=(const YString& other) noexcept;
+  /// Takes `other`'s string; `other` becomes null.
   YString& operator=(YString&& other) noexcept;
+  /// Lets go of the string; the last handle frees it.
   ~YString();
 
   /// An immutable string from UTF-8; invalid UTF-8 throws YInvalidArgumentException.
@@ -136,6 +165,7 @@ class YString {
     const std::array<YFormatArg, sizeof...(Args)> list{YFormatArg(args)...};
     return formatWithArguments(format, list.data(), list.size());
   }
+  /// stringWithFormat() with the arguments as an array of `count` entries.
   static YString formatWithArguments(const char* format, const YFormatArg* args, std::size_t count);
 
   /// Reads a whole file, detecting its encoding: a byte-order mark first, then
@@ -163,6 +193,7 @@ class YString {
 
   /// True for the absent string.
   bool isNull() const noexcept { return _rep == nullptr; }
+  /// True for a string made mutable (mutableString(), mutableCopy()); false for null.
   bool isMutable() const noexcept;
   /// Number of UTF-16 code units; 0 for null.
   std::size_t length() const noexcept;
@@ -170,6 +201,7 @@ class YString {
   char16_t characterAtIndex(std::size_t index) const;
   /// Direct access to the code units (valid until the next mutation).
   const char16_t* characters() const noexcept;
+  /// The code units as a view (empty for null; valid until the next mutation).
   std::u16string_view view() const noexcept { return {characters(), length()}; }
 
   /// Code unit for code unit equality. False when either string is null.
@@ -180,16 +212,21 @@ class YString {
   friend bool operator==(const YString& a, const YString& b) noexcept {
     return a._rep == b._rep || (a._rep != nullptr && b._rep != nullptr && a.isEqualToString(b));
   }
+  /// A hash of the code units, equal for equal strings (null hashes as "").
   std::size_t hash() const noexcept;
 
+  /// Whether the string begins with `prefix`; false when either is null.
   bool hasPrefix(const YString& prefix) const noexcept;
+  /// Whether the string ends with `suffix`; false when either is null.
   bool hasSuffix(const YString& suffix) const noexcept;
   /// Position of the first occurrence of `string`, or npos.
   std::size_t indexOfString(const YString& string, std::size_t from = 0) const noexcept;
 
   /// A new immutable string of [location, location + length); YRangeException when out of bounds.
   YString substringWithRange(std::size_t location, std::size_t length) const;
+  /// A new immutable string from `index` to the end; YRangeException past the end.
   YString substringFromIndex(std::size_t index) const;
+  /// A new immutable string of the first `index` code units; YRangeException past the end.
   YString substringToIndex(std::size_t index) const;
   /// A new immutable string without leading and trailing members of `set`.
   /// A null set removes nothing. A null receiver yields null.
@@ -197,6 +234,7 @@ class YString {
 
   /// The text in UTF-8 (lone surrogates become U+FFFD); "" for null.
   std::string UTF8String() const;
+  /// A copy of the code units; "" for null.
   std::u16string u16string() const { return std::u16string(view()); }
 
   /// A snapshot: later changes to this string cannot change the copy. An
@@ -209,10 +247,16 @@ class YString {
   /// YInvalidArgumentException, an index beyond the length YRangeException;
   /// in both cases nothing changes.
   void insertStringAtIndex(const YString& string, std::size_t index) const;
+  /// Appends `string`; fails as insertStringAtIndex() does.
   void appendString(const YString& string) const;
+  /// Appends `length` code units from `characters` (which may point into this string).
   void appendCharacters(const char16_t* characters, std::size_t length) const;
+  /// Appends one code unit.
   void appendCharacter(char16_t character) const { appendCharacters(&character, 1); }
+  /// Removes [location, location + length); a range beyond the string throws
+  /// YRangeException and changes nothing.
   void deleteCharactersInRange(std::size_t location, std::size_t length) const;
+  /// Replaces the whole text with a copy of `string`'s (null empties it).
   void setString(const YString& string) const;
 
  private:
@@ -221,9 +265,12 @@ class YString {
   ydetail::YStringRep* _rep = nullptr;
 };
 
+/// Writes the text in UTF-8 between double quotes, or (null), for diagnostics and test output.
 std::ostream& operator<<(std::ostream& os, const YString& s);
 
+/// Hashing for unordered containers, by text (YString::hash()).
 template <>
 struct std::hash<YString> {
+  /// The string's hash().
   std::size_t operator()(const YString& s) const noexcept { return s.hash(); }
 };

@@ -1,4 +1,5 @@
-// Text encodings: conversion between strings and bytes.
+/// \file YStringEncoding.h
+/// Text encodings: conversion between strings and bytes.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// Rules that take the rest of a line after an opening sequence.
+/// \file YEndOfLineRule.h
+/// Rules that take the rest of a line after an opening sequence.
 #pragma once
 
 #include <cstdint>
@@ -26,6 +27,7 @@ class YEndOfLineRule : public YRule {
   static std::shared_ptr<YEndOfLineRule> ruleWithOpenSequenceTokenClass(const YString& openSequence,
                                                                        std::shared_ptr<YTokenClass> tokenClass);
 
+  /// The opening sequence (the rule's own snapshot).
   const YString& openSequence() const noexcept { return _openSequence; }
 
   std::shared_ptr<YToken> tokenAtPosition(std::u16string_view text, std::int32_t position) override;

@@ -1,4 +1,5 @@
-// Rules that recognise a token with a regular expression.
+/// \file YRegularExpressionRule.h
+/// Rules that recognise a token with a regular expression.
 #pragma once
 
 #include <cstdint>
@@ -26,9 +27,9 @@ enum YRegularExpressionOptions : unsigned {
   YRegularExpressionDotMatchesAll = 1u << 3,
   /// `^` and `$` also match after and before every LF inside the text.
   YRegularExpressionMultiline = 1u << 4,
-  /// The text is matched as Unicode characters rather than code units: `.`
-  /// takes a whole surrogate pair, and `\w`, `\d`, `[[:alpha:]]` and case
-  /// folding follow Unicode properties. A lone surrogate in the text is
+  /// The text is matched as Unicode characters rather than code units: the
+  /// dot takes a whole surrogate pair, and `\w`, `\d`, `[[:alpha:]]` and
+  /// case folding follow Unicode properties. A lone surrogate in the text is
   /// never matched by anything. Positions and lengths stay in code units.
   YRegularExpressionUnicode = 1u << 5,
 };
@@ -41,10 +42,19 @@ inline constexpr unsigned YRegularExpressionAllOptions = (1u << 6) - 1;
 /// The reason names the pattern, the position and the matcher's own message.
 class YRegularExpressionMatchException : public YException {
  public:
+  /// Named "YRegularExpressionMatchException", for `reason`.
   explicit YRegularExpressionMatchException(YString reason);
 };
 
 /// A rule that matches a regular expression at the scanning position.
+///
+/// Example:
+/// @code
+/// auto number = YTokenClass::tokenClass(YString("number"));
+/// auto rule = YRegularExpressionRule::ruleWithPatternOptionsTokenClass(YString("[0-9]+"), 0, number);
+/// auto token = rule->tokenAtPosition(u"port 8080", 5);  // class number, position 5, length 4
+/// auto none = rule->tokenAtPosition(u"port 8080", 0);   // null: a match begins at the position
+/// @endcode
 ///
 /// Matching semantics (options word 0):
 /// - The pattern is tried only at the scanning position: a match always
@@ -92,7 +102,9 @@ class YRegularExpressionRule : public YRule {
       const YString& pattern, unsigned options, std::shared_ptr<YTokenClass> tokenClass,
       std::shared_ptr<YDictionary<YTokenClass>> groupClasses);
 
+  /// The pattern as given at creation.
   const YString& pattern() const noexcept { return _pattern; }
+  /// The YRegularExpressionOptions bits given at creation.
   unsigned options() const noexcept { return _options; }
   /// True when the pattern runs JIT-compiled.
   bool isJitCompiled() const noexcept;

@@ -1,4 +1,5 @@
-// The common base of scanner rules.
+/// \file YRule.h
+/// The common base of scanner rules.
 #pragma once
 
 #include <array>

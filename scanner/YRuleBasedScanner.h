@@ -1,4 +1,5 @@
-// The scanner: cuts a text into tokens with an ordered list of rules.
+/// \file YRuleBasedScanner.h
+/// The scanner: cuts a text into tokens with an ordered list of rules.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +14,17 @@
 
 /// Cuts the text of a stream into tokens, one per nextToken() call, starting
 /// at the stream's current position.
+///
+/// Example:
+/// @code
+/// auto word = YTokenClass::tokenClass(YString("word"));
+/// auto rules = YArray<YRule>::arrayWithObjects(
+///     {YRegularExpressionRule::ruleWithPatternOptionsTokenClass(YString("[a-z]+"), 0, word)});
+/// auto stream = YUnicharStream::streamWithBuffer(YStringBuffer::bufferFromString(YString("key = value")));
+/// auto scanner = YRuleBasedScanner::scannerForStreamWithRules(stream, rules);
+/// while (auto token = scanner->nextToken()) std::printf("%d+%d ", token->position(), token->length());
+/// // "0+3 3+3 6+5": "key", the unmatched " = " (YTokenClass::unmatchedTokenClass()), "value"
+/// @endcode
 ///
 /// At each position the rules are tried in list order and the first that
 /// matches wins, even when a later rule would match more text; the position
@@ -53,6 +65,7 @@ class YRuleBasedScanner : public YObject {
   /// from the scanner's own rule kinds allocates nothing.
   bool nextMatch(YTokenMatch& match);
 
+  /// The stream scanned (shared); its position moves as tokens are taken.
   const std::shared_ptr<YUnicharStream>& stream() const noexcept { return _stream; }
   /// The current position (the stream's).
   std::int32_t position() const noexcept { return _stream->position(); }

@@ -1,4 +1,5 @@
-// A buffer holding the code units of a string.
+/// \file YStringBuffer.h
+/// A buffer holding the code units of a string.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// Tokens: recognised pieces of a text.
+/// \file YToken.h
+/// Tokens: recognised pieces of a text.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +10,8 @@
 #include "YObject.h"
 #include "YTokenClass.h"
 
+struct YTokenMatch;
+
 /// One recognised piece of a text: its class, its position and length in
 /// UTF-16 code units, and its subtokens.
 ///
@@ -17,11 +20,9 @@
 /// are an immutable YArray<YToken> (never null; empty when the rule made
 /// none), in the order of the groups in the rule's pattern. A token shares its
 /// class with whoever created the class. Tokens are immutable.
-struct YTokenMatch;
-
 class YToken : public YObject {
  public:
-  using Subtokens = std::shared_ptr<YArray<YToken>>;
+  using Subtokens = std::shared_ptr<YArray<YToken>>;  ///< a token's subtokens: an immutable list
 
   /// A token of `tokenClass` covering [position, position + length).
   /// A null `subtokens` means none. A mutable list is snapshotted.
@@ -54,19 +55,21 @@ class YToken : public YObject {
 /// the rule's group count. The classes are not owned: they stay valid while
 /// the rule that produced the match (or `token`, when set) is alive.
 struct YTokenMatch {
+  /// A subtoken as a plain value.
   struct Subtoken {
-    const YTokenClass* tokenClass;
-    std::int32_t position;  // relative to the parent token
-    std::int32_t length;
+    const YTokenClass* tokenClass;  ///< the class of its group (not owned)
+    std::int32_t position;          ///< relative to the parent token
+    std::int32_t length;            ///< in code units; 0 for a group that matched empty text
   };
-  const YTokenClass* tokenClass = nullptr;
-  std::int32_t position = 0;
-  std::int32_t length = 0;
-  std::vector<Subtoken> subtokens;
+  const YTokenClass* tokenClass = nullptr;  ///< the rule's class (not owned); null after reset()
+  std::int32_t position = 0;                ///< from the start of the whole text
+  std::int32_t length = 0;                  ///< in code units, never 0 for a match
+  std::vector<Subtoken> subtokens;          ///< in pattern group order
   /// The token object, when the match came from one (a rule without a value
   /// path); it keeps the classes alive.
   std::shared_ptr<YToken> token;
 
+  /// Empties the match: no class, no subtokens (their room is kept), no token.
   void reset() noexcept {
     tokenClass = nullptr;
     position = length = 0;

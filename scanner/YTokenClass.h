@@ -1,4 +1,5 @@
-// Token classes: identities that tell tokens apart.
+/// \file YTokenClass.h
+/// Token classes: identities that tell tokens apart.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,5 @@
-// A stream of UTF-16 code units over a buffer.
+/// \file YUnicharStream.h
+/// A stream of UTF-16 code units over a buffer.
 #pragma once
 
 #include <cstdint>
@@ -19,15 +20,18 @@ class YUnicharStream : public YObject {
   /// (null is returned when the handler returns).
   static std::shared_ptr<YUnicharStream> streamWithBuffer(std::shared_ptr<YStringBuffer> buffer);
 
+  /// The buffer read (shared).
   const std::shared_ptr<YStringBuffer>& buffer() const noexcept { return _buffer; }
   /// All code units of the buffer.
   std::u16string_view characters() const noexcept { return _text; }
+  /// The number of code units in the buffer.
   std::int32_t length() const noexcept { return static_cast<std::int32_t>(_text.size()); }
 
   /// The current position, 0 <= position() <= length().
   std::int32_t position() const noexcept { return _position; }
   /// Moves the current position; outside [0, length()] throws YRangeException.
   void setPosition(std::int32_t position);
+  /// Whether the position is at the end (position() == length()).
   bool isAtEnd() const noexcept { return static_cast<std::size_t>(_position) >= _text.size(); }
   /// The code unit at the current position; YRangeException at the end.
   char16_t currentCharacter() const;

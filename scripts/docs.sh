@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the reference documentation with Doxygen from the public headers as
 # they are installed (configure, install the "headers" component into a
-# scratch folder, run Doxygen over it). Every warning is listed, in
+# scratch folder, run Doxygen over it), with docs/mainpage.md as its first page. Every warning is listed, in
 # BUILD_DIR/doxygen-warnings.log too, and any warning fails the run.
 # The HTML lands in BUILD_DIR/html (default BUILD_DIR: build-docs).
 # Usage: scripts/docs.sh [build-dir]
@@ -20,7 +20,7 @@ log="$build/doxygen-warnings.log"
 status=0
 {
   cat scripts/Doxyfile
-  echo "INPUT = $include"
+  echo "INPUT = docs/mainpage.md $include"
   echo "STRIP_FROM_PATH = $include"
   echo "OUTPUT_DIRECTORY = $build"
   echo "PROJECT_NUMBER = $version"

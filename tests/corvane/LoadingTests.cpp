@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "ElementTestSupport.h"
 #include "ReadingSupport.h"
@@ -181,6 +182,33 @@ TEST_F(FileLoading, DetectsTheEncoding) {
     ASSERT_TRUE(document);
     std::string text = visible(document->stringValue());
     EXPECT_EQ(text.substr(0, expected.size()), expected);
+  }
+}
+
+// Loading never commits, whichever way the text comes: the document and each
+// section holding children report themselves modified until the host commits,
+// and the host's observer of "modified" hears the commit.
+TEST_F(FileLoading, EveryLoadingRouteLeavesTheDocumentModifiedUntilCommitted) {
+  const std::string text = "# top\n[a]\nk=v\n[empty]\n";
+  const auto factory = YIniStandardElementFactory::standardFactory();
+  const std::vector<std::pair<const char*, std::function<std::shared_ptr<YIniDocument>()>>> routes = {
+      {"string", [&] { return YIniDocument::documentFromStringFactory(YString(text), factory); }},
+      {"file", [&] { return YIniDocument::documentWithContentsOfFileFactory(write("a.ini", text), factory); }},
+      {"data", [&] { return YIniDocument::documentWithDataFactory(text, factory); }},
+  };
+  for (const auto& [route, loadDocument] : routes) {
+    SCOPED_TRACE(route);
+    auto document = loadDocument();
+    ASSERT_TRUE(document);
+    EXPECT_TRUE(document->isModified());
+    EXPECT_TRUE(document->sectionForName(YString("a"))->isModified());
+    EXPECT_FALSE(document->sectionForName(YString("empty"))->isModified());  // holds nothing
+    KeyObserver observer(*document, YModifiedKey);
+    document->commit();
+    EXPECT_FALSE(document->isModified());
+    EXPECT_FALSE(document->sectionForName(YString("a"))->isModified());
+    ASSERT_GT(observer.count(), 0u);
+    EXPECT_FALSE(observer.lastBool());
   }
 }
 
