@@ -18,6 +18,8 @@ LABELS = {
     "simpleini": "SimpleIni",
     "inih": "inih (parse only)",
     "copy": "read + write copy",
+    "floor": "floor, strings copied",
+    "floor-slices": "floor, strings sliced",
 }
 
 

@@ -10,12 +10,18 @@
 # must equal the input rewritten by the writing rules, and the edit must change
 # exactly the edited line.
 #
+# The floor model (compare_floor) is the element contract's own cost: plain C++
+# doing only the work the contract requires (UTF-16 text kept, one make_shared
+# object per element, counted strings copied out of the text, or with --slices
+# referring to it), timed beside the others; its output passes the same check.
+#
 # GKeyFile refuses continuation lines, so the peers run on the corpus without
 # its continuation lines ("flat"); Corvane also runs on the full corpus, which
 # the scaling series uses.
 #
 # Usage: bench/compare/run.sh [--quick] [--runs N] [--size MB] [--scale "MB ..."]
 #                             [--build-dir DIR] [--work-dir DIR] [--no-install]
+# (the build dir defaults to build-bench in the source tree)
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -36,7 +42,7 @@ while (($#)); do
     --build-dir) build="$2"; shift ;;
     --work-dir) work="$2"; shift ;;
     --no-install) install=0 ;;
-    -h|--help) sed -n '2,18p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,24p' "$0"; exit 0 ;;
     *) echo "unknown argument: $1" >&2; exit 2 ;;
   esac
   shift
@@ -71,12 +77,16 @@ value="edited/value"
 median() { sort -g | awk '{ v[NR] = $1 } END { if (NR % 2) print v[(NR + 1) / 2]; else print (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
 
 declare -A times rss failed
+# A job's program is compare_<binary> with its flags (the floor model runs twice).
+declare -A binary=([floor-slices]=floor) flags=([floor-slices]=--slices)
+program_of() { echo "$bin/compare_${binary[$1]:-$1}"; }
 # run_once <job> <program> <input> <mb>: one measured run, appended to the job's samples.
 run_once() {
   local job="$1" program="$2" input="$3" mb="$4" t r code
   [[ -n "${failed[$job]:-}" ]] && return 0
-  read -r t r code < <("$bin/compare_measure" "$bin/compare_$program" "$input" "$work/out-$program.ini" \
-    "${target_section[$mb]}" "${target_key[$mb]}" "$value")
+  # shellcheck disable=SC2086 # the flags are words
+  read -r t r code < <("$bin/compare_measure" "$(program_of "$program")" ${flags[$program]:-} "$input" \
+    "$work/out-$program.ini" "${target_section[$mb]}" "${target_key[$mb]}" "$value")
   if [[ "$code" != 0 ]]; then
     echo "compare_$program failed on $input (exit $code)" >&2
     failed[$job]=1
@@ -86,22 +96,26 @@ run_once() {
   rss[$job]+="$r "
 }
 
-programs=(corvane gkeyfile simpleini inih copy)
+programs=(corvane gkeyfile simpleini inih copy floor floor-slices)
 declare -A label=(
   [corvane]="Corvane"
   [gkeyfile]="GLib GKeyFile (keep comments)"
   [simpleini]="SimpleIni"
   [inih]="inih (parse only)"
   [copy]="read + write copy"
+  [floor]="floor model (strings copied)"
+  [floor-slices]="floor model (strings slice the text)"
 )
+loaders=(corvane gkeyfile floor floor-slices)
 flat="$work/flat-$size.ini"
 full="$work/full-$size.ini"
 # load_once <job> <program>: loading alone (the sixth argument).
 load_once() {
   local job="$1" program="$2" t r code
   [[ -n "${failed[$job]:-}" ]] && return 0
-  read -r t r code < <("$bin/compare_measure" "$bin/compare_$program" "$flat" "$work/out-$program.ini" \
-    "${target_section[$size]}" "${target_key[$size]}" "$value" load)
+  # shellcheck disable=SC2086
+  read -r t r code < <("$bin/compare_measure" "$(program_of "$program")" ${flags[$program]:-} "$flat" \
+    "$work/out-$program.ini" "${target_section[$size]}" "${target_key[$size]}" "$value" load)
   if [[ "$code" != 0 ]]; then failed[$job]=1; return 0; fi
   times[$job]+="$t "
   rss[$job]+="$r "
@@ -118,13 +132,13 @@ small_once() {
 }
 for ((i = 0; i < runs; i++)); do
   for p in "${programs[@]}"; do
-    if [[ -x "$bin/compare_$p" ]]; then run_once "$p" "$p" "$flat" "$size"; fi
+    if [[ -x "$(program_of "$p")" ]]; then run_once "$p" "$p" "$flat" "$size"; fi
   done
   for mb in $(printf '%s\n' $size $scale | sort -u); do run_once "full-$mb" corvane "$work/full-$mb.ini" "$mb"; done
-  for p in corvane gkeyfile; do
-    if [[ -x "$bin/compare_$p" ]]; then load_once "load-$p" "$p"; fi
-    small_once "$p"
+  for p in "${loaders[@]}"; do
+    if [[ -x "$(program_of "$p")" ]]; then load_once "load-$p" "$p"; fi
   done
+  for p in corvane gkeyfile; do small_once "$p"; done
 done
 
 declare -A T R
@@ -138,15 +152,21 @@ declare -A S
 for p in "${!small_times[@]}"; do S[$p]=$(printf '%s\n' ${small_times[$p]} | median); done
 
 # ---- output check -----------------------------------------------------------
+# check <input> <mb> [job]: Corvane's output (or the job's) by the writing rules.
 check() {
-  local input="$1" mb="$2"
-  "$bin/compare_corvane" "$input" "$work/check-unedited.ini" "${target_section[$mb]}" "${target_key[$mb]}" - &&
-    "$bin/compare_corvane" "$input" "$work/check-edited.ini" "${target_section[$mb]}" "${target_key[$mb]}" "$value" &&
+  local input="$1" mb="$2" job="${3:-corvane}" program
+  program=$(program_of "$job")
+  # shellcheck disable=SC2086
+  "$program" ${flags[$job]:-} "$input" "$work/check-unedited.ini" "${target_section[$mb]}" "${target_key[$mb]}" - &&
+    "$program" ${flags[$job]:-} "$input" "$work/check-edited.ini" "${target_section[$mb]}" "${target_key[$mb]}" \
+      "$value" &&
     "$bin/compare_corpus" check "$input" "$work/check-unedited.ini" "$work/check-edited.ini" \
       "${target_section[$mb]}" "${target_key[$mb]}" "$value"
 }
 check_full=$(check "$full" "$size" || true)
 check_flat=$(check "$flat" "$size" || true)
+check_floor=$(check "$flat" "$size" floor || true)
+check_slices=$(check "$flat" "$size" floor-slices || true)
 
 # ---- report -----------------------------------------------------------------
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (a == "" || b == "" || b == 0) print "–"; else printf "%.2f", a / b }'; }
@@ -170,7 +190,7 @@ echo "Loading alone (the same file, comments kept):"
 echo
 echo "| Program | Time (s) | × GKeyFile | Peak RSS (MiB) |"
 echo "|---|---:|---:|---:|"
-for p in corvane gkeyfile; do
+for p in "${loaders[@]}"; do
   t=${T[load-$p]:-}; [[ -n "$t" ]] || continue
   echo "| ${label[$p]} | $(awk -v t="$t" 'BEGIN { printf "%.3f", t }') | $(ratio "$t" "${T[load-gkeyfile]:-}") | $(mib "${R[load-$p]}") |"
 done
@@ -202,6 +222,11 @@ if [[ -n "${T[corvane]:-}" ]]; then
   echo "- Time vs GKeyFile: $(ratio "${T[corvane]}" "$gk")× (target ≤ 0.5×); vs copy: $(ratio "${T[corvane]}" "$cp")× (target ≤ 6×)"
   echo "- Peak memory vs GKeyFile: $(ratio "${R[corvane]}" "$gkr")× (target ≤ 1×)"
 fi
+for p in floor floor-slices; do
+  [[ -n "${T[$p]:-}" ]] || continue
+  echo "- ${label[$p]} vs GKeyFile: time $(ratio "${T[$p]}" "$gk")×, peak memory $(ratio "${R[$p]}" "$gkr")×;" \
+    "Corvane vs it: time $(ratio "${T[corvane]:-}" "${T[$p]}")×, peak memory $(ratio "${R[corvane]:-}" "${R[$p]}")×"
+done
 if [[ -n "${T[load-corvane]:-}" ]]; then
   echo "- Loading vs GKeyFile's loading: $(ratio "${T[load-corvane]}" "${T[load-gkeyfile]:-}")× (target ≤ 0.5×)"
 fi
@@ -213,8 +238,10 @@ fi
   for p in "${programs[@]}"; do
     [[ -n "${T[$p]:-}" ]] && echo "roundtrip ${p} ${T[$p]} ${R[$p]}"
   done
-  for p in corvane gkeyfile; do
+  for p in "${loaders[@]}"; do
     [[ -n "${T[load-$p]:-}" ]] && echo "load ${p} ${T[load-$p]} ${R[load-$p]}"
+  done
+  for p in corvane gkeyfile; do
     [[ -n "${S[$p]:-}" ]] && echo "small ${p} ${S[$p]} 0"
   done
   for mb in $scale; do [[ -n "${T[full-$mb]:-}" ]] && echo "scale $mb ${T[full-$mb]} ${R[full-$mb]}"; done
@@ -222,5 +249,7 @@ fi
 echo "- Figures for the chart: $build/bench-compare.dat (bench/compare/chart.py makes the SVG)"
 echo "- Output check, full corpus: ${check_full:-FAIL: no output}"
 echo "- Output check, flat corpus: ${check_flat:-FAIL: no output}"
+echo "- Output check, floor model: ${check_floor:-FAIL: no output}"
+echo "- Output check, floor model with slices: ${check_slices:-FAIL: no output}"
 rm -f "$work"/out-*.ini "$work"/check-*.ini
-[[ "$check_full" == ok:* && "$check_flat" == ok:* ]]
+[[ "$check_full" == ok:* && "$check_flat" == ok:* && "$check_floor" == ok:* && "$check_slices" == ok:* ]]
