@@ -65,9 +65,16 @@ class YRegularExpressionMatchException : public YException {
 ///   Groups that did not take part, groups the map does not name, and map
 ///   entries the pattern lacks yield nothing.
 ///
-/// The pattern is compiled once, when the rule is made, and JIT-compiled when
-/// the machine supports it (the interpreter is used otherwise). The text is
-/// never copied.
+/// The pattern is compiled when the rule is made, and JIT-compiled when the
+/// machine supports it (the interpreter is used otherwise). Compiled patterns
+/// are kept per process, by pattern and options, and shared by every rule
+/// made with the same pair, on any thread: making a rule again costs a lookup.
+/// The process keeps the 64 pairs used most recently. Each rule still has its
+/// own match state, so rules that share a pattern match independently. The
+/// text is never copied.
+///
+/// Thread safety: rules may be made and destroyed on any threads at once; one
+/// rule is matched by one thread at a time.
 class YRegularExpressionRule : public YRule {
  public:
   /// Compiles `pattern` (not null) under `options` (YRegularExpressionOptions
