@@ -39,8 +39,10 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
   // factory's elements, has no party but itself to hear the announcements
   // placing them: its elements are then placed quietly, and every flag is
   // settled at the end to what the announcements would have left.
-  const bool quiet = typeid(*this) == typeid(YIniDocument) && typeid(*factory) == typeid(YIniStandardElementFactory) &&
-                     observationCount() == 1 && elementsList()->count() == 0 && initialElements()->count() == 0;
+  const YIniElementFactory& factoryObject = *factory;  // typeid of a plain reference: no call inside it
+  const bool quiet = typeid(*this) == typeid(YIniDocument) &&
+                     typeid(factoryObject) == typeid(YIniStandardElementFactory) && observationCount() == 1 &&
+                     elementsList()->count() == 0 && initialElements()->count() == 0;
   std::vector<YIniCompositeElement*> filled;
   auto place = [&](YIniCompositeElement& target, std::shared_ptr<YIniElement> element) {
     if (!quiet) return target.addElement(std::move(element));
