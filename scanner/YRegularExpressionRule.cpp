@@ -216,10 +216,48 @@ struct YRegularExpressionRule::Matcher {
 
   std::shared_ptr<const CompiledPattern> compiled;
   pcre2_match_data* matchData = nullptr;
+  pcre2_match_context* longTextContext = nullptr;  // made for the first long text
   std::vector<Group> groups;  // named groups with a class, in pattern order
 
-  ~Matcher() { pcre2_match_data_free(matchData); }
+  ~Matcher() {
+    pcre2_match_context_free(longTextContext);
+    pcre2_match_data_free(matchData);
+  }
+
+  // The match context for a subject of `length` code units: null (the
+  // engine's defaults) unless the text is long enough for the default match
+  // limit to stop a match that only scans it once or twice.
+  pcre2_match_context* contextForLength(std::size_t length);
 };
+
+namespace {
+
+// Steps a match may take per code unit of the subject. A pattern that walks
+// a long line a few times (a lazy repetition up to a distant "=", a greedy one
+// giving back to a "]") takes about one step per unit and pass; runaway
+// backtracking takes exponentially many and is still stopped.
+constexpr uint64_t kMatchStepsPerUnit = 8;
+
+uint32_t defaultMatchLimit() {
+  static const uint32_t limit = [] {
+    uint32_t value = 0;
+    return pcre2_config(PCRE2_CONFIG_MATCHLIMIT, &value) >= 0 && value > 0 ? value : 10'000'000u;
+  }();
+  return limit;
+}
+
+}  // namespace
+
+pcre2_match_context* YRegularExpressionRule::Matcher::contextForLength(std::size_t length) {
+  const uint64_t budget = std::min<uint64_t>(static_cast<uint64_t>(length) * kMatchStepsPerUnit, UINT32_MAX);
+  if (budget <= defaultMatchLimit()) return nullptr;
+  if (!longTextContext) {
+    longTextContext = pcre2_match_context_create(nullptr);
+    if (!longTextContext) throw YRegularExpressionMatchException(YString(u"No memory for a match context"));
+  }
+  pcre2_set_match_limit(longTextContext, static_cast<uint32_t>(budget));
+  return longTextContext;
+}
 
 YRegularExpressionRule::YRegularExpressionRule(const YString& pattern, unsigned options,
                                                std::shared_ptr<YTokenClass> tokenClass,
@@ -275,10 +313,11 @@ bool YRegularExpressionRule::matchAtPosition(std::u16string_view text, std::int3
   const std::size_t remaining = text.size() - static_cast<std::size_t>(position);
   if (remaining < compiled.minimumLength) return false;
   const auto subject = reinterpret_cast<PCRE2_SPTR>(text.data() + position);
+  pcre2_match_context* context = m.contextForLength(remaining);
   const int rc =
       compiled.jit
-          ? pcre2_jit_match(compiled.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, nullptr)
-          : pcre2_match(compiled.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, nullptr);
+          ? pcre2_jit_match(compiled.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, context)
+          : pcre2_match(compiled.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, context);
   if (rc == PCRE2_ERROR_NOMATCH) return false;
   if (rc < 0)
     throw YRegularExpressionMatchException(YString::stringWithFormat(

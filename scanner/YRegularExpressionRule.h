@@ -106,7 +106,12 @@ class YRegularExpressionRule : public YRule {
 
   /// Matches at `position`; see the class comment. Throws
   /// YRegularExpressionMatchException when the matcher fails for a reason
-  /// other than "no match" (a resource limit, no memory).
+  /// other than "no match" (a resource limit, no memory). The match limit
+  /// grows with the text: a match may take eight steps per code unit from
+  /// `position` to the end of the text, and never fewer than the engine's
+  /// default of ten million, so a pattern that walks a long line a few times
+  /// (a lazy repetition up to a distant character) completes, while runaway
+  /// backtracking still ends in the exception.
   std::shared_ptr<YToken> tokenAtPosition(std::u16string_view text, std::int32_t position) override;
   bool matchAtPosition(std::u16string_view text, std::int32_t position, YTokenMatch& match) override;
 

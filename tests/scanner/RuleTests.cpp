@@ -178,6 +178,20 @@ TEST(RegularExpressionRule, ResourceLimitRaisesInsteadOfNoMatch) {
   EXPECT_THROW(rule->tokenAtPosition(text, 0), YRegularExpressionMatchException);
 }
 
+TEST(RegularExpressionRule, ScansOfLongTextsCompleteAndRunawayMatchesStillStop) {
+  // The matching budget grows with the text: one lazy pass over 12 million
+  // units (beyond the engine's default limit of ten million steps) completes.
+  auto lazy = groupRule(u"(?<k>.*?)=", {{u"k", u"K"}});
+  std::u16string text(12'000'000, u'k');
+  text += u"=";
+  EXPECT_EQ(tokenAt(*lazy, text.c_str(), 0), "t@0+12000001[K@0+12000000]");
+  text.back() = u'k';
+  EXPECT_EQ(tokenAt(*lazy, text.c_str(), 0), "none");
+  // Exponential backtracking exhausts any such budget, on a long text too.
+  auto runaway = regexRule(u"(a+)+[bc]", u"t");
+  EXPECT_THROW(runaway->tokenAtPosition(std::u16string(2'000'000, u'a'), 0), YRegularExpressionMatchException);
+}
+
 TEST(Rules, NullArgumentsFailPreconditions) {
   auto handler = std::make_shared<RecordingHandler>();
   auto previous = YAssertionHandler::setCurrentHandler(handler);
