@@ -46,9 +46,9 @@ bool YIniLineRecognizer::recognize(std::u16string_view text, std::size_t positio
   };
 
   const char16_t c = s[p];
-  if (c == u'#') {  // 1: the end-of-line rule, which leaves a CR LF out
+  if (c == u'#') {  // 1: the end-of-line rule, which leaves a CR LF out ("#" is no CR)
     std::size_t end = lineFeedFrom(s, p + 1, n);
-    if (end < n && end - p > 1 && s[end - 1] == u'\r') --end;
+    if (end < n && s[end - 1] == u'\r') --end;
     token(classes.comment, end);
     return true;
   }

@@ -16,8 +16,8 @@
 /// range and subtokens, without running a regular expression. The rules, in
 /// priority order, and what each takes at the position p:
 ///
-///   1. "#" ...                      comment: to the line end (before LF, or
-///                                   before CR LF when more than "#" precedes)
+///   1. "#" ...                      comment: to the line end, without its LF
+///                                   or CR LF
 ///   2. LF or CR LF                  blank line
 ///   3. "[" ... "]"                  section: to the last "]" of the line with at
 ///                                   least one code unit between; group: inside
