@@ -179,7 +179,7 @@ class PatternCache {
     _order.push_front(&found->first);
     found->second.place = _order.begin();
     if (_entries.size() > capacity) {
-      _entries.erase(*_order.back());
+      _entries.erase(_entries.find(*_order.back()));
       _order.pop_back();
     }
     return compiled;
