@@ -4,6 +4,7 @@
 #include "YCharacterSet.h"
 #include "YEndOfLineRule.h"
 #include "YIniComment.h"
+#include "YIniLineRecognizer.h"
 #include "YIniOption.h"
 #include "YIniSourceRecord.h"
 #include "YLog.h"
@@ -40,24 +41,54 @@ const YString kLineFeed(u"\n");
 const YString kCarriageReturnLineFeed(u"\r\n");
 const YString kEmpty(u"");
 
+// Membership in the whitespace set (tab and the space separators) and, with
+// `lineEnds`, in the whitespace-and-newline set; ASCII is answered without
+// the sets, whose ASCII members are space and tab, and LF to CR.
+bool isWideBlank(char16_t c, bool lineEnds) {
+  static const YCharacterSet whitespace = YCharacterSet::whitespaceCharacterSet();
+  static const YCharacterSet whitespaceAndNewlines = YCharacterSet::whitespaceAndNewlineCharacterSet();
+  return (lineEnds ? whitespaceAndNewlines : whitespace).characterIsMember(c);
+}
+inline bool isBlank(char16_t c, bool lineEnds) {
+  if (c < 0x80) return c == u' ' || c == u'\t' || (lineEnds && c >= u'\n' && c <= u'\r');
+  return isWideBlank(c, lineEnds);
+}
+
 // The piece [start, start + length) of `text` without leading and trailing
-// members of the first set and then of the second (which may be null), cut
-// out in one copy.
-YString trimmedPiece(const YString& text, std::int32_t start, std::int32_t length, const YCharacterSet& first,
-                     const YCharacterSet& second = YCharacterSet()) {
+// whitespace, and line ends too with `lineEnds`, cut out in one copy.
+YString trimmedPiece(const YString& text, std::int32_t start, std::int32_t length, bool lineEnds) {
   if (start < 0 || length < 0 || static_cast<std::size_t>(start) + static_cast<std::size_t>(length) > text.length())
     return text.substringWithRange(static_cast<std::size_t>(start), static_cast<std::size_t>(length));  // throws
   const char16_t* c = text.characters();
   std::size_t begin = static_cast<std::size_t>(start);
   std::size_t end = begin + static_cast<std::size_t>(length);
-  for (const YCharacterSet* set : {&first, &second}) {
-    while (begin < end && set->characterIsMember(c[begin])) ++begin;
-    while (end > begin && set->characterIsMember(c[end - 1])) --end;
-  }
+  while (begin < end && isBlank(c[begin], lineEnds)) ++begin;
+  while (end > begin && isBlank(c[end - 1], lineEnds)) --end;
   return YString::stringWithCharacters(c + begin, end - begin);
 }
 
 }  // namespace
+
+std::shared_ptr<YArray<YRule>> YIniReaderRules(const YIniReaderClasses& classes) {
+  auto rules = YArray<YRule>::mutableArray(8);
+  rules->addObject(YEndOfLineRule::ruleWithOpenSequenceTokenClass(kCommentOpenSequence, classes.comment));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(kNewLinePattern, 0, classes.newLine));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      kSectionPattern, 1, classes.section, GroupMap::dictionaryWithObjectsAndKeys({{kSectionNameGroup, classes.key}})));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      kOptionPattern, 1, classes.option,
+      GroupMap::dictionaryWithObjectsAndKeys({{kOptionKeyGroup, classes.key}, {kOptionValueGroup, classes.value}})));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      kFragmentPattern, 1, classes.fragment, GroupMap::dictionaryWithObjectsAndKeys({{kFragmentGroup, classes.key}})));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      kFragmentTerminatingPattern, 1, classes.fragmentTerminating,
+      GroupMap::dictionaryWithObjectsAndKeys({{kFragmentTerminatingGroup, classes.key}})));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
+      kOptionTerminatingPattern, 1, classes.optionTerminating,
+      GroupMap::dictionaryWithObjectsAndKeys({{kOptionKeyGroup, classes.key}, {kOptionValueGroup, classes.value}})));
+  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(kUnknownPattern, 0, classes.unknown));
+  return rules;
+}
 
 bool YIniDocumentEnumerator::checkFactory(const YIniElementFactory* factory) {
   return !YCParameterFailed(factory != nullptr, "factory != nil");
@@ -77,28 +108,16 @@ YIniDocumentEnumerator::YIniDocumentEnumerator(const YString& documentString,
   _singleNewLineLiteral = std::make_shared<YTokenClass>();
   _unknownLiteral = std::make_shared<YTokenClass>();
 
-  auto rules = YArray<YRule>::mutableArray(8);
-  rules->addObject(YEndOfLineRule::ruleWithOpenSequenceTokenClass(kCommentOpenSequence, _commentLiteral));
-  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(kNewLinePattern, 0, _singleNewLineLiteral));
-  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      kSectionPattern, 1, _sectionLiteral, GroupMap::dictionaryWithObjectsAndKeys({{kSectionNameGroup, _keyLiteral}})));
-  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      kOptionPattern, 1, _optionLiteral,
-      GroupMap::dictionaryWithObjectsAndKeys({{kOptionKeyGroup, _keyLiteral}, {kOptionValueGroup, _valueLiteral}})));
-  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      kFragmentPattern, 1, _optionFragmentLiteral, GroupMap::dictionaryWithObjectsAndKeys({{kFragmentGroup, _keyLiteral}})));
-  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      kFragmentTerminatingPattern, 1, _optionFragmentLiteralTerminating,
-      GroupMap::dictionaryWithObjectsAndKeys({{kFragmentTerminatingGroup, _keyLiteral}})));
-  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      kOptionTerminatingPattern, 1, _optionLiteralTerminating,
-      GroupMap::dictionaryWithObjectsAndKeys({{kOptionKeyGroup, _keyLiteral}, {kOptionValueGroup, _valueLiteral}})));
-  rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(kUnknownPattern, 0, _unknownLiteral));
+  auto rules = YIniReaderRules({_commentLiteral, _singleNewLineLiteral, _sectionLiteral, _optionLiteral,
+                                _optionFragmentLiteral, _optionFragmentLiteralTerminating, _optionLiteralTerminating,
+                                _unknownLiteral, _keyLiteral, _valueLiteral});
 
   _documentString = documentString;
   auto buffer = YStringBuffer::bufferFromString(_documentString);
   auto stream = YUnicharStream::streamWithBuffer(buffer);
   _scanner = YRuleBasedScanner::scannerForStreamWithRules(stream, rules);
+  // The recogniser answers for exactly these rules, and faster.
+  _recognizesLines = YIniLineRecognizer::isEnabled();
   _factory = std::move(factory);
 }
 
@@ -134,7 +153,36 @@ bool YIniDocumentEnumerator::takeToken(YTokenMatch& token) {
     std::swap(token, _activeToken);
     return true;
   }
-  return _scanner && _scanner->nextMatch(token);
+  return scan(token);
+}
+
+bool YIniDocumentEnumerator::scan(YTokenMatch& token) {
+  if (!_scanner) return false;
+  if (_recognizesLines) {
+    YUnicharStream& stream = *_scanner->stream();
+    const std::u16string_view text = stream.characters();
+    const std::size_t position = static_cast<std::size_t>(stream.position());
+    if (position >= text.size()) {
+      token.reset();
+      return false;
+    }
+    const YIniLineRecognizer::Classes classes{_commentLiteral.get(),
+                                              _singleNewLineLiteral.get(),
+                                              _sectionLiteral.get(),
+                                              _optionLiteral.get(),
+                                              _optionFragmentLiteral.get(),
+                                              _optionFragmentLiteralTerminating.get(),
+                                              _optionLiteralTerminating.get(),
+                                              _unknownLiteral.get(),
+                                              _keyLiteral.get(),
+                                              _valueLiteral.get()};
+    if (YIniLineRecognizer::tokenAtPosition(text, position, classes, token)) {
+      // The scanner goes on from the same place should it be asked next.
+      stream.setPosition(token.position + token.length);
+      return true;
+    }
+  }
+  return _scanner->nextMatch(token);
 }
 
 std::shared_ptr<YIniElement> YIniDocumentEnumerator::nextObject() {
@@ -175,8 +223,7 @@ void YIniDocumentEnumerator::record(int kind, std::int32_t end, YIniElement& ele
 
 std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken(const YTokenMatch& token) {
   const YTokenMatch::Subtoken& nameToken = token.subtokens.at(0);
-  YString name = trimmedPiece(_documentString, token.position + nameToken.position, nameToken.length,
-                              YCharacterSet::whitespaceCharacterSet());
+  YString name = trimmedPiece(_documentString, token.position + nameToken.position, nameToken.length, false);
   std::shared_ptr<YIniSection> section = _factory->sectionWithName(name);
   _activeSection = section;
   if (_record && section)
@@ -187,24 +234,23 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken(const YTok
 std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken(const YTokenMatch& token) {
   const std::int32_t base = token.position;
   const YTokenMatch::Subtoken& keyToken = token.subtokens.at(0);
-  const YCharacterSet whitespace = YCharacterSet::whitespaceCharacterSet();
-  YString name = trimmedPiece(_documentString, base + keyToken.position, keyToken.length, whitespace);
+  YString name = trimmedPiece(_documentString, base + keyToken.position, keyToken.length, false);
   YString value;
   std::int32_t end = base + token.length;  // continuation lines move it on
   if (token.subtokens.size() == 2) {
     const YTokenMatch::Subtoken& valueToken = token.subtokens[1];
-    const YCharacterSet newlines = YCharacterSet::whitespaceAndNewlineCharacterSet();
-    // Trimmed of spaces and tabs, then of line ends too.
-    value = trimmedPiece(_documentString, base + valueToken.position, valueToken.length, whitespace, newlines);
+    // Trimmed of spaces and tabs, then of line ends too: the same as trimming
+    // both at once.
+    value = trimmedPiece(_documentString, base + valueToken.position, valueToken.length, true);
     YString joined;  // built only when continuation lines follow
     YTokenMatch& next = _activeToken;
-    bool more = _scanner->nextMatch(next);
+    bool more = scan(next);
     while (more && isFragment(next)) {
       if (joined.isNull()) joined = YString::mutableStringWithString(value);
       joined.appendString(kContinuationJoint);
-      joined.appendString(trimmedPiece(_documentString, next.position, next.length, newlines));
+      joined.appendString(trimmedPiece(_documentString, next.position, next.length, true));
       end = next.position + next.length;
-      more = _scanner->nextMatch(next);
+      more = scan(next);
     }
     _hasActiveToken = more;
     if (!joined.isNull()) value = joined.copy();

@@ -71,6 +71,8 @@ class YIniDocumentEnumerator : public YObject {
  private:
   static bool checkFactory(const YIniElementFactory* factory);
   bool takeToken(YTokenMatch& token);
+  // The next token, from the line recogniser or else the scanner.
+  bool scan(YTokenMatch& token);
   std::shared_ptr<YIniElement> sectionFromToken(const YTokenMatch& token);
   std::shared_ptr<YIniElement> optionFromToken(const YTokenMatch& token);
   YString tokenText(const YTokenMatch& token) const;
@@ -91,6 +93,7 @@ class YIniDocumentEnumerator : public YObject {
   std::shared_ptr<YTokenClass> _singleNewLineLiteral;
   std::shared_ptr<YTokenClass> _unknownLiteral;
   std::shared_ptr<YRuleBasedScanner> _scanner;
+  bool _recognizesLines = false;  // tokens come from YIniLineRecognizer, the scanner kept in step
   // Kept alive so that its options can be handed to the factory with it even
   // when the consumer has already let go of the section.
   std::shared_ptr<YIniSection> _activeSection;

@@ -14,7 +14,7 @@ shift || true
 scripts/install-deps.sh clang libclang-rt-14-dev
 
 build=build-fuzz
-targets=(fuzz_load fuzz_merge fuzz_preserve fuzz_scanner)
+targets=(fuzz_load fuzz_merge fuzz_preserve fuzz_scanner fuzz_recognizer)
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
   -DCORVANE_SANITIZE=ON -DCORVANE_BUILD_FUZZ=ON -DCORVANE_BUILD_TESTS=OFF -DCORVANE_BUILD_BENCH=OFF \
   -DCORVANE_WERROR="${CORVANE_WERROR:-OFF}" \

@@ -4,6 +4,11 @@
 #include <pcre2.h>
 
 #include <algorithm>
+#include <array>
+#include <list>
+#include <mutex>
+#include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -43,29 +48,216 @@ uint32_t compileOptions(unsigned options) {
   return flags;
 }
 
+/// A compiled pattern and what the rules derive from it. Immutable once made:
+/// matching only reads the code (JIT code included), so any number of rules
+/// on any threads share one.
+struct CompiledPattern {
+  pcre2_code* code = nullptr;
+  bool jit = false;
+  std::size_t minimumLength = 0;
+  bool filtersStart = false;  // false: a match may start with any code unit
+  YRule::StartSet startSet{};
+  std::array<char16_t, 2> required{};
+  std::size_t requiredCount = 0;
+  struct Name {
+    uint32_t number;
+    YString name;
+  };
+  std::vector<Name> names;  // the name table, in its own order
+
+  CompiledPattern() = default;
+  CompiledPattern(const CompiledPattern&) = delete;
+  CompiledPattern& operator=(const CompiledPattern&) = delete;
+  ~CompiledPattern() { pcre2_code_free(code); }
+};
+
+void admit(YRule::StartSet& set, uint32_t unit) {
+  const unsigned index = unit > 255 ? 255u : unit;
+  set[index >> 6] |= uint64_t{1} << (index & 63);
+}
+
+// Compiles `pattern` (throwing as the rule's constructor documents) and
+// works out the start filter, the required code units and the group names.
+std::shared_ptr<const CompiledPattern> compile(const YString& pattern, unsigned options) {
+  auto compiled = std::make_shared<CompiledPattern>();
+  pcre2_compile_context* context = pcre2_compile_context_create(nullptr);
+  if (!context) throw YRegularExpressionMatchException(YString(u"No memory to compile a regular expression"));
+  // Only LF ends a line: `.` takes CR, and `$` looks at LF alone.
+  pcre2_set_newline(context, PCRE2_NEWLINE_LF);
+  int errorCode = 0;
+  PCRE2_SIZE errorOffset = 0;
+  compiled->code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.characters()), pattern.length(),
+                                 compileOptions(options), &errorCode, &errorOffset, context);
+  pcre2_compile_context_free(context);
+  if (!compiled->code)
+    throw YInvalidArgumentException(YString::stringWithFormat(
+        "Invalid regular expression \"%@\": %@ at offset %zu", pattern, pcre2Message(errorCode), errorOffset));
+  pcre2_code* code = compiled->code;
+
+  // JIT where the machine allows it; pcre2_match interprets otherwise.
+  compiled->jit = pcre2_jit_compile(code, PCRE2_JIT_COMPLETE) == 0;
+
+  // Start filter: the code units a match can begin with, as the compiler saw them.
+  uint32_t firstType = 0;
+  pcre2_pattern_info(code, PCRE2_INFO_FIRSTCODETYPE, &firstType);
+  const uint8_t* bitmap = nullptr;
+  pcre2_pattern_info(code, PCRE2_INFO_FIRSTBITMAP, &bitmap);
+  if (firstType == 1) {
+    uint32_t unit = 0;
+    pcre2_pattern_info(code, PCRE2_INFO_FIRSTCODEUNIT, &unit);
+    // The compiler does not say whether the unit is caseless (an inline (?i)
+    // can make it so); admit the other case of an ASCII letter, and admit
+    // everything for a non-ASCII unit in Unicode mode.
+    if (!(unit >= 128 && (options & YRegularExpressionUnicode))) {
+      compiled->filtersStart = true;
+      admit(compiled->startSet, unit);
+      if (unit < 128 && ((unit | 0x20u) >= 'a' && (unit | 0x20u) <= 'z')) admit(compiled->startSet, unit ^ 0x20u);
+    }
+  } else if (bitmap) {
+    compiled->filtersStart = true;
+    for (unsigned c = 0; c < 256; ++c)
+      if (bitmap[c / 8] & (1u << (c % 8))) admit(compiled->startSet, c);
+  }
+  // A literal code unit that every match contains: where it does not occur
+  // ahead, the pattern cannot match, however long its attempts would take.
+  uint32_t lastType = 0;
+  pcre2_pattern_info(code, PCRE2_INFO_LASTCODETYPE, &lastType);
+  if (lastType == 1) {
+    uint32_t unit = 0;
+    pcre2_pattern_info(code, PCRE2_INFO_LASTCODEUNIT, &unit);
+    const bool letter = (unit | 0x20u) >= 'a' && (unit | 0x20u) <= 'z';
+    // Unicode case folding links some ASCII letters to other letters; skip those.
+    if (unit < 128 && !(letter && (options & YRegularExpressionUnicode))) {
+      compiled->required = {static_cast<char16_t>(unit), static_cast<char16_t>(unit ^ 0x20u)};
+      compiled->requiredCount = letter ? 2 : 1;
+    }
+  }
+  uint32_t minimumLength = 0;
+  pcre2_pattern_info(code, PCRE2_INFO_MINLENGTH, &minimumLength);
+  compiled->minimumLength = minimumLength;
+
+  uint32_t nameCount = 0, entrySize = 0;
+  PCRE2_SPTR table = nullptr;
+  pcre2_pattern_info(code, PCRE2_INFO_NAMECOUNT, &nameCount);
+  pcre2_pattern_info(code, PCRE2_INFO_NAMEENTRYSIZE, &entrySize);
+  pcre2_pattern_info(code, PCRE2_INFO_NAMETABLE, &table);
+  for (uint32_t i = 0; i < nameCount; ++i) {
+    const PCRE2_SPTR entry = table + static_cast<std::size_t>(i) * entrySize;
+    compiled->names.push_back({entry[0], YString(std::u16string_view(reinterpret_cast<const char16_t*>(entry + 1)))});
+  }
+  return compiled;
+}
+
+/// The compiled patterns of the process, by pattern and options, so that the
+/// rules every reader makes anew are compiled once. Bounded: past `capacity`
+/// patterns the one used least recently is dropped (rules that hold it keep
+/// it). Patterns that do not compile are not kept: each attempt fails anew.
+class PatternCache {
+ public:
+  static constexpr std::size_t capacity = 64;
+
+  std::shared_ptr<const CompiledPattern> compiledPattern(const YString& pattern, unsigned options) {
+    std::u16string key;
+    key.reserve(pattern.length() + 2);
+    key.push_back(static_cast<char16_t>(options & 0xFFFFu));
+    key.push_back(static_cast<char16_t>(options >> 16));
+    key.append(pattern.view());
+    {
+      std::lock_guard<std::mutex> lock(_mutex);
+      if (auto found = _entries.find(key); found != _entries.end()) {
+        _order.splice(_order.begin(), _order, found->second.place);
+        return found->second.compiled;
+      }
+    }
+    // Compiled unlocked: JIT compilation takes a while, and other threads
+    // may meanwhile look up patterns of their own.
+    auto compiled = compile(pattern, options);
+    std::lock_guard<std::mutex> lock(_mutex);
+    auto [found, inserted] = _entries.try_emplace(std::move(key));
+    if (!inserted) return found->second.compiled;  // another thread was quicker
+    found->second.compiled = compiled;
+    _order.push_front(&found->first);
+    found->second.place = _order.begin();
+    if (_entries.size() > capacity) {
+      _entries.erase(_entries.find(*_order.back()));
+      _order.pop_back();
+    }
+    return compiled;
+  }
+
+ private:
+  struct Entry {
+    std::shared_ptr<const CompiledPattern> compiled;
+    std::list<const std::u16string*>::iterator place;  // in _order
+  };
+  std::mutex _mutex;
+  std::unordered_map<std::u16string, Entry> _entries;
+  std::list<const std::u16string*> _order;  // keys of _entries, the one used last first
+};
+
+PatternCache& patternCache() {
+  // Never destroyed, so that rules made or destroyed while the process
+  // exits still find it.
+  static PatternCache* const cache = new PatternCache;
+  return *cache;
+}
+
 }  // namespace
 
 YRegularExpressionMatchException::YRegularExpressionMatchException(YString reason)
     : YException(YString(u"YRegularExpressionMatchException"), std::move(reason)) {}
 
-/// The compiled pattern and the state reused by every match.
+/// The shared compiled pattern and the rule's own match state.
 struct YRegularExpressionRule::Matcher {
   struct Group {
     uint32_t number;
     std::shared_ptr<YTokenClass> tokenClass;
   };
 
-  pcre2_code* code = nullptr;
+  std::shared_ptr<const CompiledPattern> compiled;
   pcre2_match_data* matchData = nullptr;
-  bool jit = false;
-  std::size_t minimumLength = 0;
+  pcre2_match_context* longTextContext = nullptr;  // made for the first long text
   std::vector<Group> groups;  // named groups with a class, in pattern order
 
   ~Matcher() {
+    pcre2_match_context_free(longTextContext);
     pcre2_match_data_free(matchData);
-    pcre2_code_free(code);
   }
+
+  // The match context for a subject of `length` code units: null (the
+  // engine's defaults) unless the text is long enough for the default match
+  // limit to stop a match that only scans it once or twice.
+  pcre2_match_context* contextForLength(std::size_t length);
 };
+
+namespace {
+
+// Steps a match may take per code unit of the subject. A pattern that walks
+// a long line a few times (a lazy repetition up to a distant "=", a greedy one
+// giving back to a "]") takes about one step per unit and pass; runaway
+// backtracking takes exponentially many and is still stopped.
+constexpr uint64_t kMatchStepsPerUnit = 8;
+
+uint32_t defaultMatchLimit() {
+  static const uint32_t limit = [] {
+    uint32_t value = 0;
+    return pcre2_config(PCRE2_CONFIG_MATCHLIMIT, &value) >= 0 && value > 0 ? value : 10'000'000u;
+  }();
+  return limit;
+}
+
+}  // namespace
+
+pcre2_match_context* YRegularExpressionRule::Matcher::contextForLength(std::size_t length) {
+  const uint64_t budget = std::min<uint64_t>(static_cast<uint64_t>(length) * kMatchStepsPerUnit, UINT32_MAX);
+  if (budget <= defaultMatchLimit()) return nullptr;
+  if (!longTextContext) {
+    longTextContext = pcre2_match_context_create(nullptr);
+    if (!longTextContext) throw YRegularExpressionMatchException(YString(u"No memory for a match context"));
+  }
+  pcre2_set_match_limit(longTextContext, static_cast<uint32_t>(budget));
+  return longTextContext;
+}
 
 YRegularExpressionRule::YRegularExpressionRule(const YString& pattern, unsigned options,
                                                std::shared_ptr<YTokenClass> tokenClass,
@@ -77,79 +269,19 @@ YRegularExpressionRule::YRegularExpressionRule(const YString& pattern, unsigned 
         "Unknown regular-expression option bits 0x%x in options 0x%x", options & ~YRegularExpressionAllOptions,
         options));
 
-  pcre2_compile_context* context = pcre2_compile_context_create(nullptr);
-  if (!context) throw YRegularExpressionMatchException(YString(u"No memory to compile a regular expression"));
-  // Only LF ends a line: `.` takes CR, and `$` looks at LF alone.
-  pcre2_set_newline(context, PCRE2_NEWLINE_LF);
-  int errorCode = 0;
-  PCRE2_SIZE errorOffset = 0;
-  _matcher->code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(_pattern.characters()), _pattern.length(),
-                                 compileOptions(options), &errorCode, &errorOffset, context);
-  pcre2_compile_context_free(context);
-  if (!_matcher->code)
-    throw YInvalidArgumentException(YString::stringWithFormat(
-        "Invalid regular expression \"%@\": %@ at offset %zu", _pattern, pcre2Message(errorCode), errorOffset));
-
-  // JIT where the machine allows it; pcre2_match interprets otherwise.
-  _matcher->jit = pcre2_jit_compile(_matcher->code, PCRE2_JIT_COMPLETE) == 0;
-  _matcher->matchData = pcre2_match_data_create_from_pattern(_matcher->code, nullptr);
+  _matcher->compiled = patternCache().compiledPattern(_pattern, options);
+  const CompiledPattern& compiled = *_matcher->compiled;
+  // Match data is written by every match, so each rule has its own.
+  _matcher->matchData = pcre2_match_data_create_from_pattern(compiled.code, nullptr);
   if (!_matcher->matchData) throw YRegularExpressionMatchException(YString(u"No memory for match data"));
-
-  // Start filter: the code units a match can begin with, as the compiler saw them.
-  uint32_t firstType = 0;
-  pcre2_pattern_info(_matcher->code, PCRE2_INFO_FIRSTCODETYPE, &firstType);
-  const uint8_t* bitmap = nullptr;
-  pcre2_pattern_info(_matcher->code, PCRE2_INFO_FIRSTBITMAP, &bitmap);
-  if (firstType == 1) {
-    uint32_t unit = 0;
-    pcre2_pattern_info(_matcher->code, PCRE2_INFO_FIRSTCODEUNIT, &unit);
-    // The compiler does not say whether the unit is caseless (an inline (?i)
-    // can make it so); admit the other case of an ASCII letter, and admit
-    // everything for a non-ASCII unit in Unicode mode.
-    clearStartCharacters();
-    if (unit >= 128 && (options & YRegularExpressionUnicode)) {
-      addAllStartCharacters();
-    } else {
-      addStartCharacter(static_cast<char16_t>(unit));
-      if (unit < 128 && ((unit | 0x20u) >= 'a' && (unit | 0x20u) <= 'z'))
-        addStartCharacter(static_cast<char16_t>(unit ^ 0x20u));
-    }
-  } else if (bitmap) {
-    clearStartCharacters();
-    for (unsigned c = 0; c < 256; ++c)
-      if (bitmap[c / 8] & (1u << (c % 8))) addStartCharacter(static_cast<char16_t>(c));
-  }
-  // A literal code unit that every match contains: where it does not occur
-  // ahead, the pattern cannot match, however long its attempts would take.
-  uint32_t lastType = 0;
-  pcre2_pattern_info(_matcher->code, PCRE2_INFO_LASTCODETYPE, &lastType);
-  if (lastType == 1) {
-    uint32_t unit = 0;
-    pcre2_pattern_info(_matcher->code, PCRE2_INFO_LASTCODEUNIT, &unit);
-    const bool letter = (unit | 0x20u) >= 'a' && (unit | 0x20u) <= 'z';
-    // Unicode case folding links some ASCII letters to other letters; skip those.
-    if (unit < 128 && !(letter && (options & YRegularExpressionUnicode))) {
-      const char16_t units[2] = {static_cast<char16_t>(unit), static_cast<char16_t>(unit ^ 0x20u)};
-      setRequiredCharacters(std::u16string_view(units, letter ? 2 : 1));
-    }
-  }
-  uint32_t minimumLength = 0;
-  pcre2_pattern_info(_matcher->code, PCRE2_INFO_MINLENGTH, &minimumLength);
-  _matcher->minimumLength = minimumLength;
+  if (compiled.filtersStart) setStartCharacters(compiled.startSet);
+  setRequiredCharacters(std::u16string_view(compiled.required.data(), compiled.requiredCount));
 
   // Named groups that the map gives a class, in the order of the pattern.
   if (groupClasses && groupClasses->count() > 0) {
-    uint32_t nameCount = 0, entrySize = 0;
-    PCRE2_SPTR table = nullptr;
-    pcre2_pattern_info(_matcher->code, PCRE2_INFO_NAMECOUNT, &nameCount);
-    pcre2_pattern_info(_matcher->code, PCRE2_INFO_NAMEENTRYSIZE, &entrySize);
-    pcre2_pattern_info(_matcher->code, PCRE2_INFO_NAMETABLE, &table);
-    for (uint32_t i = 0; i < nameCount; ++i) {
-      const PCRE2_SPTR entry = table + static_cast<std::size_t>(i) * entrySize;
-      const auto* name = reinterpret_cast<const char16_t*>(entry + 1);
-      if (auto tokenClass = groupClasses->objectForKey(YString(std::u16string_view(name))))
-        _matcher->groups.push_back({entry[0], std::move(tokenClass)});
-    }
+    for (const auto& name : compiled.names)
+      if (auto groupClass = groupClasses->objectForKey(name.name))
+        _matcher->groups.push_back({name.number, std::move(groupClass)});
     std::stable_sort(_matcher->groups.begin(), _matcher->groups.end(),
                      [](const Matcher::Group& a, const Matcher::Group& b) { return a.number < b.number; });
   }
@@ -170,18 +302,22 @@ std::shared_ptr<YRegularExpressionRule> YRegularExpressionRule::ruleWithPatternO
   return std::make_shared<YRegularExpressionRule>(pattern, options, std::move(tokenClass), std::move(groupClasses));
 }
 
-bool YRegularExpressionRule::isJitCompiled() const noexcept { return _matcher->jit; }
+bool YRegularExpressionRule::isJitCompiled() const noexcept { return _matcher->compiled->jit; }
 
 bool YRegularExpressionRule::matchAtPosition(std::u16string_view text, std::int32_t position, YTokenMatch& match) {
   if (position < 0 || static_cast<std::size_t>(position) >= text.size()) return false;
   Matcher& m = *_matcher;
+  const CompiledPattern& compiled = *m.compiled;
   // The subject starts at the scanning position (so ^ holds there) and runs
   // to the end of the text (so \z is the text's end); nothing is copied.
   const std::size_t remaining = text.size() - static_cast<std::size_t>(position);
-  if (remaining < m.minimumLength) return false;
+  if (remaining < compiled.minimumLength) return false;
   const auto subject = reinterpret_cast<PCRE2_SPTR>(text.data() + position);
-  const int rc = m.jit ? pcre2_jit_match(m.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, nullptr)
-                       : pcre2_match(m.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, nullptr);
+  pcre2_match_context* context = m.contextForLength(remaining);
+  const int rc =
+      compiled.jit
+          ? pcre2_jit_match(compiled.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, context)
+          : pcre2_match(compiled.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, context);
   if (rc == PCRE2_ERROR_NOMATCH) return false;
   if (rc < 0)
     throw YRegularExpressionMatchException(YString::stringWithFormat(

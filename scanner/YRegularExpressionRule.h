@@ -75,9 +75,16 @@ class YRegularExpressionMatchException : public YException {
 ///   Groups that did not take part, groups the map does not name, and map
 ///   entries the pattern lacks yield nothing.
 ///
-/// The pattern is compiled once, when the rule is made, and JIT-compiled when
-/// the machine supports it (the interpreter is used otherwise). The text is
-/// never copied.
+/// The pattern is compiled when the rule is made, and JIT-compiled when the
+/// machine supports it (the interpreter is used otherwise). Compiled patterns
+/// are kept per process, by pattern and options, and shared by every rule
+/// made with the same pair, on any thread: making a rule again costs a lookup.
+/// The process keeps the 64 pairs used most recently. Each rule still has its
+/// own match state, so rules that share a pattern match independently. The
+/// text is never copied.
+///
+/// Thread safety: rules may be made and destroyed on any threads at once; one
+/// rule is matched by one thread at a time.
 class YRegularExpressionRule : public YRule {
  public:
   /// Compiles `pattern` (not null) under `options` (YRegularExpressionOptions
@@ -111,7 +118,12 @@ class YRegularExpressionRule : public YRule {
 
   /// Matches at `position`; see the class comment. Throws
   /// YRegularExpressionMatchException when the matcher fails for a reason
-  /// other than "no match" (a resource limit, no memory).
+  /// other than "no match" (a resource limit, no memory). The match limit
+  /// grows with the text: a match may take eight steps per code unit from
+  /// `position` to the end of the text, and never fewer than the engine's
+  /// default of ten million, so a pattern that walks a long line a few times
+  /// (a lazy repetition up to a distant character) completes, while runaway
+  /// backtracking still ends in the exception.
   std::shared_ptr<YToken> tokenAtPosition(std::u16string_view text, std::int32_t position) override;
   bool matchAtPosition(std::u16string_view text, std::int32_t position, YTokenMatch& match) override;
 

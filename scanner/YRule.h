@@ -20,6 +20,10 @@
 /// scratch state); sharing a rule between scanners used on one thread is fine.
 class YRule : public YObject {
  public:
+  /// A start filter: 256 bits, one per code unit below 255 and one shared by
+  /// the rest, bit i at word i / 64, position i % 64.
+  using StartSet = std::array<std::uint64_t, 4>;
+
   /// The class given to the tokens this rule makes.
   const std::shared_ptr<YTokenClass>& tokenClass() const noexcept { return _tokenClass; }
 
@@ -64,6 +68,8 @@ class YRule : public YObject {
   }
   /// Admits every code unit.
   void addAllStartCharacters() noexcept { _startSet.fill(~std::uint64_t{0}); }
+  /// Replaces the filter.
+  void setStartCharacters(const StartSet& set) noexcept { _startSet = set; }
   /// Sets the required code units (at most two; more are ignored).
   void setRequiredCharacters(std::u16string_view characters) noexcept {
     _requiredCount = characters.size() > _required.size() ? 0 : characters.size();
@@ -72,7 +78,7 @@ class YRule : public YObject {
 
  private:
   std::shared_ptr<YTokenClass> _tokenClass;
-  std::array<std::uint64_t, 4> _startSet;
+  StartSet _startSet;
   std::array<char16_t, 2> _required{};
   std::size_t _requiredCount = 0;
 };

@@ -1,6 +1,9 @@
 // Regular-expression and end-of-line rules on their own.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "ScannerTestSupport.h"
 
 using namespace scannertest;
@@ -92,6 +95,79 @@ TEST(RegularExpressionRule, InvalidPatternNamesMessageAndOffset) {
   }
 }
 
+TEST(RegularExpressionRule, InvalidPatternFailsEveryTimeWithTheSameMessage) {
+  std::vector<std::string> messages;
+  for (int i = 0; i < 3; ++i) {
+    try {
+      regexRule(u"(?<x>a", u"t");
+    } catch (const YInvalidArgumentException& e) {
+      messages.push_back(e.what());
+    }
+  }
+  ASSERT_EQ(messages.size(), 3u);
+  EXPECT_EQ(messages[1], messages[0]);
+  EXPECT_EQ(messages[2], messages[0]);
+}
+
+TEST(RegularExpressionRule, RulesOfOnePatternKeepTheirOwnOptionsClassesAndGroups) {
+  // Compiled code is shared between rules of one pattern and options; what
+  // each rule was made with stays its own.
+  auto plain = regexRule(u"k(?<v>[a-z]+)", u"plain");
+  auto caseless = regexRule(u"k(?<v>[a-z]+)", u"caseless", YRegularExpressionCaseInsensitive);
+  auto grouped = groupRule(u"k(?<v>[a-z]+)", {{u"v", u"V"}}, u"grouped");
+  auto regrouped = groupRule(u"k(?<v>[a-z]+)", {{u"v", u"W"}}, u"regrouped");
+  EXPECT_EQ(tokenAt(*plain, u"KAB", 0), "none");
+  EXPECT_EQ(tokenAt(*caseless, u"KAB", 0), "caseless@0+3");
+  EXPECT_EQ(tokenAt(*plain, u"kab", 0), "plain@0+3");
+  EXPECT_EQ(tokenAt(*grouped, u"kab", 0), "grouped@0+3[V@1+2]");
+  EXPECT_EQ(tokenAt(*regrouped, u"kab", 0), "regrouped@0+3[W@1+2]");
+  // The start filter and required unit come with the shared code.
+  EXPECT_FALSE(plain->canStartWithCharacter(u'x'));
+  EXPECT_TRUE(caseless->canStartWithCharacter(u'K'));
+}
+
+TEST(RegularExpressionRule, ManyDistinctPatternsStillCompileAndMatch) {
+  // More patterns than the process keeps: each rule still holds its own
+  // compiled code, and a pattern dropped from the cache compiles again.
+  std::vector<std::shared_ptr<YRegularExpressionRule>> rules;
+  for (int i = 0; i < 200; ++i)
+    rules.push_back(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(
+        YString::stringWithFormat("p%d=", i), 0, YTokenClass::tokenClass(YString(u"t"))));
+  for (int i = 0; i < 200; ++i) {
+    const std::u16string text = YString::stringWithFormat("p%d=", i).u16string();
+    ASSERT_EQ(tokenAt(*rules[static_cast<std::size_t>(i)], text.c_str(), 0),
+              "t@0+" + std::to_string(text.size()));
+  }
+  auto again = regexRule(u"p0=", u"t");
+  EXPECT_EQ(tokenAt(*again, u"p0=", 0), "t@0+3");
+  EXPECT_EQ(tokenAt(*again, u"p1=", 0), "none");
+}
+
+TEST(RegularExpressionRule, RulesOfOnePatternMatchIndependentlyOnTwoThreads) {
+  // Each thread makes its own rule of one pattern (sharing the compiled code)
+  // and matches texts of its own; a shared match state would mix up groups.
+  constexpr const char16_t* pattern = u"(?<k>[a-z]+)=(?<v>[0-9]*)";
+  std::atomic<int> wrong{0};
+  auto work = [&](const std::u16string& key, const std::u16string& value) {
+    auto rule = groupRule(pattern, {{u"k", u"K"}, {u"v", u"V"}});
+    const std::u16string text = key + u"=" + value;
+    const std::string expected = "t@0+" + std::to_string(text.size()) + "[K@0+" + std::to_string(key.size()) +
+                                 " V@" + std::to_string(key.size() + 1) + "+" + std::to_string(value.size()) + "]";
+    YTokenMatch match;
+    for (int i = 0; i < 2000; ++i) {
+      if (tokenAt(*rule, text.c_str(), 0) != expected) ++wrong;
+      if (!rule->matchAtPosition(text, 0, match) || match.subtokens.size() != 2 ||
+          match.subtokens[1].length != static_cast<std::int32_t>(value.size()))
+        ++wrong;
+    }
+  };
+  std::thread first(work, u"alpha", u"1");
+  std::thread second(work, u"b", u"123456789");
+  first.join();
+  second.join();
+  EXPECT_EQ(wrong.load(), 0);
+}
+
 TEST(RegularExpressionRule, UnknownOptionBitsAreRefused) {
   EXPECT_THROW(regexRule(u"a", u"t", 1u << 6), YInvalidArgumentException);
 }
@@ -100,6 +176,20 @@ TEST(RegularExpressionRule, ResourceLimitRaisesInsteadOfNoMatch) {
   auto rule = regexRule(u"(a+)+[bc]", u"t");
   const std::u16string text(40, u'a');
   EXPECT_THROW(rule->tokenAtPosition(text, 0), YRegularExpressionMatchException);
+}
+
+TEST(RegularExpressionRule, ScansOfLongTextsCompleteAndRunawayMatchesStillStop) {
+  // The matching budget grows with the text: one lazy pass over 12 million
+  // units (beyond the engine's default limit of ten million steps) completes.
+  auto lazy = groupRule(u"(?<k>.*?)=", {{u"k", u"K"}});
+  std::u16string text(12'000'000, u'k');
+  text += u"=";
+  EXPECT_EQ(tokenAt(*lazy, text.c_str(), 0), "t@0+12000001[K@0+12000000]");
+  text.back() = u'k';
+  EXPECT_EQ(tokenAt(*lazy, text.c_str(), 0), "none");
+  // Exponential backtracking exhausts any such budget, on a long text too.
+  auto runaway = regexRule(u"(a+)+[bc]", u"t");
+  EXPECT_THROW(runaway->tokenAtPosition(std::u16string(2'000'000, u'a'), 0), YRegularExpressionMatchException);
 }
 
 TEST(Rules, NullArgumentsFailPreconditions) {

@@ -1,0 +1,149 @@
+// The line recogniser against the scanner's regular expressions: both ways of
+// cutting a text must give the same elements, tree, line numbers, log lines
+// and saved text, on real files, on the fuzzers' seeds, on lines picked for
+// the rules' corners and on generated INI-like text.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "ReaderPaths.h"
+
+#ifndef CORVANE_REALWORLD_DIR
+#define CORVANE_REALWORLD_DIR "tests/corvane/realworld"
+#endif
+#ifndef CORVANE_FUZZ_CORPUS_DIR
+#define CORVANE_FUZZ_CORPUS_DIR "fuzz/corpus"
+#endif
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string readBytes(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+// Every file under `folder`, in a fixed order.
+std::vector<fs::path> filesUnder(const fs::path& folder) {
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::recursive_directory_iterator(folder))
+    if (entry.is_regular_file() && entry.path().filename() != "README.md") files.push_back(entry.path());
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+// As the fuzzers take their input: UTF-8 where valid, else Latin-1.
+YString decoded(const std::string& bytes) {
+  YString text = YDecodeBytes(bytes, YUTF8StringEncoding, nullptr);
+  return text.isNull() ? YDecodeBytes(bytes, YISOLatin1StringEncoding, nullptr) : text;
+}
+
+TEST(ReaderPaths, TheSwitchSelectsTheWay) {
+  // Without this, every comparison below could compare one way with itself.
+  const YString text(u"[a]\nk=v\n  w\n#c\n");
+  const std::size_t before = YIniLineRecognizer::tokensOnThisThread();
+  readerpaths::read(text, false);
+  EXPECT_EQ(YIniLineRecognizer::tokensOnThisThread(), before);
+  EXPECT_TRUE(YIniLineRecognizer::isEnabled());
+  readerpaths::read(text, true);
+  EXPECT_GT(YIniLineRecognizer::tokensOnThisThread(), before);
+}
+
+TEST(ReaderPaths, RealWorldFilesReadAlike) {
+  std::size_t files = 0;
+  for (const fs::path& file : filesUnder(CORVANE_REALWORLD_DIR)) {
+    const YString text = YString::stringWithContentsOfFileUsedEncodingError(YString(file.string()), nullptr, nullptr);
+    ASSERT_FALSE(text.isNull()) << file;
+    EXPECT_EQ(readerpaths::compare(text), "") << file.filename();
+    ++files;
+  }
+  EXPECT_GE(files, 100u);
+}
+
+TEST(ReaderPaths, FuzzSeedsReadAlike) {
+  std::size_t files = 0;
+  for (const fs::path& file : filesUnder(CORVANE_FUZZ_CORPUS_DIR)) {
+    EXPECT_EQ(readerpaths::compare(decoded(readBytes(file))), "") << file;
+    ++files;
+  }
+  EXPECT_GE(files, 30u);
+}
+
+TEST(ReaderPaths, RuleCornersReadAlike) {
+  const std::u16string lone(1, static_cast<char16_t>(0xD800));
+  const std::vector<std::u16string> texts = {
+      u"", u"\n", u"\r", u"\r\n", u"\r\r\n", u"\n\r", u" ", u"  ", u"\t", u"=", u"[", u"]", u"#", u"#\r", u"#\r\n",
+      u"##\r\n", u"#\r\r\n", u"[]", u"[]]", u"[]]\n", u"[[]]", u"[a]b]", u"[a", u"[a\n]", u"[a]\r\n", u"[ a ]\n",
+      u"[a] x\n", u"[a]=b\n", u"[a]\n=\n", u"[a]\n==\n", u"[a]\n=v", u"[a]\nk=", u"[a]\nk=\r\n", u"[a]\nk=\r",
+      u"[a]\nk=v\r\n  x\r\n", u"[a]\nk=v\n \n", u"[a]\nk=v\n  \n", u"[a]\nk=v\n  ", u"[a]\nk=v\n ",
+      u"[a]\nk=v\n  x", u"[a]\nk=v\n\t x\n", u"[a]\n k=v\n", u"[a]\n\tk=v\n", u"[a]\nk: v\n", u"[a]\nk v\n",
+      u"[a]\n\rk=v\n", u"[a]\nk\r=v\n", u"[a]\n[b\n", u"[a]\n  [b]\n", u"k=v\n  x\n[a]\nk=v\n", u"  x\n  y\n[a]\n",
+      u"[\u00e9]\n\u00e9=\u4e2d\n", u"[a]\nk=\U0001F600\n", u"[a\u2028]\nk\u0085=\u2029v\u00a0\n",
+      u"[\u3000]\n\u3000=\u3000\n", u"[a]\n" + lone + u"=" + lone + u"\n" + lone + u"\n",
+      u"[a]\nk=v\n" + lone + u"\n  " + lone, u"[a]\nk=[x]\n#=\n;k=v\n",
+  };
+  for (const auto& text : texts) {
+    EXPECT_EQ(readerpaths::compare(YString(text)), "") << visible(YString(text));
+  }
+}
+
+// INI-like text from a seed: headers with and without "]", options with "="
+// and ":" anywhere, continuation lines, comments, blank lines, line ends of
+// every kind (and none), tabs, code units beyond ASCII, lone surrogates and
+// now and then a very long line.
+std::u16string generatedText(std::uint32_t seed) {
+  std::mt19937 random(seed);
+  auto pick = [&](unsigned bound) { return std::uniform_int_distribution<unsigned>(0, bound - 1)(random); };
+  static const std::u16string kPieces[] = {
+      u"[", u"]", u"=", u":", u" ", u"  ", u"\t", u"#", u";", u"\r", u"key", u"Value", u"a b", u"\u00e9", u"\u4e2d",
+      u"\u00a0", u"\u2028", u"\u3000", u"\u0085", u"\U0001F600", u"\f", u"[x]", u"k=v", u"==", u"\\", u"\""};
+  auto pieces = [&](unsigned most) {
+    std::u16string out;
+    for (unsigned n = pick(most + 1); n > 0; --n) {
+      if (pick(30) == 0) out.push_back(static_cast<char16_t>(0xD800 + pick(0x800)));  // a lone surrogate
+      else out += kPieces[pick(std::size(kPieces))];
+    }
+    return out;
+  };
+  auto indent = [&] { return std::u16string(pick(3) == 0 ? pick(4) : 0, pick(4) == 0 ? u'\t' : u' '); };
+  std::u16string text;
+  for (unsigned lines = 1 + pick(40); lines > 0; --lines) {
+    switch (pick(8)) {
+      case 0: text += indent() + u"[" + pieces(3) + (pick(4) ? u"]" : u"") + (pick(5) ? u"" : pieces(2)); break;
+      case 1:
+      case 2: text += indent() + pieces(2) + (pick(3) ? u"=" : pick(2) ? u" = " : u":") + pieces(4); break;
+      case 3: text += std::u16string(1 + pick(3), u' ') + pieces(3); break;
+      case 4: text += (pick(2) ? u"#" : u";") + pieces(3); break;
+      case 5: break;  // blank
+      case 6: text += pieces(6); break;
+      default:
+        if (pick(8) == 0) {  // a long line of one kind or another
+          const std::u16string body(1000 + pick(30000), pick(2) ? u'x' : u' ');
+          static const std::u16string kinds[] = {u"k=", u"#", u"[", u" ", u"", u"=", u"k"};
+          text += kinds[pick(std::size(kinds))] + body + (pick(2) ? u"=]" : u"");
+        } else {
+          text += indent() + pieces(1) + u"=" + pieces(1);
+        }
+    }
+    static const std::u16string kEnds[] = {u"\n", u"\n", u"\n", u"\r\n", u"\r\n", u"\r", u"", u"\n\n"};
+    if (lines > 1 || pick(3)) text += kEnds[pick(std::size(kEnds))];
+  }
+  return text;
+}
+
+TEST(ReaderPaths, GeneratedTextReadsAlike) {
+  for (std::uint32_t seed = 1; seed <= 1500; ++seed) {
+    const std::u16string text = generatedText(seed);
+    const std::string difference = readerpaths::compare(YString(text));
+    ASSERT_EQ(difference, "") << "seed " << seed << ": " << visible(YString(text)).substr(0, 400);
+  }
+}
+
+}  // namespace

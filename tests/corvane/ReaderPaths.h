@@ -1,0 +1,163 @@
+// Reading one text both ways the reader can cut it into tokens, the line
+// recogniser and the scanner's regular expressions alone, and comparing
+// everything a host could observe; shared by a test suite and a fuzz target.
+#pragma once
+
+#include <cstddef>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "ReadingSupport.h"
+#include "YIniDocumentEnumerator.h"
+#include "YIniLineRecognizer.h"
+#include "YRuleBasedScanner.h"
+
+namespace readerpaths {
+
+/// Sets the way readers made while it lives cut their text; restores the
+/// previous way on destruction.
+class RecognizerSwitch {
+ public:
+  explicit RecognizerSwitch(bool enabled) : _previous(YIniLineRecognizer::isEnabled()) {
+    YIniLineRecognizer::setEnabled(enabled);
+  }
+  ~RecognizerSwitch() { YIniLineRecognizer::setEnabled(_previous); }
+  RecognizerSwitch(const RecognizerSwitch&) = delete;
+  RecognizerSwitch& operator=(const RecognizerSwitch&) = delete;
+
+ private:
+  bool _previous;
+};
+
+/// What reading a text gives a host.
+struct Reading {
+  std::vector<std::string> sequence;  // the reader's elements, "END" for each null, past early ends
+  std::vector<std::string> tree;      // the loaded document, sections with their children
+  std::vector<std::size_t> lines;     // the line of each loaded element, in tree order
+  bool stopped = false;               // the document's readingStopped()
+  std::u16string plain;               // stringValue()
+  std::string preserved;              // the preserving save's bytes, or its error
+  std::vector<std::string> log;       // "Unrecognized text sequence" lines
+  std::string failure;                // an exception's message, if one ended the reading
+
+  bool operator==(const Reading&) const = default;
+};
+
+namespace detail {
+
+inline void lineNumbers(YIniDocument& document, const std::shared_ptr<YArray<YIniElement>>& elements,
+                        std::vector<std::size_t>& out) {
+  for (const auto& element : elements->vector()) {
+    out.push_back(document.lineNumberForElement(*element));
+    if (auto section = std::dynamic_pointer_cast<YIniSection>(element))
+      lineNumbers(document, section->elements(), out);
+  }
+}
+
+inline std::string firstDifference(const std::vector<std::string>& a, const std::vector<std::string>& b) {
+  for (std::size_t i = 0; i < a.size() || i < b.size(); ++i) {
+    const std::string x = i < a.size() ? a[i] : "(none)", y = i < b.size() ? b[i] : "(none)";
+    if (x != y) return "at " + std::to_string(i) + ": " + x.substr(0, 200) + " | " + y.substr(0, 200);
+  }
+  return "";
+}
+
+inline std::string describe(const YTokenMatch& token) {
+  auto name = [](const YTokenClass* c) { return c ? c->name().UTF8String() : std::string("?"); };
+  std::string out = name(token.tokenClass) + "@" + std::to_string(token.position) + "+" + std::to_string(token.length);
+  for (const auto& sub : token.subtokens)
+    out += " " + name(sub.tokenClass) + "@" + std::to_string(sub.position) + "+" + std::to_string(sub.length);
+  return out;
+}
+
+}  // namespace detail
+
+/// Empty when the recogniser describes every token of `text` as the reader's
+/// own rules make it (class, range and subtokens); otherwise the first
+/// difference. Where the recogniser declines, the reader asks the rules, so
+/// that is no difference.
+inline std::string tokenDifference(const YString& text) {
+  YIniReaderClasses classes;
+  const std::pair<std::shared_ptr<YTokenClass>*, const char16_t*> named[] = {
+      {&classes.comment, u"comment"}, {&classes.newLine, u"newLine"},
+      {&classes.section, u"section"}, {&classes.option, u"option"},
+      {&classes.fragment, u"fragment"}, {&classes.fragmentTerminating, u"fragmentTerminating"},
+      {&classes.optionTerminating, u"optionTerminating"}, {&classes.unknown, u"unknown"},
+      {&classes.key, u"key"}, {&classes.value, u"value"}};
+  for (const auto& [field, name] : named) *field = YTokenClass::tokenClass(YString(name));
+  auto scanner = YRuleBasedScanner::scannerForStreamWithRules(
+      YUnicharStream::streamWithBuffer(YStringBuffer::bufferFromString(text)), YIniReaderRules(classes));
+  const YIniLineRecognizer::Classes recognized = classes.classes();
+  YTokenMatch expected, actual;
+  try {
+    while (scanner->nextMatch(expected)) {
+      const auto position = static_cast<std::size_t>(expected.position);
+      if (!YIniLineRecognizer::tokenAtPosition(text.view(), position, recognized, actual)) continue;
+      bool same = actual.tokenClass == expected.tokenClass && actual.position == expected.position &&
+                  actual.length == expected.length && actual.subtokens.size() == expected.subtokens.size();
+      for (std::size_t i = 0; same && i < actual.subtokens.size(); ++i)
+        same = actual.subtokens[i].tokenClass == expected.subtokens[i].tokenClass &&
+               actual.subtokens[i].position == expected.subtokens[i].position &&
+               actual.subtokens[i].length == expected.subtokens[i].length;
+      if (!same) return "token " + detail::describe(actual) + " where the rules make " + detail::describe(expected);
+    }
+  } catch (const std::exception& e) {
+    return std::string("the rules failed: ") + e.what();
+  }
+  return "";
+}
+
+/// Reads `text` with the recogniser (true) or the regular expressions alone.
+inline Reading read(const YString& text, bool recognizer) {
+  RecognizerSwitch way(recognizer);
+  Reading reading;
+  LogCapture log;
+  try {
+    const auto factory = YIniStandardElementFactory::standardFactory();
+    auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(text, factory);
+    // After an early end (a stray continuation line) the reader goes on;
+    // at the end of the text it yields null for ever.
+    for (int nulls = 0; nulls < 8;) {
+      auto element = enumerator->nextObject();
+      if (!element) {
+        reading.sequence.push_back("END");
+        ++nulls;
+        continue;
+      }
+      nulls = 0;
+      describeElement(element, reading.sequence, false);
+    }
+    auto document = YIniDocument::documentFromStringFactory(text, factory);
+    reading.tree = describeAll(document->elements(), true);
+    detail::lineNumbers(*document, document->elements(), reading.lines);
+    reading.stopped = document->readingStopped();
+    reading.plain = document->stringValue().u16string();
+    std::shared_ptr<YError> error;
+    auto bytes = document->preservedDataWithError(&error);
+    reading.preserved = bytes ? *bytes : "ERROR: " + error->description().UTF8String();
+  } catch (const std::exception& e) {
+    reading.failure = e.what();
+  }
+  reading.log = log.lines;
+  return reading;
+}
+
+/// Empty when both ways cut `text` into the same tokens and read it alike;
+/// otherwise what differs first.
+inline std::string compare(const YString& text) {
+  if (std::string tokens = tokenDifference(text); !tokens.empty()) return tokens;
+  const Reading fast = read(text, true), reference = read(text, false);
+  if (fast == reference) return "";
+  if (fast.failure != reference.failure) return "failure: " + fast.failure + " | " + reference.failure;
+  if (fast.sequence != reference.sequence)
+    return "element sequence " + detail::firstDifference(fast.sequence, reference.sequence);
+  if (fast.tree != reference.tree) return "tree " + detail::firstDifference(fast.tree, reference.tree);
+  if (fast.lines != reference.lines) return "line numbers differ";
+  if (fast.stopped != reference.stopped) return "readingStopped differs";
+  if (fast.plain != reference.plain) return "stringValue differs";
+  if (fast.preserved != reference.preserved) return "preserved bytes differ";
+  return "log " + detail::firstDifference(fast.log, reference.log);
+}
+
+}  // namespace readerpaths
