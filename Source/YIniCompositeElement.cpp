@@ -341,7 +341,33 @@ bool YIniCompositeElement::nobodyHearsUnchanged(const YIniElement& child) noexce
     if (cache.unannounced.count(&child)) return false;
     if (cache.modifiedKnown && cache.modified.count(&child) != (child.isModified() ? 1u : 0u)) return false;
   }
-  return parent->hasModifiedElements() == parent->_bits.modified && parent->announcesOnlyToComposites();
+  SilenceScope* scope = currentScope();
+  const bool kept = scope && scope->_parent == parent;
+  if (kept && scope->_silent) return true;
+  const bool silent = parent->hasModifiedElements() == parent->_bits.modified && parent->announcesOnlyToComposites();
+  if (kept) scope->_silent = silent;
+  return silent;
+}
+
+YIniCompositeElement::SilenceScope*& YIniCompositeElement::currentScope() noexcept {
+  // The innermost section writer's scope on this thread.
+  thread_local SilenceScope* scope = nullptr;
+  return scope;
+}
+
+void YIniCompositeElement::forgetSilence() noexcept {
+  if (currentScope()) currentScope()->forget();
+}
+
+YIniCompositeElement::SilenceScope::SilenceScope(const YIniCompositeElement& parent) noexcept
+    : _parent(&parent), _outer(currentScope()) {
+  currentScope() = this;
+}
+
+YIniCompositeElement::SilenceScope::~SilenceScope() {
+  currentScope() = _outer;
+  // What an inner writer found may not hold for the outer one's section.
+  if (_outer) _outer->forget();
 }
 
 bool YIniCompositeElement::answersWithoutAsking() const noexcept {

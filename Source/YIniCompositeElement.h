@@ -161,6 +161,29 @@ class YIniCompositeElement : public YIniElement {
   // would find nothing changed and tell nobody in turn. The leaves then skip it.
   friend class YIniOption;
   static bool nobodyHearsUnchanged(const YIniElement& child) noexcept;
+  // After an announcement, what was found of the tree above may no longer hold.
+  static void forgetSilence() noexcept;
+
+  // While the section writer renames a section's options to their own names,
+  // the part of nobodyHearsUnchanged that looks up the tree is the same for
+  // every option: once found silent, it is kept until the writer reaches
+  // code not of the library, or a rename is announced.
+  friend class YIniSectionWriter;
+  class SilenceScope {
+   public:
+    explicit SilenceScope(const YIniCompositeElement& parent) noexcept;
+    ~SilenceScope();
+    SilenceScope(const SilenceScope&) = delete;
+    SilenceScope& operator=(const SilenceScope&) = delete;
+    void forget() noexcept { _silent = false; }
+
+   private:
+    friend class YIniCompositeElement;
+    const YIniCompositeElement* _parent;
+    SilenceScope* _outer;
+    bool _silent = false;
+  };
+  static SilenceScope*& currentScope() noexcept;
 
   std::shared_ptr<ElementList> _initialElements;
   std::shared_ptr<ElementList> _elements;

@@ -16,6 +16,7 @@ void YIniOption::setName(const YString& name) {
     _name = name;
     return;
   }
+  YIniCompositeElement::forgetSilence();
   ChangeScope scope(*this, YModifiedKey);
   _name = name;
 }

@@ -1,5 +1,6 @@
 #include "YIniSectionWriter.h"
 
+#include <optional>
 #include <typeinfo>
 
 #include "NSString+Extensions.h"
@@ -8,6 +9,7 @@
 #include "YStringWritable.h"
 #include "YStringWriter.h"
 #include "YUTF8Writer.h"
+#include "YIniCompositeElement.h"
 #include "YIniOptionWriter.h"
 
 static constexpr const char YUnitName[] = "YIniSectionWriter";
@@ -16,6 +18,16 @@ static constexpr const char YUnitName[] = "YIniSectionWriter";
 // fixed numbers, independent of where the checks stand in this file.
 static constexpr int YSectionCheckLine = 49;  // "sectionValue != nil"
 static constexpr int YTextWriterCheckLine = 98;  // "textWriter != nil"
+
+namespace {
+// An option or comment of the library's own class: what it does when
+// written is the library's code, which announces nothing but renames.
+bool isLibraryLeaf(const YIniElement* element) {
+  if (!element) return false;
+  const std::type_info& type = typeid(*element);
+  return type == typeid(YIniOption) || type == typeid(YIniComment);
+}
+}  // namespace
 
 YIniSectionWriter::YIniSectionWriter(std::shared_ptr<YIniSection> section, bool writeOptions)
     : _writeOptions(writeOptions) {
@@ -53,10 +65,17 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
     textWriter->write(YString::stringByConcatenating({u"[", shown, u"]"}));
   if (_section->elements()->count() > 0 && !newLineAtPosition(0)) textWriter->writeLine();
 
+  // Renaming each option to its own name is usually heard by nobody, which
+  // is found once for the section and kept while only the library's own
+  // writers and elements run (see YIniCompositeElement::SilenceScope).
+  std::optional<YIniCompositeElement::SilenceScope> silence;
+  if (typeid(target) == typeid(YStringWriter) || typeid(target) == typeid(YUTF8Writer)) silence.emplace(*_section);
+
   // The list is read again at every step: writing may change it (setName
   // notifies observers, which may edit the section).
   for (std::size_t i = 0; i < _section->elementsList()->count(); ++i) {
     std::shared_ptr<YIniElement> element = _section->elementsList()->objectAtIndex(i);
+    if (silence && !isLibraryLeaf(element.get())) silence->forget();
     if (auto option = YCast<YIniOption>(element)) {
       if (option->name().isNull()) continue;
       YString name = option->name().stringByTrimmingCharactersInSet(whitespace);

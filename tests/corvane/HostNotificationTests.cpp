@@ -180,4 +180,70 @@ document modified kind=1 new=0 old=0 | section=0 document=0
 )");
 }
 
+// Writing renames each option to its own name; whether anyone hears that is
+// found once per section and kept while only the library's code runs. A host
+// comment whose text is asked for mid-write can register an observer on the
+// document: the options written after it must then be announced to it.
+class Counter : public YObject {
+ public:
+  int heard = 0;
+  void observeValueForKeyPath(const YString&, YObject*, const YKeyValueChange& change, void*) override {
+    if (!change.isPrior) ++heard;
+  }
+};
+
+struct Joining {
+  YObject* document = nullptr;
+  Counter counter;
+  bool armed = false;  // set once loading is over: the text is asked for then too
+};
+
+class JoiningComment : public YIniComment {
+ public:
+  JoiningComment(const YString& text, Joining* joining) : YIniComment(text), _joining(joining) {}
+  YString stringValue() override {
+    if (_joining->armed) {
+      _joining->document->addObserver(&_joining->counter, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
+      _joining->armed = false;
+    }
+    return YIniComment::stringValue();
+  }
+
+ private:
+  Joining* _joining;
+};
+
+class JoiningFactory : public YIniStandardElementFactory {
+ public:
+  explicit JoiningFactory(Joining* joining) : _joining(joining) {}
+  std::shared_ptr<YIniComment> commentWithString(const YString& string) override {
+    if (string.hasPrefix(YString("#"))) return std::make_shared<JoiningComment>(string, _joining);
+    return YIniStandardElementFactory::commentWithString(string);
+  }
+
+ private:
+  Joining* _joining;
+};
+
+TEST(HostNotifications, AnObserverJoiningWhileASectionIsWrittenHearsTheRenamesAfterIt) {
+  // The counts are what the library announces when it keeps nothing between
+  // options: each option written after the comment adds one.
+  const struct {
+    const char* text;
+    int heard;
+  } cases[] = {{"[s]\na = 0\nb = 0\n# joins\nk = 1\n", 1}, {"[s]\na = 0\n# joins\nk = 1\nx = 2\n", 2}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    Joining joining;
+    auto factory = std::make_shared<JoiningFactory>(&joining);
+    auto document = YIniDocument::documentWithFactory(factory);
+    joining.document = document.get();
+    document->initWithStringFactory(YString(c.text), factory);
+    joining.armed = true;
+    (void)document->stringValue();
+    EXPECT_EQ(joining.counter.heard, c.heard);
+    document->removeObserver(&joining.counter, YModifiedKey);
+  }
+}
+
 }  // namespace
