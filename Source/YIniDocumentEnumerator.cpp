@@ -29,6 +29,8 @@ const YString kFragmentPattern(u"(?<option_value_fragment>[ ]+.+\n|\r\n)");
 const YString kFragmentTerminatingPattern(u"(?<option_value_fragment>[ ]+.+\\z)");
 const YString kOptionTerminatingPattern(u"(?<option_key>^(?! ).*?)=(?<option_value>.*\\z)");
 const YString kUnknownPattern(u".*");
+// The five rules with a group map match without regard to case (option bit 1).
+constexpr unsigned kGroupRuleOptions = YRegularExpressionCaseInsensitive;
 
 const YString kSectionNameGroup(u"section_name");
 const YString kOptionKeyGroup(u"option_key");
@@ -74,17 +76,19 @@ std::shared_ptr<YArray<YRule>> YIniReaderRules(const YIniReaderClasses& classes)
   rules->addObject(YEndOfLineRule::ruleWithOpenSequenceTokenClass(kCommentOpenSequence, classes.comment));
   rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(kNewLinePattern, 0, classes.newLine));
   rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      kSectionPattern, 1, classes.section, GroupMap::dictionaryWithObjectsAndKeys({{kSectionNameGroup, classes.key}})));
+      kSectionPattern, kGroupRuleOptions, classes.section,
+      GroupMap::dictionaryWithObjectsAndKeys({{kSectionNameGroup, classes.key}})));
   rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      kOptionPattern, 1, classes.option,
+      kOptionPattern, kGroupRuleOptions, classes.option,
       GroupMap::dictionaryWithObjectsAndKeys({{kOptionKeyGroup, classes.key}, {kOptionValueGroup, classes.value}})));
   rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      kFragmentPattern, 1, classes.fragment, GroupMap::dictionaryWithObjectsAndKeys({{kFragmentGroup, classes.key}})));
+      kFragmentPattern, kGroupRuleOptions, classes.fragment,
+      GroupMap::dictionaryWithObjectsAndKeys({{kFragmentGroup, classes.key}})));
   rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      kFragmentTerminatingPattern, 1, classes.fragmentTerminating,
+      kFragmentTerminatingPattern, kGroupRuleOptions, classes.fragmentTerminating,
       GroupMap::dictionaryWithObjectsAndKeys({{kFragmentTerminatingGroup, classes.key}})));
   rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClassGroupClasses(
-      kOptionTerminatingPattern, 1, classes.optionTerminating,
+      kOptionTerminatingPattern, kGroupRuleOptions, classes.optionTerminating,
       GroupMap::dictionaryWithObjectsAndKeys({{kOptionKeyGroup, classes.key}, {kOptionValueGroup, classes.value}})));
   rules->addObject(YRegularExpressionRule::ruleWithPatternOptionsTokenClass(kUnknownPattern, 0, classes.unknown));
   return rules;
