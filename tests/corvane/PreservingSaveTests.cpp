@@ -145,6 +145,12 @@ INSTANTIATE_TEST_SUITE_P(
                    o->setValue(S("y"));
                  },
                  "[s]\nh\t= y\n"},
+        EditCase{"CommentTextChangedInPlace", "[s]\n# old\nk=1\n",
+                 [](YIniDocument& d) {
+                   auto s = section(d, "s");
+                   s->comments()->objectAtIndex(1)->setStringValue(S("# new"));
+                 },
+                 "[s]\n# new\nk=1\n"},
         EditCase{"SectionRenamed", "[ old ]  \nk=v\n", [](YIniDocument& d) { section(d, "old")->setName(S("new")); },
                  "[ new ]  \nk=v\n"}),
     caseName);
