@@ -125,7 +125,11 @@ INSTANTIATE_TEST_SUITE_P(
         EditCase{"ChangedOptionReadInMidLineTakesALineOfItsOwn", "[a]k=v\n",
                  [](YIniDocument& d) { setValue(d, "a", "k", "x]"); }, "[a]\nk=x]\n"},
         EditCase{"SameValueAgainChangesNothing", "[s]\nk =  v \n",
-                 [](YIniDocument& d) { setValue(d, "s", "k", "v"); }, "[s]\nk =  v \n"}),
+                 [](YIniDocument& d) { setValue(d, "s", "k", "v"); }, "[s]\nk =  v \n"},
+        EditCase{"MultiLineValueGainsALine", "[s]\nk = a\n  b\nx=1\n",
+                 [](YIniDocument& d) { setValue(d, "s", "k", "a\n b\n c"); }, "[s]\nk = a\n  b\n  c\nx=1\n"},
+        EditCase{"ContinuationLineChangedAtItsStart", "[s]\nk = a\n  b\nx=1\n",
+                 [](YIniDocument& d) { setValue(d, "s", "k", "a\nXb"); }, "[s]\nk = a\n  Xb\nx=1\n"}),
     caseName);
 
 INSTANTIATE_TEST_SUITE_P(
@@ -141,6 +145,12 @@ INSTANTIATE_TEST_SUITE_P(
                    o->setValue(S("y"));
                  },
                  "[s]\nh\t= y\n"},
+        EditCase{"CommentTextChangedInPlace", "[s]\n# old\nk=1\n",
+                 [](YIniDocument& d) {
+                   auto s = section(d, "s");
+                   s->comments()->objectAtIndex(1)->setStringValue(S("# new"));
+                 },
+                 "[s]\n# new\nk=1\n"},
         EditCase{"SectionRenamed", "[ old ]  \nk=v\n", [](YIniDocument& d) { section(d, "old")->setName(S("new")); },
                  "[ new ]  \nk=v\n"}),
     caseName);
@@ -185,6 +195,12 @@ INSTANTIATE_TEST_SUITE_P(
         EditCase{"OpenLineEndsAsItDidWithMixedLineEnds", "[b]\r\nx=0\r\n \nk = v\n",
                  [](YIniDocument& d) { section(d, "b")->insertObjectInElementsAtIndex(opt("n", "1"), 3); },
                  "[b]\r\nx=0\r\n \nn=1\r\nk = v\n"},
+        EditCase{"OpenCommentLineEndsWithItsOwnCrLf", "[b]\nx=0\n#c\r\nk = v\n",
+                 [](YIniDocument& d) { section(d, "b")->insertObjectInElementsAtIndex(opt("n", "1"), 3); },
+                 "[b]\nx=0\n#c\r\nn=1\nk = v\n"},
+        EditCase{"OpenLineEndsWithItsOwnLfInACrLfFile", "[b]\r\nx=0\r\n \ny=2\r\n",
+                 [](YIniDocument& d) { section(d, "b")->insertObjectInElementsAtIndex(opt("n", "1"), 3); },
+                 "[b]\r\nx=0\r\n \nn=1\r\ny=2\r\n"},
         EditCase{"OptionAfterALastLineWithoutLineEnd", "[s]\nk=v",
                  [](YIniDocument& d) { setValue(d, "s", "x", "1"); }, "[s]\nk=v\nx=1\n"},
         EditCase{"NullOrBlankNamesAreLeftOutAsTheWritersDo", "[s]\n",
@@ -203,6 +219,11 @@ INSTANTIATE_TEST_SUITE_P(
                    d.addElement(s);
                  },
                  "[a]\nk=1\n\n[b]\nx=2\n\n[c]\ny=3\n"},
+        EditCase{"SectionTakesTheFilesCrLf", "[a]\r\nk=1\r\n",
+                 [](YIniDocument& d) {
+                   d.addElement(withChildren(YIniSection::sectionWithName(S("c")), {opt("y", "3")}));
+                 },
+                 "[a]\r\nk=1\r\n[c]\r\ny=3\r\n"},
         EditCase{"SectionWithoutBlankLineWhenTheFileHasNone", "[a]\nk = 1\n[b]\n",
                  [](YIniDocument& d) { d.addElement(withChildren(YIniSection::sectionWithName(S("c")), {lf()})); },
                  "[a]\nk = 1\n[b]\n[c]\n"},
@@ -230,6 +251,14 @@ INSTANTIATE_TEST_SUITE_P(
                  },
                  "[b]\nx = 2\n\n[a]\nk = 1\n\n"},
         EditCase{"SwappedOptionsKeepTheFirstInPlace", "[s]\na = 1\nb = 2\n",
+                 [](YIniDocument& d) {
+                   auto s = section(d, "s");
+                   auto a = s->optionWithName(S("a"));
+                   s->removeElement(a);
+                   s->addElement(a);
+                 },
+                 "[s]\nb = 2\na = 1\n"},
+        EditCase{"MovedOptionIsWrittenAnewInItsNeighboursStyle", "[s]\na  =  1 \nb = 2\n",
                  [](YIniDocument& d) {
                    auto s = section(d, "s");
                    auto a = s->optionWithName(S("a"));
@@ -372,6 +401,23 @@ TEST(PreservingSave, LegacyEncodingKeepsItsBytesAndRefusesWhatItCannotHold) {
   auto utf8Bytes = document->preservedDataUsingEncodingError(YUTF8StringEncoding, &error);
   ASSERT_TRUE(utf8Bytes);
   EXPECT_EQ(utf8Bytes->substr(0, 10), "[s]\nk=\xE2\x98\x83\n");
+}
+
+TEST(PreservingSave, LegacyLinesThatWouldEncodeOtherwiseKeepTheirBytes) {
+  // Shift_JIS has two byte pairs for "\u2170" (NEC's and IBM's): whichever
+  // encoding the text again picks, the line holding both would change.
+  const std::string comment = "\x23\x20\x82\xB1\x82\xEA\x82\xCD\x93\xFA\x96\x7B\x8C\xEA\x82\xCC\x90\xDD\x92\xE8\x83\x74\x83\x40\x83\x43\x83\x8B\x82\xC5\x82\xB7\x81\x42\x83\x54\x81\x5B\x83\x6F\x81\x5B\x82\xCC\x90\xDD\x92\xE8\x82\xF0\x82\xB1\x82\xB1\x82\xC9\x8F\x91\x82\xAB\x82\xDC\x82\xB7\x81\x42\x0A";
+  std::string original = "[s]\nk=v\n";
+  for (int i = 0; i < 4; ++i) original += comment;
+  original += "# \xEE\xEF \xFA\x40\n";
+  auto document = YIniDocument::documentWithDataFactory(original, YIniStandardElementFactory::standardFactory());
+  ASSERT_EQ(utf8(section(*document, "s")->valueForOptionWithName(S("k"))), "v");
+  std::shared_ptr<YError> error;
+  EXPECT_EQ(*document->preservedDataWithError(&error), original);
+  setValue(*document, "s", "k", "w");
+  std::string expected = original;
+  expected.replace(expected.find("k=v"), 3, "k=w");
+  EXPECT_EQ(*document->preservedDataWithError(&error), expected);
 }
 
 TEST(PreservingSave, InvalidUTF8BytesComeBackAsTheyWere) {
