@@ -14,6 +14,8 @@
 # doing only the work the contract requires (UTF-16 text kept, one make_shared
 # object per element, counted strings copied out of the text, or with --slices
 # referring to it), timed beside the others; its output passes the same check.
+# compare_small_floor runs the same model on the small file in process, beside
+# compare_small_corvane and compare_small_gkeyfile.
 #
 # GKeyFile refuses continuation lines, so the peers run on the corpus without
 # its continuation lines ("flat"); Corvane also runs on the full corpus, which
@@ -42,7 +44,7 @@ while (($#)); do
     --build-dir) build="$2"; shift ;;
     --work-dir) work="$2"; shift ;;
     --no-install) install=0 ;;
-    -h|--help) sed -n '2,24p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,26p' "$0"; exit 0 ;;
     *) echo "unknown argument: $1" >&2; exit 2 ;;
   esac
   shift
@@ -124,11 +126,14 @@ load_once() {
 small="$here/small.ini"
 small_key=$(grep -A2 '^\[section3\]' "$small" | sed -n 3p | cut -d' ' -f1)
 declare -A small_times
+smalls=(corvane gkeyfile floor floor-slices)
 small_once() {
-  local program="$1" t
-  [[ -x "$bin/compare_small_$program" ]] || return 0
-  read -r t _ < <("$bin/compare_small_$program" "$small" section3 "$small_key" 2000)
-  small_times[$program]+="$t "
+  local job="$1" program t
+  program="$bin/compare_small_${binary[$job]:-$job}"
+  [[ -x "$program" ]] || return 0
+  # shellcheck disable=SC2086
+  read -r t _ < <("$program" ${flags[$job]:-} "$small" section3 "$small_key" 2000)
+  small_times[$job]+="$t "
 }
 for ((i = 0; i < runs; i++)); do
   for p in "${programs[@]}"; do
@@ -138,7 +143,7 @@ for ((i = 0; i < runs; i++)); do
   for p in "${loaders[@]}"; do
     if [[ -x "$(program_of "$p")" ]]; then load_once "load-$p" "$p"; fi
   done
-  for p in corvane gkeyfile; do small_once "$p"; done
+  for p in "${smalls[@]}"; do small_once "$p"; done
 done
 
 declare -A T R
@@ -199,7 +204,7 @@ echo "A typical small file ($(stat -c %s "$small") bytes, 10 sections, 80 option
 echo
 echo "| Program | µs per round trip | × GKeyFile |"
 echo "|---|---:|---:|"
-for p in corvane gkeyfile; do
+for p in "${smalls[@]}"; do
   t=${S[$p]:-}; [[ -n "$t" ]] || continue
   echo "| ${label[$p]} | $(awk -v t="$t" 'BEGIN { printf "%.1f", t * 1e6 }') | $(ratio "$t" "${S[gkeyfile]:-}") |"
 done
@@ -233,6 +238,11 @@ fi
 if [[ -n "${S[corvane]:-}" ]]; then
   echo "- Small file vs GKeyFile: $(ratio "${S[corvane]}" "${S[gkeyfile]:-}")× (target ≤ 0.5×)"
 fi
+for p in floor floor-slices; do
+  [[ -n "${S[$p]:-}" ]] || continue
+  echo "- Small file, ${label[$p]} vs GKeyFile: $(ratio "${S[$p]}" "${S[gkeyfile]:-}")×;" \
+    "Corvane vs it: $(ratio "${S[corvane]:-}" "${S[$p]}")×"
+done
 # The figures for bench/compare/chart.py.
 {
   for p in "${programs[@]}"; do
@@ -241,7 +251,7 @@ fi
   for p in "${loaders[@]}"; do
     [[ -n "${T[load-$p]:-}" ]] && echo "load ${p} ${T[load-$p]} ${R[load-$p]}"
   done
-  for p in corvane gkeyfile; do
+  for p in "${smalls[@]}"; do
     [[ -n "${S[$p]:-}" ]] && echo "small ${p} ${S[$p]} 0"
   done
   for mb in $scale; do [[ -n "${T[full-$mb]:-}" ]] && echo "scale $mb ${T[full-$mb]} ${R[full-$mb]}"; done
