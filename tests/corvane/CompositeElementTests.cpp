@@ -78,6 +78,16 @@ TEST(Composite, ModifiedFollowsChildrenThroughDetachingDuplicatesAndStrangers) {
          c.unsubscribeForChangesInElement(stranger);
        },
        false},
+      {"a stranger changes after the composite has looked at its children",
+       [](auto& c, auto& a, auto&) {
+         a.setValue(S("w"));
+         a.setValue(S("v"));
+         auto stranger = opt("stranger");
+         c.subscribeForChangesInElement(stranger);
+         stranger->setValue(S("w"));
+         c.unsubscribeForChangesInElement(stranger);
+       },
+       false},
       {"a child left unobserved by a failed removal changes, then another child announces",
        [](auto& c, auto& a, auto& b) {
          c.revert();  // the list is immutable now

@@ -88,7 +88,7 @@ TEST(RuleBasedScanner, MovingTheStreamBackScansAgain) {
     int tokensBeforeMove;
   } cases[] = {
       {regexRule(u"b", u"b"), u"aab", 1},    // "b" kept while "aa" was measured
-      {regexRule(u"xb", u"xb"), u"xbxx", 2},  // no "b" after position 2
+      {regexRule(u"x+b", u"xb"), u"xbxx", 2},  // no "b" after position 2 (found again from 0)
   };
   for (const auto& c : cases) {
     auto rules = ruleList({c.rule});
