@@ -16,15 +16,6 @@ using Kind = YIniSourceRecord::Kind;
 // Original text is encoded in pieces of about this many code units.
 constexpr std::uint32_t kEncodingPiece = 32768;
 
-const YCharacterSet& whitespace() {
-  static const YCharacterSet set = YCharacterSet::whitespaceCharacterSet();
-  return set;
-}
-const YCharacterSet& whitespaceAndNewlines() {
-  static const YCharacterSet set = YCharacterSet::whitespaceAndNewlineCharacterSet();
-  return set;
-}
-
 std::u16string_view trimmed(std::u16string_view text, const YCharacterSet& set) {
   std::size_t begin = 0, end = text.size();
   while (begin < end && set.characterIsMember(text[begin])) ++begin;
@@ -212,7 +203,7 @@ bool YIniPreservingWriter::writeSection(YIniSection& section, std::int64_t index
   };
   auto problem = [&]() -> const char* {
     if (name.isNull()) return "it has no name";
-    if (trimmed(name.view(), whitespace()).empty()) return "its name is empty";
+    if (trimmed(name.view(), YIniWhitespace()).empty()) return "its name is empty";
     if (holdsLineEnd(name.view())) return "its name holds a line end";
     return nullptr;
   };
@@ -271,7 +262,7 @@ bool YIniPreservingWriter::renderValue(const YString& value, const OptionStyle& 
   while (lf != std::u16string_view::npos) {
     const std::size_t next = text.find(u'\n', lf + 1);
     const std::u16string_view line = trimmed(text.substr(lf + 1, next == std::u16string_view::npos ? next : next - lf - 1),
-                                             whitespaceAndNewlines());
+                                             YIniWhitespaceAndNewlines());
     if (line.empty()) return false;
     out.append(eol);
     out.append(indent);
@@ -291,7 +282,7 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
   auto nameProblem = [](std::u16string_view text) -> const char* {
     if (text.find(u'=') != std::u16string_view::npos) return "its name holds \"=\"";
     if (holdsLineEnd(text)) return "its name holds a line end";
-    if (!text.empty() && whitespace().characterIsMember(text.front())) return "its name begins with white space";
+    if (!text.empty() && YIniWhitespace().characterIsMember(text.front())) return "its name begins with white space";
     if (text.starts_with(u"#")) return "its name begins with \"#\", which starts a comment";
     if (text.starts_with(u"[")) return "its name begins with \"[\", which may start a section";
     return nullptr;
@@ -360,7 +351,7 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
   // Written anew, as the writers write it: the name trimmed, an option
   // without a name or value left out.
   if (name.isNull() || value.isNull()) return true;
-  const std::u16string_view newName = trimmed(name.view(), whitespace());
+  const std::u16string_view newName = trimmed(name.view(), YIniWhitespace());
   if (newName.empty()) return true;
   if (const char* reason = nameProblem(newName)) return fail(describe(), reason);
   std::u16string line(newName);

@@ -33,21 +33,12 @@ std::size_t findReplacementCharacter(std::u16string_view text, std::size_t from 
   return text.find(u'\uFFFD', i);
 }
 
-const YCharacterSet& whitespace() {
-  static const YCharacterSet set = YCharacterSet::whitespaceCharacterSet();
-  return set;
-}
-const YCharacterSet& whitespaceAndNewlines() {
-  static const YCharacterSet set = YCharacterSet::whitespaceAndNewlineCharacterSet();
-  return set;
-}
-
 // Membership in `set`, answered without the set for ASCII, where the
 // whitespace set holds space and tab, and the newline set LF to CR.
 inline bool isMember(const YCharacterSet& set, char16_t c) {
   if (c >= 0x80) return set.characterIsMember(c);
   if (c == u' ' || c == u'\t') return true;
-  return c >= u'\n' && c <= u'\r' && &set == &whitespaceAndNewlines();
+  return c >= u'\n' && c <= u'\r' && &set == &YIniWhitespaceAndNewlines();
 }
 
 // [begin, end) without leading and trailing members of `set`.
@@ -85,6 +76,16 @@ bool isUnicodeEncoding(YStringEncoding encoding) {
 bool startsWith(std::string_view bytes, std::string_view prefix) { return bytes.substr(0, prefix.size()) == prefix; }
 
 }  // namespace
+
+const YCharacterSet& YIniWhitespace() {
+  static const YCharacterSet set = YCharacterSet::whitespaceCharacterSet();
+  return set;
+}
+
+const YCharacterSet& YIniWhitespaceAndNewlines() {
+  static const YCharacterSet set = YCharacterSet::whitespaceAndNewlineCharacterSet();
+  return set;
+}
 
 YIniSourceRecord::YIniSourceRecord(const YString& text) : _text(text.copy()) {}
 
@@ -143,7 +144,7 @@ std::int64_t YIniSourceRecord::indexOfElement(const YIniElement& element) const 
 std::pair<std::uint32_t, std::uint32_t> YIniSourceRecord::sectionNameRange(std::size_t index) const {
   // "[" name "]": the brackets are the entry's first and last characters.
   std::uint32_t begin = start(index) + 1, finish = end(index) - 1;
-  trim(view(), whitespace(), begin, finish);
+  trim(view(), YIniWhitespace(), begin, finish);
   return {begin, finish};
 }
 
@@ -167,17 +168,17 @@ YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayoutOfRange(std::uint32
   layout.equals = equals;
   layout.nameStart = s;
   layout.nameEnd = equals;
-  trim(text, whitespace(), layout.nameStart, layout.nameEnd);
+  trim(text, YIniWhitespace(), layout.nameStart, layout.nameEnd);
   const std::uint32_t lf = findLineFeed(text, equals, e);
   layout.eolEnd = lf < e ? lf + 1 : e;
   layout.lineEnd = lf < e && lf > equals + 1 && text[lf - 1] == u'\r' ? lf - 1 : lf;
   layout.valueStart = equals + 1;
   layout.valueEnd = layout.lineEnd;
-  trim(text, whitespaceAndNewlines(), layout.valueStart, layout.valueEnd);
+  trim(text, YIniWhitespaceAndNewlines(), layout.valueStart, layout.valueEnd);
   if (layout.valueStart == layout.valueEnd) {
     // An empty value: its place is after the blanks that follow "=".
     std::uint32_t p = equals + 1;
-    while (p < layout.lineEnd && isMember(whitespace(), text[p])) ++p;
+    while (p < layout.lineEnd && isMember(YIniWhitespace(), text[p])) ++p;
     layout.valueStart = layout.valueEnd = p;
   }
   layout.contentEnd = layout.valueEnd;
@@ -186,7 +187,7 @@ YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayoutOfRange(std::uint32
     std::uint32_t eol = next;
     if (next < e && next > line && text[next - 1] == u'\r') --eol;
     std::uint32_t cs = line, ce = eol;
-    trim(text, whitespaceAndNewlines(), cs, ce);
+    trim(text, YIniWhitespaceAndNewlines(), cs, ce);
     if (cs == ce) cs = ce = eol;
     if (layout.continuations++ == 0) {
       layout.firstIndentStart = line;
@@ -219,7 +220,7 @@ bool YIniSourceRecord::optionValueUnchanged(std::size_t index, const OptionLayou
   for (std::uint32_t line = layout.eolEnd; line < e;) {
     const std::uint32_t next = findLineFeed(text, line, e);
     std::uint32_t cs = line, ce = next;
-    trim(text, whitespaceAndNewlines(), cs, ce);
+    trim(text, YIniWhitespaceAndNewlines(), cs, ce);
     if (current.substr(at, 2) != u"\n ") return false;
     at += 2;
     if (current.substr(at, ce - cs) != text.substr(cs, ce - cs)) return false;
@@ -309,14 +310,14 @@ const YIniSourceRecord::Style& YIniSourceRecord::fileStyle() const {
       std::uint32_t equals = s;
       while (equals < e && text[equals] != u'=') ++equals;
       std::uint32_t before = equals, after = equals + 1;
-      while (before > s && isMember(whitespace(), text[before - 1])) --before;
-      while (after < e && isMember(whitespace(), text[after])) ++after;
+      while (before > s && isMember(YIniWhitespace(), text[before - 1])) --before;
+      while (after < e && isMember(YIniWhitespace(), text[after])) ++after;
       if (after < e && text[after] != u'\n' && text[after] != u'\r')
         ++spacing[{text.substr(before, equals - before), text.substr(equals + 1, after - equals - 1)}];
       const std::uint32_t lf = findLineFeed(text, after, e);
       if (lf + 1 < e) {
         std::uint32_t indent = lf + 1;
-        while (indent < e && isMember(whitespace(), text[indent])) ++indent;
+        while (indent < e && isMember(YIniWhitespace(), text[indent])) ++indent;
         ++indents[text.substr(lf + 1, indent - lf - 1)];
       }
     } else if (kind(i) == Kind::Section && start(i) > 0) {

@@ -14,6 +14,14 @@
 #include "YString.h"
 #include "YStringEncoding.h"
 
+class YCharacterSet;
+
+/// The reader's white space (spaces and tabs), made once for the record and
+/// the preserving writer.
+const YCharacterSet& YIniWhitespace();
+/// The reader's white space and line ends, made once.
+const YCharacterSet& YIniWhitespaceAndNewlines();
+
 /// The text a document was loaded from, cut into the ranges its elements came
 /// from, and what is needed to give its bytes back.
 ///
