@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include "YFoundation.h"
@@ -38,6 +39,23 @@ inline void quietLog() {
   std::fprintf(stderr, "FUZZ FAILURE: %s\n", what);
   if (!detail.isNull()) std::fprintf(stderr, "%s\n", detail.UTF8String().c_str());
   std::abort();
+}
+
+// Input bytes as UTF-16 text: each byte one code unit, except that 0xFF
+// takes the two bytes after it as one unit, so any unit is reachable while
+// the ASCII the rules look at stays dense.
+inline std::u16string textFrom(const std::uint8_t* data, std::size_t size) {
+  std::u16string text;
+  text.reserve(size);
+  for (std::size_t i = 0; i < size; ++i) {
+    if (data[i] != 0xFF) {
+      text.push_back(static_cast<char16_t>(data[i]));
+    } else if (i + 2 < size) {
+      text.push_back(static_cast<char16_t>((data[i + 1] << 8) | data[i + 2]));
+      i += 2;
+    }
+  }
+  return text;
 }
 
 }  // namespace fuzzsupport

@@ -45,25 +45,11 @@ std::shared_ptr<YArray<YRule>> makeRules() {
   });
 }
 
-std::u16string textFrom(const std::uint8_t* data, std::size_t size) {
-  std::u16string text;
-  text.reserve(size);
-  for (std::size_t i = 0; i < size; ++i) {
-    if (data[i] != 0xFF) {
-      text.push_back(static_cast<char16_t>(data[i]));
-    } else if (i + 2 < size) {
-      text.push_back(static_cast<char16_t>((data[i + 1] << 8) | data[i + 2]));
-      i += 2;
-    }
-  }
-  return text;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const auto rules = makeRules();
-  const std::u16string units = textFrom(data, size);
+  const std::u16string units = fuzzsupport::textFrom(data, size);
   const YString text(units);
   const auto end = static_cast<std::int64_t>(units.size());
   try {

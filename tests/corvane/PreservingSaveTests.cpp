@@ -9,6 +9,7 @@
 #include <functional>
 #include <sstream>
 
+#include "FileFaultSupport.h"
 #include "ElementTestSupport.h"
 #include "ReadingSupport.h"
 
@@ -28,12 +29,7 @@ std::string preserved(YIniDocument& document) {
   return text.isNull() ? std::string("ERROR: ").append(utf8(error->localizedDescription())) : text.UTF8String();
 }
 
-std::string readBytes(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
+using filefault::readBytes;
 
 void writeBytes(const std::filesystem::path& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
@@ -240,6 +236,14 @@ INSTANTIATE_TEST_SUITE_P(
                  [](YIniDocument& d) { setValue(d, "a", "k", "v"); }, "[a]\nk=v\n\n  stray\n"}),
     caseName);
 
+// Option "a" of section "s" taken out and put back last.
+void moveOptionAToTheEnd(YIniDocument& d) {
+  auto s = section(d, "s");
+  auto a = s->optionWithName(S("a"));
+  s->removeElement(a);
+  s->addElement(a);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Order, PreservingEdits,
     ::testing::Values(
@@ -251,20 +255,10 @@ INSTANTIATE_TEST_SUITE_P(
                  },
                  "[b]\nx = 2\n\n[a]\nk = 1\n\n"},
         EditCase{"SwappedOptionsKeepTheFirstInPlace", "[s]\na = 1\nb = 2\n",
-                 [](YIniDocument& d) {
-                   auto s = section(d, "s");
-                   auto a = s->optionWithName(S("a"));
-                   s->removeElement(a);
-                   s->addElement(a);
-                 },
+                 moveOptionAToTheEnd,
                  "[s]\nb = 2\na = 1\n"},
         EditCase{"MovedOptionIsWrittenAnewInItsNeighboursStyle", "[s]\na  =  1 \nb = 2\n",
-                 [](YIniDocument& d) {
-                   auto s = section(d, "s");
-                   auto a = s->optionWithName(S("a"));
-                   s->removeElement(a);
-                   s->addElement(a);
-                 },
+                 moveOptionAToTheEnd,
                  "[s]\nb = 2\na = 1\n"},
         EditCase{"RevertGivesTheOriginalBack", "[s]\nk = 1 \n# c\n",
                  [](YIniDocument& d) {

@@ -10,6 +10,7 @@
 #include <random>
 #include <sstream>
 
+#include "FileFaultSupport.h"
 #include "ReaderPaths.h"
 
 #ifndef CORVANE_REALWORLD_DIR
@@ -23,12 +24,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string readBytes(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
+using filefault::readBytes;
 
 // Every file under `folder`, in a fixed order.
 std::vector<fs::path> filesUnder(const fs::path& folder) {

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "FileFaultSupport.h"
 #include "ElementTestSupport.h"
 #include "ReadingSupport.h"
 
@@ -19,12 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string readBytes(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
+using filefault::readBytes;
 
 std::vector<std::string> lines(const std::string& text) {
   std::vector<std::string> out;
