@@ -286,6 +286,8 @@ T* YCast(U* object) noexcept {
     return object;
   } else {
     const std::type_info* type = &typeid(*object);
+    // An object of exactly T (the same type record) needs no lookup.
+    if (type == &typeid(T)) return static_cast<T*>(object);
     auto& cache = ydetail::kindCache<T>;
     for (int i = 0; i < cache.kSize; ++i) {
       if (cache.types[i] == type) return cache.matches[i] ? static_cast<T*>(object) : nullptr;

@@ -15,23 +15,6 @@
 #include "YObject.h"
 #include "YStringEncoding.h"
 
-namespace ydetail {
-
-// The shared string. Immutable strings keep their code units right after the
-// header (one allocation); mutable strings keep a separate growable buffer.
-// The header is 8 bytes: lengths stay below 2^31 code units.
-struct YStringRep {
-  std::atomic<std::uint32_t> refs;
-  std::uint32_t length : 31;
-  std::uint32_t isMutable : 1;
-};
-
-struct YMutableStringRep : YStringRep {
-  std::size_t capacity;
-  char16_t* buffer;
-};
-
-}  // namespace ydetail
 
 using ydetail::YMutableStringRep;
 using ydetail::YStringRep;
@@ -96,7 +79,10 @@ inline void retain(YStringRep* rep) noexcept {
 
 inline void release(YStringRep* rep) noexcept {
   if (!rep) return;
-  if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  // The only handle left cannot race with another: no other thread holds
+  // one to copy from, so the last release skips the locked decrement.
+  if (rep->refs.load(std::memory_order_acquire) != 1 && rep->refs.fetch_sub(1, std::memory_order_acq_rel) != 1)
+    return;
   if (rep->isMutable) {
     auto* m = static_cast<YMutableStringRep*>(rep);
     freeBytes(m->buffer, m->capacity * sizeof(char16_t));
@@ -226,7 +212,7 @@ YString& YString::operator=(YString&& other) noexcept {
   return *this;
 }
 
-YString::~YString() { release(_rep); }
+void YString::releaseRep() noexcept { release(_rep); }
 
 YString YString::fromUTF8(std::string_view utf8) {
   // Measured first, then decoded straight into the string's own storage.
@@ -261,12 +247,6 @@ YString YString::mutableStringWithString(const YString& string) {
 }
 
 // ---- queries ---------------------------------------------------------------
-
-bool YString::isMutable() const noexcept { return _rep && _rep->isMutable; }
-
-std::size_t YString::length() const noexcept { return _rep ? _rep->length : 0; }
-
-const char16_t* YString::characters() const noexcept { return _rep ? charsOf(_rep) : u""; }
 
 char16_t YString::characterAtIndex(std::size_t index) const {
   if (index >= length()) throwRange("characterAtIndex", index, 1, length());
@@ -403,10 +383,9 @@ YString YString::mutableCopy() const {
 
 // ---- mutation --------------------------------------------------------------
 
-void YString::requireMutable(const char* operation) const {
-  if (!isMutable())
-    throw YInvalidArgumentException(
-        stringWithFormat("%s: mutating method sent to %s string", operation, _rep ? "immutable" : "null"));
+void YString::throwNotMutable(const char* operation) const {
+  throw YInvalidArgumentException(
+      stringWithFormat("%s: mutating method sent to %s string", operation, _rep ? "immutable" : "null"));
 }
 
 void YString::insertStringAtIndex(const YString& string, std::size_t index) const {
@@ -416,8 +395,10 @@ void YString::insertStringAtIndex(const YString& string, std::size_t index) cons
   if (index > rep->length) throwRange("insertStringAtIndex", index, 0, rep->length);
   std::size_t add = string.length();
   if (add == 0) return;
-  // Keep the source alive and stable when it is this very string.
-  YString source = string.isIdenticalTo(*this) ? string.copy() : string;
+  // Keep the source stable when it is this very string (growing moves it).
+  YString own;
+  if (string.isIdenticalTo(*this)) own = string.copy();
+  const YString& source = own.isNull() ? string : own;
   ensureCapacity(rep, rep->length + add);
   std::memmove(rep->buffer + index + add, rep->buffer + index, (rep->length - index) * sizeof(char16_t));
   std::memcpy(rep->buffer + index, source.characters(), add * sizeof(char16_t));

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -21,7 +22,20 @@ class YString;
 using YStringEncoding = std::uint64_t;
 
 namespace ydetail {
-struct YStringRep;
+// The shared string. Immutable strings keep their code units right after the
+// header (one allocation); mutable strings keep a separate growable buffer.
+// The header is 8 bytes: lengths stay below 2^31 code units. Defined here so
+// that the most used reads (length, characters) are inline.
+struct YStringRep {
+  std::atomic<std::uint32_t> refs;
+  std::uint32_t length : 31;
+  std::uint32_t isMutable : 1;
+};
+
+struct YMutableStringRep : YStringRep {
+  std::size_t capacity;
+  char16_t* buffer;
+};
 
 /// Appends code point `cp` (at most U+10FFFF, no surrogate) as UTF-16.
 inline void appendUTF16(std::u16string& out, char32_t cp) {
@@ -142,7 +156,9 @@ class YString {
   /// Takes `other`'s string; `other` becomes null.
   YString& operator=(YString&& other) noexcept;
   /// Lets go of the string; the last handle frees it.
-  ~YString();
+  ~YString() {
+    if (_rep) releaseRep();
+  }
 
   /// An immutable string from UTF-8; invalid UTF-8 throws YInvalidArgumentException.
   static YString fromUTF8(std::string_view utf8);
@@ -194,13 +210,17 @@ class YString {
   /// True for the absent string.
   bool isNull() const noexcept { return _rep == nullptr; }
   /// True for a string made mutable (mutableString(), mutableCopy()); false for null.
-  bool isMutable() const noexcept;
+  bool isMutable() const noexcept { return _rep && _rep->isMutable; }
   /// Number of UTF-16 code units; 0 for null.
-  std::size_t length() const noexcept;
+  std::size_t length() const noexcept { return _rep ? _rep->length : 0; }
   /// The code unit at `index`; YRangeException when out of bounds or null.
   char16_t characterAtIndex(std::size_t index) const;
   /// Direct access to the code units (valid until the next mutation).
-  const char16_t* characters() const noexcept;
+  const char16_t* characters() const noexcept {
+    if (!_rep) return u"";
+    return _rep->isMutable ? static_cast<const ydetail::YMutableStringRep*>(_rep)->buffer
+                           : reinterpret_cast<const char16_t*>(_rep + 1);
+  }
   /// The code units as a view (empty for null; valid until the next mutation).
   std::u16string_view view() const noexcept { return {characters(), length()}; }
 
@@ -261,7 +281,11 @@ class YString {
 
  private:
   explicit YString(ydetail::YStringRep* rep) noexcept : _rep(rep) {}
-  void requireMutable(const char* operation) const;
+  void releaseRep() noexcept;
+  void requireMutable(const char* operation) const {
+    if (!isMutable()) throwNotMutable(operation);
+  }
+  [[noreturn]] void throwNotMutable(const char* operation) const;
   ydetail::YStringRep* _rep = nullptr;
 };
 
