@@ -112,17 +112,20 @@ YIniDocumentEnumerator::YIniDocumentEnumerator(const YString& documentString,
   _singleNewLineLiteral = std::make_shared<YTokenClass>();
   _unknownLiteral = std::make_shared<YTokenClass>();
 
+  _documentString = documentString;
+  _stream = YUnicharStream::streamWithBuffer(YStringBuffer::bufferFromString(_documentString));
+  // The recogniser answers for exactly the reader's rules, and faster: the
+  // rules and their scanner are made only when it is switched off.
+  _recognizesLines = YIniLineRecognizer::isEnabled();
+  if (!_recognizesLines) makeScanner();
+  _factory = std::move(factory);
+}
+
+void YIniDocumentEnumerator::makeScanner() {
   auto rules = YIniReaderRules({_commentLiteral, _singleNewLineLiteral, _sectionLiteral, _optionLiteral,
                                 _optionFragmentLiteral, _optionFragmentLiteralTerminating, _optionLiteralTerminating,
                                 _unknownLiteral, _keyLiteral, _valueLiteral});
-
-  _documentString = documentString;
-  auto buffer = YStringBuffer::bufferFromString(_documentString);
-  auto stream = YUnicharStream::streamWithBuffer(buffer);
-  _scanner = YRuleBasedScanner::scannerForStreamWithRules(stream, rules);
-  // The recogniser answers for exactly these rules, and faster.
-  _recognizesLines = YIniLineRecognizer::isEnabled();
-  _factory = std::move(factory);
+  _scanner = YRuleBasedScanner::scannerForStreamWithRules(_stream, rules);
 }
 
 YIniDocumentEnumerator::~YIniDocumentEnumerator() = default;
@@ -161,9 +164,9 @@ bool YIniDocumentEnumerator::takeToken(YTokenMatch& token) {
 }
 
 bool YIniDocumentEnumerator::scan(YTokenMatch& token) {
-  if (!_scanner) return false;
+  if (!_factory) return false;
   if (_recognizesLines) {
-    YUnicharStream& stream = *_scanner->stream();
+    YUnicharStream& stream = *_stream;
     const std::u16string_view text = stream.characters();
     const std::size_t position = static_cast<std::size_t>(stream.position());
     if (position >= text.size()) {
@@ -186,6 +189,7 @@ bool YIniDocumentEnumerator::scan(YTokenMatch& token) {
       return true;
     }
   }
+  if (!_scanner) makeScanner();
   return _scanner->nextMatch(token);
 }
 

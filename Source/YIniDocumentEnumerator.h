@@ -16,6 +16,7 @@
 
 class YIniSourceRecord;
 class YRuleBasedScanner;
+class YUnicharStream;
 class YTokenClass;
 
 /// Reads INI text and yields its elements one at a time, in text order: a
@@ -73,6 +74,9 @@ class YIniDocumentEnumerator : public YObject {
   bool takeToken(YTokenMatch& token);
   // The next token, from the line recogniser or else the scanner.
   bool scan(YTokenMatch& token);
+  // The reader's rules and their scanner, needed only where the line
+  // recogniser is switched off.
+  void makeScanner();
   std::shared_ptr<YIniElement> sectionFromToken(const YTokenMatch& token);
   std::shared_ptr<YIniElement> optionFromToken(const YTokenMatch& token);
   YString tokenText(const YTokenMatch& token) const;
@@ -92,8 +96,9 @@ class YIniDocumentEnumerator : public YObject {
   std::shared_ptr<YTokenClass> _valueLiteral;
   std::shared_ptr<YTokenClass> _singleNewLineLiteral;
   std::shared_ptr<YTokenClass> _unknownLiteral;
-  std::shared_ptr<YRuleBasedScanner> _scanner;
-  bool _recognizesLines = false;  // tokens come from YIniLineRecognizer, the scanner kept in step
+  std::shared_ptr<YUnicharStream> _stream;
+  std::shared_ptr<YRuleBasedScanner> _scanner;  // made when first needed
+  bool _recognizesLines = false;  // tokens come from YIniLineRecognizer
   // Kept alive so that its options can be handed to the factory with it even
   // when the consumer has already let go of the section.
   std::shared_ptr<YIniSection> _activeSection;
