@@ -37,6 +37,7 @@ class YIniComment : public YIniElement {
   std::shared_ptr<YIniElement> copyWithZone(void* zone = nullptr) const override;
 
  private:
+  friend class YIniSectionWriter;  // reads the text of the library's own comments directly
   YString _string;
   YString _initialString;
 };

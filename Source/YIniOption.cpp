@@ -17,8 +17,9 @@ void YIniOption::setName(const YString& name) {
     return;
   }
   YIniCompositeElement::forgetSilence();
+  const YString given = name;  // `name` may be this option's own, which observers may change
   ChangeScope scope(*this, YModifiedKey);
-  _name = name;
+  _name = given;
 }
 
 void YIniOption::setValue(const YString& value) {

@@ -17,13 +17,18 @@ YIniOptionWriter::YIniOptionWriter(std::shared_ptr<YIniOption> option) : _option
 
 void YIniOptionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", YTextWriterCheckLine)) return;
+  writeOptionTo(_option.get(), *textWriter);
+}
+
+void YIniOptionWriter::writeOptionTo(const YIniOption* option, YTextWriter& target) {
   // The line is "%@=%@": the name (a null one prints as "(null)"), "=", the
-  // value (empty when null); built in one piece.
-  const YString name = _option ? _option->name() : YString();
-  const YString value = _option ? _option->value() : YString();
+  // value (empty when null); built in one piece. The pieces are read before
+  // any writer code runs (a host's writer gets a finished string).
+  static const YString absent;
+  const YString& name = option ? option->name() : absent;
+  const YString& value = option ? option->value() : absent;
   const std::u16string_view pieces[] = {name.isNull() ? std::u16string_view(u"(null)") : name.view(), u"=",
                                         value.view()};
-  YTextWriter& target = *textWriter;
   if (typeid(target) == typeid(YStringWriter)) {
     static_cast<YStringWriter&>(target).writePieces({pieces[0], pieces[1], pieces[2]});
     return;
@@ -32,5 +37,5 @@ void YIniOptionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
     static_cast<YUTF8Writer&>(target).writePieces({pieces[0], pieces[1], pieces[2]});
     return;
   }
-  textWriter->write(YString::stringByConcatenating({pieces[0], pieces[1], pieces[2]}));
+  target.write(YString::stringByConcatenating({pieces[0], pieces[1], pieces[2]}));
 }

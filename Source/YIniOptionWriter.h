@@ -23,6 +23,9 @@ class YIniOptionWriter : public YTextWritable {
   const std::shared_ptr<YIniOption>& option() const noexcept { return _option; }
   /// Writes the line. A null writer is a failed precondition ("textWriter != nil").
   void write(const std::shared_ptr<YTextWriter>& textWriter) override;
+  /// Writes the line of `option` (null writes "(null)=") to `target`, as
+  /// write() does, without a writer object.
+  static void writeOptionTo(const YIniOption* option, YTextWriter& target);
 
  private:
   std::shared_ptr<YIniOption> _option;

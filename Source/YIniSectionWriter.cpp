@@ -27,6 +27,22 @@ bool isLibraryLeaf(const YIniElement* element) {
   const std::type_info& type = typeid(*element);
   return type == typeid(YIniOption) || type == typeid(YIniComment);
 }
+
+bool endsWithLineFeed(const YString& text) {
+  const std::size_t length = text.length();
+  return length > 0 && text.characters()[length - 1] == u'\n';
+}
+
+// Whether trimming white space could change `name`: an immutable name whose
+// first and last code units are ASCII other than space and tab (the white
+// space set's only ASCII members) is its own trimmed form.
+bool mayNeedTrimming(const YString& name) {
+  const std::size_t length = name.length();
+  if (length == 0 || name.isMutable()) return true;
+  const char16_t first = name.characters()[0], last = name.characters()[length - 1];
+  auto plain = [](char16_t c) { return c < 0x80 && c != u' ' && c != u'\t'; };
+  return !plain(first) || !plain(last);
+}
 }  // namespace
 
 YIniSectionWriter::YIniSectionWriter(std::shared_ptr<YIniSection> section, bool writeOptions)
@@ -43,6 +59,9 @@ bool YIniSectionWriter::newLineAtPosition(std::size_t position) const {
   if (!_section) return false;
   const auto& elements = _section->elementsList()->vector();
   if (position >= elements.size()) return false;
+  // The library's own comment answers from its text, running nobody's code.
+  if (const YIniElement* raw = elements[position].get(); raw && typeid(*raw) == typeid(YIniComment))
+    return endsWithLineFeed(static_cast<const YIniComment*>(raw)->_string);
   // Held while its text is asked for: stringValue() may run host code.
   std::shared_ptr<YIniElement> element = elements[position];
   auto* comment = YCast<YIniComment>(element.get());
@@ -76,13 +95,17 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   for (std::size_t i = 0; i < _section->elementsList()->count(); ++i) {
     std::shared_ptr<YIniElement> element = _section->elementsList()->objectAtIndex(i);
     if (silence && !isLibraryLeaf(element.get())) silence->forget();
-    if (auto option = YCast<YIniOption>(element)) {
+    if (auto* option = YCast<YIniOption>(element.get())) {
       if (option->name().isNull()) continue;
-      YString name = option->name().stringByTrimmingCharactersInSet(whitespace);
-      if (name.length() == 0) continue;
-      option->setName(name);
+      if (mayNeedTrimming(option->name())) {
+        YString name = option->name().stringByTrimmingCharactersInSet(whitespace);
+        if (name.length() == 0) continue;
+        option->setName(name);
+      } else {
+        option->setName(option->name());
+      }
       if (option->value().isNull()) continue;
-      YIniOptionWriter(option).write(textWriter);
+      YIniOptionWriter::writeOptionTo(option, target);
       const std::size_t count = _section->elementsList()->count();
       if (i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1))) textWriter->writeLine();
     } else if (auto* comment = YCast<YIniComment>(element.get())) {
