@@ -87,7 +87,14 @@ const YCharacterSet& YIniWhitespaceAndNewlines() {
   return set;
 }
 
-YIniSourceRecord::YIniSourceRecord(const YString& text) : _text(text.copy()) {}
+YIniSourceRecord::YIniSourceRecord(const YString& text) : _text(text.copy()) {
+  // Room for about one entry per short line spares a small file's lists
+  // their growing copies; a large file's lists grow as they must.
+  const std::size_t expected = std::min<std::size_t>(_text.length() / 16 + 8, 4096);
+  _bounds.reserve(expected + 1);
+  _kinds.reserve(expected);
+  _checks.reserve(expected);
+}
 
 // ---- recording ----------------------------------------------------------------
 
@@ -107,21 +114,17 @@ void YIniSourceRecord::noteElement(Kind kind, std::uint32_t start, std::uint32_t
   _checks.back() = identityCheck(element);
   // The snapshot is what the element holds now, after the factory ran. It
   // is derived from the text unless the factory changed what it was given.
-  YString name, value;
-  bool same = true;
   if (kind == Kind::Section) {
-    name = static_cast<YIniSection&>(element).name();
-    same = YIniStringsEqual(name, first);
+    const YString& name = static_cast<YIniSection&>(element).name();
+    if (!YIniStringsEqual(name, first)) _snapshots.emplace(index, std::make_pair(name.copy(), YString()));
   } else if (kind == Kind::Option) {
-    auto& option = static_cast<YIniOption&>(element);
-    name = option.name();
-    value = option.value();
-    same = YIniStringsEqual(name, first) && YIniStringsEqual(value, second);
+    const auto& option = static_cast<YIniOption&>(element);
+    if (!YIniStringsEqual(option.name(), first) || !YIniStringsEqual(option.value(), second))
+      _snapshots.emplace(index, std::make_pair(option.name().copy(), option.value().copy()));
   } else {
-    name = element.stringValue();
-    same = YIniStringsEqual(name, first);
+    const YString text = element.stringValue();
+    if (!YIniStringsEqual(text, first)) _snapshots.emplace(index, std::make_pair(text.copy(), YString()));
   }
-  if (!same) _snapshots.emplace(index, std::make_pair(name.copy(), value.copy()));
 }
 
 void YIniSourceRecord::noteStop(std::uint32_t position) {
