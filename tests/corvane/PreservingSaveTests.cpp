@@ -46,16 +46,16 @@ Edit setting(const char* s, const char* k, const char* v) {
 Edit removingOption(const char* s, const char* k) {
   return [=](YIniDocument& d) { section(d, s)->removeOptionWithName(S(k)); };
 }
-/// The edit that adds `element` at the document's end.
-Edit adding(std::shared_ptr<YIniElement> element) {
-  return [=](YIniDocument& d) { d.addElement(element); };
-}
 std::shared_ptr<YIniSection> newSection(const char* name, const std::vector<std::shared_ptr<YIniElement>>& children) {
   return withChildren(YIniSection::sectionWithName(S(name)), children);
 }
-/// The edit that inserts `element` at `index` into section `s`.
-Edit inserting(const char* s, std::shared_ptr<YIniElement> element, std::size_t index) {
-  return [=](YIniDocument& d) { section(d, s)->insertObjectInElementsAtIndex(element, index); };
+/// The edit that adds a section `name` holding option `k` = `v` at the document's end.
+Edit addingSection(const char* name, const char* k, const char* v) {
+  return [=](YIniDocument& d) { d.addElement(newSection(name, {opt(k, v)})); };
+}
+/// The edit that inserts option `k` = `v` at `index` into section `s`.
+Edit inserting(const char* s, const char* k, const char* v, std::size_t index) {
+  return [=](YIniDocument& d) { section(d, s)->insertObjectInElementsAtIndex(opt(k, v), index); };
 }
 
 TEST(PreservingSave, UneditedTextComesBackByteForByte) {
@@ -181,17 +181,17 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Additions, PreservingEdits,
     ::testing::Values(
-        EditCase{"OptionTakesTheStyleOfTheOptionBeforeIt", "[s]\na = 1\r\n# end\r\n", inserting("s", opt("b", "2"), 2),
+        EditCase{"OptionTakesTheStyleOfTheOptionBeforeIt", "[s]\na = 1\r\n# end\r\n", inserting("s", "b", "2", 2),
                  "[s]\na = 1\r\nb = 2\r\n# end\r\n"},
-        EditCase{"OptionRightAfterTheHeaderKeepsTheHeadersLine", "[s]\nk=v\n", inserting("s", opt("first", "0"), 0),
+        EditCase{"OptionRightAfterTheHeaderKeepsTheHeadersLine", "[s]\nk=v\n", inserting("s", "first", "0", 0),
                  "[s]\nfirst=0\nk=v\n"},
         EditCase{"OptionInAnEmptySectionTakesTheFilesStyle", "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\n",
                  setting("e", "n", "v"), "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\nn = v\n"},
-        EditCase{"OpenLineEndsAsItDidWithMixedLineEnds", "[b]\r\nx=0\r\n \nk = v\n", inserting("b", opt("n", "1"), 3),
+        EditCase{"OpenLineEndsAsItDidWithMixedLineEnds", "[b]\r\nx=0\r\n \nk = v\n", inserting("b", "n", "1", 3),
                  "[b]\r\nx=0\r\n \nn=1\r\nk = v\n"},
-        EditCase{"OpenCommentLineEndsWithItsOwnCrLf", "[b]\nx=0\n#c\r\nk = v\n", inserting("b", opt("n", "1"), 3),
+        EditCase{"OpenCommentLineEndsWithItsOwnCrLf", "[b]\nx=0\n#c\r\nk = v\n", inserting("b", "n", "1", 3),
                  "[b]\nx=0\n#c\r\nn=1\nk = v\n"},
-        EditCase{"OpenLineEndsWithItsOwnLfInACrLfFile", "[b]\r\nx=0\r\n \ny=2\r\n", inserting("b", opt("n", "1"), 3),
+        EditCase{"OpenLineEndsWithItsOwnLfInACrLfFile", "[b]\r\nx=0\r\n \ny=2\r\n", inserting("b", "n", "1", 3),
                  "[b]\r\nx=0\r\n \nn=1\r\ny=2\r\n"},
         EditCase{"OptionAfterALastLineWithoutLineEnd", "[s]\nk=v", setting("s", "x", "1"), "[s]\nk=v\nx=1\n"},
         EditCase{"NullOrBlankNamesAreLeftOutAsTheWritersDo", "[s]\n",
@@ -201,11 +201,11 @@ INSTANTIATE_TEST_SUITE_P(
                  },
                  "[s]\nt=2\n"},
         EditCase{"SectionSeparatedAsTheFileSeparatesThem", "[a]\nk=1\n\n[b]\nx=2\n",
-                 adding(newSection("c", {opt("y", "3")})), "[a]\nk=1\n\n[b]\nx=2\n\n[c]\ny=3\n"},
-        EditCase{"SectionTakesTheFilesCrLf", "[a]\r\nk=1\r\n", adding(newSection("c", {opt("y", "3")})),
+                 addingSection("c", "y", "3"), "[a]\nk=1\n\n[b]\nx=2\n\n[c]\ny=3\n"},
+        EditCase{"SectionTakesTheFilesCrLf", "[a]\r\nk=1\r\n", addingSection("c", "y", "3"),
                  "[a]\r\nk=1\r\n[c]\r\ny=3\r\n"},
-        EditCase{"SectionWithoutBlankLineWhenTheFileHasNone", "[a]\nk = 1\n[b]\n", adding(newSection("c", {lf()})),
-                 "[a]\nk = 1\n[b]\n[c]\n"},
+        EditCase{"SectionWithoutBlankLineWhenTheFileHasNone", "[a]\nk = 1\n[b]\n",
+                 [](YIniDocument& d) { d.addElement(newSection("c", {lf()})); }, "[a]\nk = 1\n[b]\n[c]\n"},
         EditCase{"CommentEndsTheOpenLine", "[a]", [](YIniDocument& d) { section(d, "a")->addComment(cmt("# new")); },
                  "[a]\n# new"},
         EditCase{"OptionsBeforeTheFirstSectionStayBeforeEverySection", "root = 1\n# c\n[a]\nk=v\n",
