@@ -61,8 +61,6 @@ std::shared_ptr<YIniOption> lastOption(YIniDocument& document, std::shared_ptr<Y
   return last;
 }
 
-TEST(RealWorldCorpus, HasAtLeastAHundredFiles) { EXPECT_GE(corpus().size(), 100u); }
-
 TEST(RealWorldCorpus, UneditedFilesComeBackByteForByte) {
   LogCapture quiet;
   for (const fs::path& file : corpus()) {
