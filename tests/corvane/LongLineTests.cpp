@@ -43,7 +43,8 @@ std::vector<LongLineCase> longLineCases() {
   const std::string n = std::to_string(kLong);
   return {
       {"a long value", "[s]\nk=" + x + "\nj=1\n", {"S:s", "  C:\\n", "  O:k=<" + n + "*x>", "  O:j=1"}, {}},
-      {"a long comment", "[s]\n#" + x + "\nj=1\n", {"S:s", "  C:\\n", "  C:#<" + n + "*x>", "  C:\\n", "  O:j=1"}, {}},
+      {"a long comment", "[s]\n#" + x + "\r\nj=1\n",
+       {"S:s", "  C:\\n", "  C:#<" + n + "*x>", "  C:\\r\\n", "  O:j=1"}, {}},
       {"a long unrecognised line", "[s]\n" + x + "\nj=1\n", {"S:s", "  C:\\n", "  C:", "  C:\\n", "  O:j=1"},
        {"Unrecognized text sequence <" + n + "*x>"}},
       {"a long name with = at the end", "[s]\n" + x + "=\nj=1\n", {"S:s", "  C:\\n", "  O:<" + n + "*x>=", "  O:j=1"}, {}},
@@ -59,6 +60,11 @@ std::vector<LongLineCase> longLineCases() {
       {"a long last line without line end", "[s]\n" + x, {"S:s", "C:\\n", "C:"},
        {"Unrecognized text sequence <" + n + "*x>"}},
       {"a long last option without line end", "[s]\n" + x + "=v", {"S:s", "  C:\\n", "  O:<" + n + "*x>=v"}, {}},
+      // Long last lines, where a rule that needs a line end could retry its match at every code unit.
+      {"a long last value", "[s]\nk=" + x, {"S:s", "  C:\\n", "  O:k=<" + n + "*x>"}, {}},
+      {"a long last name with =", "[s]\n" + x + "=", {"S:s", "  C:\\n", "  O:<" + n + "*x>="}, {}},
+      {"a long last line of =", "[s]\n" + equals, {"S:s", "  C:\\n", "  O:<" + n + "*=>"}, {}},
+      {"a long last line of spaces", "[s]\nk=v\n" + spaces, {"S:s", "  C:\\n", "  O:k=v\\n "}, {}},
   };
 }
 

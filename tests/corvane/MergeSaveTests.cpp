@@ -1,17 +1,14 @@
 // Merging into a template, and saving to files.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "ElementTestSupport.h"
+#include "FileFaultSupport.h"
 #include "ReadingSupport.h"
 #include "YStringWriter.h"
 
 namespace {
+
+using filefault::readBytes;
 
 std::shared_ptr<YIniDocument> documentWith(const std::vector<std::pair<const char*, std::vector<std::pair<const char*, const char*>>>>& sections) {
   auto document = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
@@ -94,107 +91,66 @@ TEST(Merge, WriteOptionsWithNames) {
 
 class Saving : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir = std::filesystem::temp_directory_path() / ("corvane-save-" + std::to_string(::getpid()));
-    std::filesystem::create_directories(dir);
+  /// Saves `document` atomically to `path` in `encoding`.
+  bool save(YIniDocument& document, const std::string& path, YStringEncoding encoding = YUTF8StringEncoding,
+            std::shared_ptr<YError>* error = nullptr) {
+    return document.writeToFileAtomicallyEncodingError(YString(path), true, encoding, error);
   }
-  void TearDown() override {
-    std::filesystem::permissions(dir, std::filesystem::perms::owner_all, std::filesystem::perm_options::add);
-    std::filesystem::remove_all(dir);
-  }
-  std::string read(const std::filesystem::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-  }
-  std::filesystem::path dir;
+  filefault::TempDir dir;
 };
 
 TEST_F(Saving, WritesExactlyTheStringValueInTheEncoding) {
   auto document = load("[caf\xC3\xA9]\nk=v\n");
-  auto path = dir / "out.ini";
-  std::shared_ptr<YError> error;
-  ASSERT_TRUE(document->writeToFileAtomicallyEncodingError(YString(path.string()), true, YUTF8StringEncoding, &error));
-  EXPECT_EQ(read(path), document->stringValue().UTF8String());
-  ASSERT_TRUE(document->writeToFileAtomicallyEncodingError(YString(path.string()), false, YUTF16LittleEndianStringEncoding, &error));
-  EXPECT_EQ(read(path), std::string("[\0c\0a\0f\0\xE9\0]\0\n\0k\0=\0v\0\n\0", 22));
-  ASSERT_TRUE(document->writeToFileAtomicallyEncodingError(YString(path.string()), true, YISOLatin1StringEncoding, &error));
-  EXPECT_EQ(read(path), "[caf\xE9]\nk=v\n");
+  const std::string path = dir / "out.ini";
+  ASSERT_TRUE(save(*document, path));
+  EXPECT_EQ(readBytes(path), document->stringValue().UTF8String());
+  ASSERT_TRUE(document->writeToFileAtomicallyEncodingError(YString(path), false, YUTF16LittleEndianStringEncoding,
+                                                           nullptr));
+  EXPECT_EQ(readBytes(path), std::string("[\0c\0a\0f\0\xE9\0]\0\n\0k\0=\0v\0\n\0", 22));
+  ASSERT_TRUE(save(*document, path, YISOLatin1StringEncoding));
+  EXPECT_EQ(readBytes(path), "[caf\xE9]\nk=v\n");
 }
 
 TEST_F(Saving, UnrepresentableTextFailsAndLeavesTheTargetAlone) {
-  auto path = dir / "keep.ini";
-  std::ofstream(path) << "old";
-  auto document = load("[\xE2\x82\xAC]\n");  // the euro sign is not in Latin-1
+  const std::string path = dir / "keep.ini";
+  filefault::writeBytes(path, "old", 0644);
   std::shared_ptr<YError> error;
-  EXPECT_FALSE(document->writeToFileAtomicallyEncodingError(YString(path.string()), true, YISOLatin1StringEncoding, &error));
+  EXPECT_FALSE(save(*load("[\xE2\x82\xAC]\n"), path, YISOLatin1StringEncoding, &error));  // no euro sign in Latin-1
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
-  EXPECT_EQ(read(path), "old");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), {}), 1);
+  EXPECT_EQ(filefault::listing(dir.path), "keep.ini ");
+  EXPECT_EQ(readBytes(path), "old");
 }
 
 // A pair of surrogates is one character wherever the writers split the text;
 // a lone one cannot be written in UTF-8, and the save names its place.
 TEST_F(Saving, UTF8TakesSurrogatePairsAndRefusesLoneOnes) {
-  auto path = dir / "pairs.ini";
-  auto document = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
+  const std::string path = dir / "pairs.ini";
   // One comment ends in the first half of a pair whose second half begins the next.
-  document->addElement(YIniComment::commentWithString(YString(u"a\xD83D")));
-  document->addElement(YIniComment::commentWithString(YString(u"\xDE00" u"b")));
-  auto section = YIniSection::sectionWithName(YString(u"s"));
-  section->addElement(YIniOption::optionWithNameAndValue(YString(u"k"), YString(u"v")));
-  document->addElement(section);
+  auto section = withChildren(YIniSection::sectionWithName(S("s")), {opt("k", "v")});
+  auto document = withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()),
+                               {YIniComment::commentWithString(YString(u"a\xD83D")),
+                                YIniComment::commentWithString(YString(u"\xDE00" u"b")), section});
   std::shared_ptr<YError> error;
-  ASSERT_TRUE(document->writeToFileAtomicallyEncodingError(YString(path.string()), true, YUTF8StringEncoding, &error))
-      << error->localizedDescription().UTF8String();
-  EXPECT_EQ(read(path), document->stringValue().UTF8String());
+  ASSERT_TRUE(save(*document, path, YUTF8StringEncoding, &error)) << utf8(error->localizedDescription());
+  EXPECT_EQ(readBytes(path), document->stringValue().UTF8String());
   // "a😀b[s]\nk=" is ten code units.
   const std::pair<std::u16string, std::size_t> lone[] = {{u"\xD83D", 10}, {u"x\xDE00", 11}, {u"\xD83Dx", 10}};
   for (const auto& [value, position] : lone) {
-    std::ofstream(path) << "old";
-    section->optionWithName(YString(u"k"))->setValue(YString(value));
+    filefault::writeBytes(path, "old", 0644);
+    section->optionWithName(S("k"))->setValue(YString(value));
     error.reset();
-    EXPECT_FALSE(document->writeToFileAtomicallyEncodingError(YString(path.string()), true, YUTF8StringEncoding, &error));
+    EXPECT_FALSE(save(*document, path, YUTF8StringEncoding, &error));
     ASSERT_TRUE(error);
-    EXPECT_NE(error->localizedDescription().UTF8String().find("position " + std::to_string(position)), std::string::npos)
-        << error->localizedDescription().UTF8String();
-    EXPECT_EQ(read(path), "old");
+    const std::string description = utf8(error->localizedDescription());
+    EXPECT_NE(description.find("position " + std::to_string(position)), std::string::npos) << description;
+    EXPECT_EQ(readBytes(path), "old");
   }
-}
-
-TEST_F(Saving, FailureInAReadOnlyFolderKeepsTheTargetAndLeavesNoTemporary) {
-  if (::geteuid() == 0) GTEST_SKIP() << "permissions do not bind root";
-  auto path = dir / "locked.ini";
-  std::ofstream(path) << "old";
-  ::chmod(path.c_str(), 0600);
-  std::filesystem::permissions(dir, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
-  std::shared_ptr<YError> error;
-  EXPECT_FALSE(load("[a]\n")->writeToFileAtomicallyEncodingError(YString(path.string()), true, YUTF8StringEncoding, &error));
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->code(), YFileWriteNoPermissionError);
-  EXPECT_EQ(read(path), "old");
-}
-
-TEST_F(Saving, ModeIsKept) {
-  auto path = dir / "private.ini";
-  std::ofstream(path) << "old";
-  ::chmod(path.c_str(), 0600);
-  ASSERT_TRUE(load("[a]\n")->writeToFileAtomicallyEncodingError(YString(path.string()), true, YUTF8StringEncoding, nullptr));
-  struct stat st{};
-  ASSERT_EQ(::stat(path.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
-  EXPECT_EQ(read(path), "[a]\n");
 }
 
 TEST_F(Saving, NullPathIsAFailedPrecondition) {
-  try {
-    (void)load("[a]")->writeToFileAtomicallyEncodingError(YString(), true, YUTF8StringEncoding, nullptr);
-    FAIL();
-  } catch (const YInternalInconsistencyException& e) {
-    EXPECT_STREQ(e.what(), "Invalid parameter not satisfying: filePath != nil");
-  }
+  EXPECT_PRECONDITION(load("[a]")->writeToFileAtomicallyEncodingError(YString(), true, YUTF8StringEncoding, nullptr),
+                      "filePath != nil");
   RecordingScope recording;
   EXPECT_FALSE(load("[a]")->writeToFileAtomicallyEncodingError(YString(), true, YUTF8StringEncoding, nullptr));
   ASSERT_EQ(recording.handler->failures.size(), 1u);

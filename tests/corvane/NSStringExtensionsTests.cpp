@@ -5,28 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "ElementTestSupport.h"
 #include "NSString+Extensions.h"
 #include "YFoundation.h"
 
 namespace {
-
-struct Failure {
-  std::string function;
-  std::string unit;
-  YString description;
-};
-
-class RecordingHandler : public YAssertionHandler {
- public:
-  std::vector<Failure> failures;
-  void handleFailureInMethod(const char* method, const YObject*, const char* unit, int,
-                             const YString& description) override {
-    failures.push_back(Failure{method, unit, description});
-  }
-  void handleFailureInFunction(const char* function, const char* unit, int, const YString& description) override {
-    failures.push_back(Failure{function, unit, description});
-  }
-};
 
 class Base : public YObject {};
 class Derived : public Base {};
@@ -78,28 +61,18 @@ TEST(NSStringExtensionsTest, SingleLineString) {
 }
 
 TEST(NSStringExtensionsTest, NullSetFailsThePrecondition) {
-  try {
-    startsWithCharacterSet(YString(u""), YCharacterSet());  // checked even on an empty string
-    FAIL() << "no exception";
-  } catch (const YInternalInconsistencyException& e) {
-    EXPECT_EQ(e.reason(), YString(u"Invalid parameter not satisfying: set != nil"));
-  }
+  EXPECT_PRECONDITION(startsWithCharacterSet(YString(u""), YCharacterSet()), "set != nil");  // even on an empty string
 
   // A handler that returns: the operation goes on with a set that holds nothing.
-  auto recorder = std::make_shared<RecordingHandler>();
-  auto previous = YAssertionHandler::setCurrentHandler(recorder);
-  const bool starts = startsWithCharacterSet(YString(u" x"), YCharacterSet());
-  const YString replaced = stringByReplacingCharactersInSetWithCharacter(YString(u"a b"), YCharacterSet(), u'_');
-  YAssertionHandler::setCurrentHandler(previous);
-  EXPECT_FALSE(starts);
-  EXPECT_EQ(replaced, YString(u"a b"));
-  ASSERT_EQ(recorder->failures.size(), 2u);
-  EXPECT_EQ(recorder->failures[0].function, "startsWithCharacterSet");
-  EXPECT_EQ(recorder->failures[0].unit, "NSString+Extensions");
-  EXPECT_EQ(recorder->failures[0].description, YString(u"Invalid parameter not satisfying: set != nil"));
-  EXPECT_EQ(recorder->failures[1].function, "stringByReplacingCharactersInSetWithCharacter");
-  EXPECT_EQ(recorder->failures[1].unit, "NSString+Extensions");
-  EXPECT_EQ(recorder->failures[1].description, YString(u"Invalid parameter not satisfying: charSet != nil"));
+  RecordingScope recording;
+  EXPECT_FALSE(startsWithCharacterSet(YString(u" x"), YCharacterSet()));
+  EXPECT_EQ(stringByReplacingCharactersInSetWithCharacter(YString(u"a b"), YCharacterSet(), u'_'), YString(u"a b"));
+  const auto& failures = recording.handler->failures;
+  ASSERT_EQ(failures.size(), 2u);
+  EXPECT_EQ(failures[0].unit + ": " + failures[0].description,
+            "NSString+Extensions: Invalid parameter not satisfying: set != nil");
+  EXPECT_EQ(failures[1].unit + ": " + failures[1].description,
+            "NSString+Extensions: Invalid parameter not satisfying: charSet != nil");
 }
 
 TEST(NSStringExtensionsTest, ArrayWithObjectsOfClass) {

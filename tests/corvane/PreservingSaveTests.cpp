@@ -2,12 +2,9 @@
 // only what they touch.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <sstream>
 
 #include "FileFaultSupport.h"
 #include "ElementTestSupport.h"
@@ -30,19 +27,36 @@ std::string preserved(YIniDocument& document) {
 }
 
 using filefault::readBytes;
+using filefault::TempDir;
 
-void writeBytes(const std::filesystem::path& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
+void writeBytes(const std::string& path, const std::string& bytes) { filefault::writeBytes(path, bytes, 0644); }
+
+std::shared_ptr<YIniDocument> loadFile(const std::string& path) {
+  return YIniDocument::documentWithContentsOfFileFactory(YString(path), YIniStandardElementFactory::standardFactory());
 }
 
-struct TempFolder {
-  std::filesystem::path path;
-  TempFolder() {
-    char name[] = "/tmp/corvane-preserve-XXXXXX";
-    path = ::mkdtemp(name);
-  }
-  ~TempFolder() { std::filesystem::remove_all(path); }
-};
+void setValue(YIniDocument& d, const char* s, const char* k, const char* v) {
+  section(d, s)->setValueForOptionWithName(S(v), S(k));
+}
+/// The edit that sets option `k` of section `s` to `v`.
+Edit setting(const char* s, const char* k, const char* v) {
+  return [=](YIniDocument& d) { setValue(d, s, k, v); };
+}
+/// The edit that removes option `k` of section `s`.
+Edit removingOption(const char* s, const char* k) {
+  return [=](YIniDocument& d) { section(d, s)->removeOptionWithName(S(k)); };
+}
+std::shared_ptr<YIniSection> newSection(const char* name, const std::vector<std::shared_ptr<YIniElement>>& children) {
+  return withChildren(YIniSection::sectionWithName(S(name)), children);
+}
+/// The edit that adds a section `name` holding option `k` = `v` at the document's end.
+Edit addingSection(const char* name, const char* k, const char* v) {
+  return [=](YIniDocument& d) { d.addElement(newSection(name, {opt(k, v)})); };
+}
+/// The edit that inserts option `k` = `v` at `index` into section `s`.
+Edit inserting(const char* s, const char* k, const char* v, std::size_t index) {
+  return [=](YIniDocument& d) { section(d, s)->insertObjectInElementsAtIndex(opt(k, v), index); };
+}
 
 TEST(PreservingSave, UneditedTextComesBackByteForByte) {
   LogCapture quiet;
@@ -91,17 +105,12 @@ TEST_P(PreservingEdits, ChangeOnlyWhatTheyTouch) {
   EXPECT_EQ(visible(YString(preserved(*document))), visible(YString(c.expected)));
 }
 
-void setValue(YIniDocument& d, const char* s, const char* k, const char* v) {
-  section(d, s)->setValueForOptionWithName(S(v), S(k));
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Values, PreservingEdits,
     ::testing::Values(
-        EditCase{"ValueKeepsSpacingAndTrailingBlanks", "[s]\nwidth = 800  \nh=1\n",
-                 [](YIniDocument& d) { setValue(d, "s", "width", "1024"); }, "[s]\nwidth = 1024  \nh=1\n"},
-        EditCase{"ValueKeepsCrLf", "[s]\r\nk = v\r\n", [](YIniDocument& d) { setValue(d, "s", "k", "w"); },
-                 "[s]\r\nk = w\r\n"},
+        EditCase{"ValueKeepsSpacingAndTrailingBlanks", "[s]\nwidth = 800  \nh=1\n", setting("s", "width", "1024"),
+                 "[s]\nwidth = 1024  \nh=1\n"},
+        EditCase{"ValueKeepsCrLf", "[s]\r\nk = v\r\n", setting("s", "k", "w"), "[s]\r\nk = w\r\n"},
         EditCase{"EmptyValueTakesASpaceWhenTheLineHasOneBeforeEquals", "[s]\nk =\nx=\ny = \n",
                  [](YIniDocument& d) {
                    setValue(d, "s", "k", "1");
@@ -109,23 +118,21 @@ INSTANTIATE_TEST_SUITE_P(
                    setValue(d, "s", "y", "3");
                  },
                  "[s]\nk = 1\nx=2\ny = 3\n"},
-        EditCase{"ValueEmptied", "[s]\nk = v\n", [](YIniDocument& d) { setValue(d, "s", "k", ""); }, "[s]\nk = \n"},
-        EditCase{"MultiLineValueKeepsItsIndentation", "[s]\nk = a\n    b\nx=1\n",
-                 [](YIniDocument& d) { setValue(d, "s", "k", "c\n d\n e"); }, "[s]\nk = c\n    d\n    e\nx=1\n"},
-        EditCase{"MultiLineValueBecomesOneLine", "[s]\nk = a\n  b  \nx=1\n",
-                 [](YIniDocument& d) { setValue(d, "s", "k", "z"); }, "[s]\nk = z  \nx=1\n"},
-        EditCase{"NewContinuationTakesTheFilesIndent", "[s]\nk = a\nm = b\n    c\n",
-                 [](YIniDocument& d) { setValue(d, "s", "k", "1\n 2"); }, "[s]\nk = 1\n    2\nm = b\n    c\n"},
-        EditCase{"NewContinuationDefaultsToOneSpace", "[s]\r\nk=a\r\n",
-                 [](YIniDocument& d) { setValue(d, "s", "k", "1\n 2"); }, "[s]\r\nk=1\r\n 2\r\n"},
-        EditCase{"ChangedOptionReadInMidLineTakesALineOfItsOwn", "[a]k=v\n",
-                 [](YIniDocument& d) { setValue(d, "a", "k", "x]"); }, "[a]\nk=x]\n"},
-        EditCase{"SameValueAgainChangesNothing", "[s]\nk =  v \n",
-                 [](YIniDocument& d) { setValue(d, "s", "k", "v"); }, "[s]\nk =  v \n"},
-        EditCase{"MultiLineValueGainsALine", "[s]\nk = a\n  b\nx=1\n",
-                 [](YIniDocument& d) { setValue(d, "s", "k", "a\n b\n c"); }, "[s]\nk = a\n  b\n  c\nx=1\n"},
-        EditCase{"ContinuationLineChangedAtItsStart", "[s]\nk = a\n  b\nx=1\n",
-                 [](YIniDocument& d) { setValue(d, "s", "k", "a\nXb"); }, "[s]\nk = a\n  Xb\nx=1\n"}),
+        EditCase{"ValueEmptied", "[s]\nk = v\n", setting("s", "k", ""), "[s]\nk = \n"},
+        EditCase{"MultiLineValueKeepsItsIndentation", "[s]\nk = a\n    b\nx=1\n", setting("s", "k", "c\n d\n e"),
+                 "[s]\nk = c\n    d\n    e\nx=1\n"},
+        EditCase{"MultiLineValueBecomesOneLine", "[s]\nk = a\n  b  \nx=1\n", setting("s", "k", "z"),
+                 "[s]\nk = z  \nx=1\n"},
+        EditCase{"NewContinuationTakesTheFilesIndent", "[s]\nk = a\nm = b\n    c\n", setting("s", "k", "1\n 2"),
+                 "[s]\nk = 1\n    2\nm = b\n    c\n"},
+        EditCase{"NewContinuationDefaultsToOneSpace", "[s]\r\nk=a\r\n", setting("s", "k", "1\n 2"),
+                 "[s]\r\nk=1\r\n 2\r\n"},
+        EditCase{"ChangedOptionReadInMidLineTakesALineOfItsOwn", "[a]k=v\n", setting("a", "k", "x]"), "[a]\nk=x]\n"},
+        EditCase{"SameValueAgainChangesNothing", "[s]\nk =  v \n", setting("s", "k", "v"), "[s]\nk =  v \n"},
+        EditCase{"MultiLineValueGainsALine", "[s]\nk = a\n  b\nx=1\n", setting("s", "k", "a\n b\n c"),
+                 "[s]\nk = a\n  b\n  c\nx=1\n"},
+        EditCase{"ContinuationLineChangedAtItsStart", "[s]\nk = a\n  b\nx=1\n", setting("s", "k", "a\nXb"),
+                 "[s]\nk = a\n  Xb\nx=1\n"}),
     caseName);
 
 INSTANTIATE_TEST_SUITE_P(
@@ -142,10 +149,7 @@ INSTANTIATE_TEST_SUITE_P(
                  },
                  "[s]\nh\t= y\n"},
         EditCase{"CommentTextChangedInPlace", "[s]\n# old\nk=1\n",
-                 [](YIniDocument& d) {
-                   auto s = section(d, "s");
-                   s->comments()->objectAtIndex(1)->setStringValue(S("# new"));
-                 },
+                 [](YIniDocument& d) { section(d, "s")->comments()->objectAtIndex(1)->setStringValue(S("# new")); },
                  "[s]\n# new\nk=1\n"},
         EditCase{"SectionRenamed", "[ old ]  \nk=v\n", [](YIniDocument& d) { section(d, "old")->setName(S("new")); },
                  "[ new ]  \nk=v\n"}),
@@ -154,10 +158,10 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Removals, PreservingEdits,
     ::testing::Values(
-        EditCase{"OptionWithItsContinuationLines", "[s]\na=1\nk = x\n  y\n  z\nb=2\n",
-                 [](YIniDocument& d) { section(d, "s")->removeOptionWithName(S("k")); }, "[s]\na=1\nb=2\n"},
-        EditCase{"OptionBeforeABlankLineLeavesTheBlankLine", "[s]\nk=1\n\n[t]\n",
-                 [](YIniDocument& d) { section(d, "s")->removeOptionWithName(S("k")); }, "[s]\n\n[t]\n"},
+        EditCase{"OptionWithItsContinuationLines", "[s]\na=1\nk = x\n  y\n  z\nb=2\n", removingOption("s", "k"),
+                 "[s]\na=1\nb=2\n"},
+        EditCase{"OptionBeforeABlankLineLeavesTheBlankLine", "[s]\nk=1\n\n[t]\n", removingOption("s", "k"),
+                 "[s]\n\n[t]\n"},
         EditCase{"CommentLineVanishesWholly", "[s]\n# note\nk=1\n",
                  [](YIniDocument& d) {
                    auto s = section(d, "s");
@@ -177,63 +181,41 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Additions, PreservingEdits,
     ::testing::Values(
-        EditCase{"OptionTakesTheStyleOfTheOptionBeforeIt", "[s]\na = 1\r\n# end\r\n",
-                 [](YIniDocument& d) {
-                   auto s = section(d, "s");
-                   s->insertObjectInElementsAtIndex(opt("b", "2"), 2);
-                 },
+        EditCase{"OptionTakesTheStyleOfTheOptionBeforeIt", "[s]\na = 1\r\n# end\r\n", inserting("s", "b", "2", 2),
                  "[s]\na = 1\r\nb = 2\r\n# end\r\n"},
-        EditCase{"OptionRightAfterTheHeaderKeepsTheHeadersLine", "[s]\nk=v\n",
-                 [](YIniDocument& d) { section(d, "s")->insertObjectInElementsAtIndex(opt("first", "0"), 0); },
+        EditCase{"OptionRightAfterTheHeaderKeepsTheHeadersLine", "[s]\nk=v\n", inserting("s", "first", "0", 0),
                  "[s]\nfirst=0\nk=v\n"},
         EditCase{"OptionInAnEmptySectionTakesTheFilesStyle", "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\n",
-                 [](YIniDocument& d) { setValue(d, "e", "n", "v"); }, "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\nn = v\n"},
-        EditCase{"OpenLineEndsAsItDidWithMixedLineEnds", "[b]\r\nx=0\r\n \nk = v\n",
-                 [](YIniDocument& d) { section(d, "b")->insertObjectInElementsAtIndex(opt("n", "1"), 3); },
+                 setting("e", "n", "v"), "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\nn = v\n"},
+        EditCase{"OpenLineEndsAsItDidWithMixedLineEnds", "[b]\r\nx=0\r\n \nk = v\n", inserting("b", "n", "1", 3),
                  "[b]\r\nx=0\r\n \nn=1\r\nk = v\n"},
-        EditCase{"OpenCommentLineEndsWithItsOwnCrLf", "[b]\nx=0\n#c\r\nk = v\n",
-                 [](YIniDocument& d) { section(d, "b")->insertObjectInElementsAtIndex(opt("n", "1"), 3); },
+        EditCase{"OpenCommentLineEndsWithItsOwnCrLf", "[b]\nx=0\n#c\r\nk = v\n", inserting("b", "n", "1", 3),
                  "[b]\nx=0\n#c\r\nn=1\nk = v\n"},
-        EditCase{"OpenLineEndsWithItsOwnLfInACrLfFile", "[b]\r\nx=0\r\n \ny=2\r\n",
-                 [](YIniDocument& d) { section(d, "b")->insertObjectInElementsAtIndex(opt("n", "1"), 3); },
+        EditCase{"OpenLineEndsWithItsOwnLfInACrLfFile", "[b]\r\nx=0\r\n \ny=2\r\n", inserting("b", "n", "1", 3),
                  "[b]\r\nx=0\r\n \nn=1\r\ny=2\r\n"},
-        EditCase{"OptionAfterALastLineWithoutLineEnd", "[s]\nk=v",
-                 [](YIniDocument& d) { setValue(d, "s", "x", "1"); }, "[s]\nk=v\nx=1\n"},
+        EditCase{"OptionAfterALastLineWithoutLineEnd", "[s]\nk=v", setting("s", "x", "1"), "[s]\nk=v\nx=1\n"},
         EditCase{"NullOrBlankNamesAreLeftOutAsTheWritersDo", "[s]\n",
                  [](YIniDocument& d) {
-                   auto s = section(d, "s");
-                   s->addElement(opt(nullptr, "1"));
-                   s->addElement(opt("  ", "1"));
-                   s->addElement(opt("k", nullptr));
-                   s->addElement(opt("  t ", "2"));
+                   withChildren(section(d, "s"),
+                                {opt(nullptr, "1"), opt("  ", "1"), opt("k", nullptr), opt("  t ", "2")});
                  },
                  "[s]\nt=2\n"},
         EditCase{"SectionSeparatedAsTheFileSeparatesThem", "[a]\nk=1\n\n[b]\nx=2\n",
-                 [](YIniDocument& d) {
-                   auto s = YIniSection::sectionWithName(S("c"));
-                   s->setValueForOptionWithName(S("3"), S("y"));
-                   d.addElement(s);
-                 },
-                 "[a]\nk=1\n\n[b]\nx=2\n\n[c]\ny=3\n"},
-        EditCase{"SectionTakesTheFilesCrLf", "[a]\r\nk=1\r\n",
-                 [](YIniDocument& d) {
-                   d.addElement(withChildren(YIniSection::sectionWithName(S("c")), {opt("y", "3")}));
-                 },
+                 addingSection("c", "y", "3"), "[a]\nk=1\n\n[b]\nx=2\n\n[c]\ny=3\n"},
+        EditCase{"SectionTakesTheFilesCrLf", "[a]\r\nk=1\r\n", addingSection("c", "y", "3"),
                  "[a]\r\nk=1\r\n[c]\r\ny=3\r\n"},
         EditCase{"SectionWithoutBlankLineWhenTheFileHasNone", "[a]\nk = 1\n[b]\n",
-                 [](YIniDocument& d) { d.addElement(withChildren(YIniSection::sectionWithName(S("c")), {lf()})); },
-                 "[a]\nk = 1\n[b]\n[c]\n"},
-        EditCase{"CommentEndsTheOpenLine", "[a]",
-                 [](YIniDocument& d) { section(d, "a")->addComment(cmt("# new")); }, "[a]\n# new"},
+                 [](YIniDocument& d) { d.addElement(newSection("c", {lf()})); }, "[a]\nk = 1\n[b]\n[c]\n"},
+        EditCase{"CommentEndsTheOpenLine", "[a]", [](YIniDocument& d) { section(d, "a")->addComment(cmt("# new")); },
+                 "[a]\n# new"},
         EditCase{"OptionsBeforeTheFirstSectionStayBeforeEverySection", "root = 1\n# c\n[a]\nk=v\n",
                  [](YIniDocument& d) {
                    d.removeElement(section(d, "a"));
-                   d.insertObjectInElementsAtIndex(withChildren(YIniSection::sectionWithName(S("b")), {opt("x", "1")}),
-                                                   0);
+                   d.insertObjectInElementsAtIndex(newSection("b", {opt("x", "1")}), 0);
                  },
                  "root = 1\n[b]\nx=1\n# c\n"},
-        EditCase{"IndentedTailStaysUnreadAfterANewOption", "[a]\n  stray\n",
-                 [](YIniDocument& d) { setValue(d, "a", "k", "v"); }, "[a]\nk=v\n\n  stray\n"}),
+        EditCase{"IndentedTailStaysUnreadAfterANewOption", "[a]\n  stray\n", setting("a", "k", "v"),
+                 "[a]\nk=v\n\n  stray\n"}),
     caseName);
 
 // Option "a" of section "s" taken out and put back last.
@@ -282,33 +264,33 @@ TEST(PreservingSave, TextThatWouldNotReadBackFailsNamingTheElement) {
   const std::vector<std::pair<Edit, std::string>> cases = {
       {[](YIniDocument& d) { section(d, "s")->optionWithName(S("k"))->setName(S(" k")); }, "begins with white space"},
       {[](YIniDocument& d) { section(d, "s")->optionWithName(S("k"))->setName(S("a=b")); }, "holds \"=\""},
-      {[](YIniDocument& d) { setValue(d, "s", "new=1", "x"); }, "holds \"=\""},
-      {[](YIniDocument& d) { setValue(d, "s", "#k", "x"); }, "starts a comment"},
-      {[](YIniDocument& d) { setValue(d, "s", "[k]", "x"); }, "may start a section"},
-      {[](YIniDocument& d) { setValue(d, "s", "k", "a\n"); }, "empty continuation line"},
-      {[](YIniDocument& d) { setValue(d, "s", "[k", "x]"); }, "would read as a section header"},
-      {[](YIniDocument& d) { setValue(d, "s", "k", "a\n  \n b"); }, "empty continuation line"},
+      {setting("s", "new=1", "x"), "holds \"=\""},
+      {setting("s", "#k", "x"), "starts a comment"},
+      {setting("s", "[k]", "x"), "may start a section"},
+      {setting("s", "k", "a\n"), "empty continuation line"},
+      {setting("s", "[k", "x]"), "would read as a section header"},
+      {setting("s", "k", "a\n  \n b"), "empty continuation line"},
       {[](YIniDocument& d) { section(d, "s")->setName(S(" ")); }, "name is empty"},
       {[](YIniDocument& d) { section(d, "s")->setName(S("a\nb")); }, "holds a line end"},
       {[](YIniDocument& d) { d.addElement(YIniSection::sectionWithName(YString())); }, "has no name"},
   };
-  TempFolder folder;
-  const auto path = folder.path / "f.ini";
+  TempDir folder;
+  const std::string path = folder / "f.ini";
   for (const auto& [edit, reason] : cases) {
     SCOPED_TRACE(reason);
     writeBytes(path, "[s]\nk=v\n[k=1\n");
-    auto document = YIniDocument::documentWithContentsOfFileFactory(YString(path.string()),
-                                                                    YIniStandardElementFactory::standardFactory());
+    auto document = loadFile(path);
     edit(*document);
     std::shared_ptr<YError> error;
     EXPECT_TRUE(document->preservedStringValueWithError(&error).isNull());
     ASSERT_TRUE(error);
     EXPECT_EQ(utf8(error->domain()), "YIniErrorDomain");
     EXPECT_EQ(error->code(), YIniTextWouldNotReadBackError);
-    EXPECT_NE(utf8(error->localizedDescription()).find(reason), std::string::npos) << utf8(error->localizedDescription());
-    EXPECT_NE(utf8(error->localizedDescription()).find("would not read back"), std::string::npos);
+    const std::string description = utf8(error->localizedDescription());
+    EXPECT_NE(description.find(reason), std::string::npos) << description;
+    EXPECT_NE(description.find("would not read back"), std::string::npos);
     error.reset();
-    EXPECT_FALSE(document->writePreservedToFileError(YString(path.string()), &error));
+    EXPECT_FALSE(document->writePreservedToFileError(YString(path), &error));
     EXPECT_TRUE(error);
     EXPECT_EQ(readBytes(path), "[s]\nk=v\n[k=1\n");
   }
@@ -338,20 +320,20 @@ TEST(PreservingSave, BytesKeepTheFilesEncodingMarkAndLineEnds) {
       {"UTF-16BE with mark", std::string("\xFE\xFF").append(utf16be(u"[s]\nk=v\n")),
        std::string("\xFE\xFF").append(utf16be(u"[s]\nk=\u00E9\n"))},
       {"UTF-16LE without mark", utf16le(u"[s]\nk=v\n"), utf16le(u"[s]\nk=\u00E9\n")},
+      {"UTF-16BE without mark", utf16be(u"[s]\r\nk=v\r\n"), utf16be(u"[s]\r\nk=\u00E9\r\n")},
   };
-  TempFolder folder;
+  TempDir folder;
+  const std::string path = folder / "f.ini";
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    const auto path = folder.path / "f.ini";
     writeBytes(path, c.bytes);
-    auto document = YIniDocument::documentWithContentsOfFileFactory(YString(path.string()),
-                                                                    YIniStandardElementFactory::standardFactory());
+    auto document = loadFile(path);
     std::shared_ptr<YError> error;
     auto unedited = document->preservedDataWithError(&error);
     ASSERT_TRUE(unedited);
     EXPECT_EQ(*unedited, c.bytes);
     setValue(*document, "s", "k", "\xC3\xA9");
-    ASSERT_TRUE(document->writePreservedToFileError(YString(path.string()), &error)) << utf8(error->description());
+    ASSERT_TRUE(document->writePreservedToFileError(YString(path), &error)) << utf8(error->description());
     EXPECT_EQ(readBytes(path), c.edited);
   }
 }
@@ -372,13 +354,12 @@ TEST(PreservingSave, BytesInMemoryLoadLikeAFile) {
 
 TEST(PreservingSave, LegacyEncodingKeepsItsBytesAndRefusesWhatItCannotHold) {
   // windows-1252 is detected from the accented words; "€" is 0x80 there.
-  TempFolder folder;
-  const auto path = folder.path / "latin.ini";
+  TempDir folder;
+  const std::string path = folder / "latin.ini";
   const std::string original =
       "[s]\nk=v\n# caf\xE9 cr\xE8me br\xFBl\xE9\x65 \x80 na\xEFve d\xE9j\xE0 \xE0 la fa\xE7on de cort\xE8ge\n";
   writeBytes(path, original);
-  auto document = YIniDocument::documentWithContentsOfFileFactory(YString(path.string()),
-                                                                  YIniStandardElementFactory::standardFactory());
+  auto document = loadFile(path);
   std::shared_ptr<YError> error;
   setValue(*document, "s", "k", "\xC3\xA9");  // é
   auto bytes = document->preservedDataWithError(&error);
@@ -387,7 +368,7 @@ TEST(PreservingSave, LegacyEncodingKeepsItsBytesAndRefusesWhatItCannotHold) {
   EXPECT_EQ(bytes->substr(0, 8), "[s]\nk=\xE9\n");
   EXPECT_EQ(bytes->substr(8), original.substr(8));
   setValue(*document, "s", "k", "\xE2\x98\x83");  // a snowman: no windows-1252 byte for it
-  EXPECT_FALSE(document->writePreservedToFileError(YString(path.string()), &error));
+  EXPECT_FALSE(document->writePreservedToFileError(YString(path), &error));
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
   EXPECT_EQ(readBytes(path), original);
@@ -456,23 +437,20 @@ TEST(PreservingSave, OptionsBeforeTheFirstSectionAreReadFromTheSource) {
 }
 
 TEST(PreservingSave, SaveKeepsModeAndFollowsLinks) {
-  TempFolder folder;
-  const auto target = folder.path / "real.ini";
-  const auto link = folder.path / "link.ini";
-  writeBytes(target, "[s]\nk = 1\n");
-  ::chmod(target.c_str(), 0640);
+  TempDir folder;
+  const std::string target = folder / "real.ini", link = folder / "link.ini";
+  filefault::writeBytes(target, "[s]\nk = 1\n", 0640);
   std::filesystem::create_symlink(target, link);
-  auto document = YIniDocument::documentWithContentsOfFileFactory(YString(link.string()),
-                                                                  YIniStandardElementFactory::standardFactory());
+  auto document = loadFile(link);
   setValue(*document, "s", "k", "2");
   std::shared_ptr<YError> error;
-  ASSERT_TRUE(document->writePreservedToFileError(YString(link.string()), &error));
+  ASSERT_TRUE(document->writePreservedToFileError(YString(link), &error));
   EXPECT_TRUE(std::filesystem::is_symlink(link));
   EXPECT_EQ(readBytes(target), "[s]\nk = 2\n");
   struct stat st{};
   ::stat(target.c_str(), &st);
   EXPECT_EQ(st.st_mode & 07777, 0640u);
-  EXPECT_FALSE(document->writePreservedToFileError(YString((folder.path / "missing" / "f.ini").string()), &error));
+  EXPECT_FALSE(document->writePreservedToFileError(YString(folder / "missing/f.ini"), &error));
   EXPECT_EQ(error->code(), YFileNoSuchFileError);
 }
 

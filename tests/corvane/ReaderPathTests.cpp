@@ -4,11 +4,8 @@
 // the rules' corners and on generated INI-like text.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
 
 #include "FileFaultSupport.h"
 #include "ReaderPaths.h"
@@ -25,15 +22,6 @@ namespace {
 namespace fs = std::filesystem;
 
 using filefault::readBytes;
-
-// Every file under `folder`, in a fixed order.
-std::vector<fs::path> filesUnder(const fs::path& folder) {
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::recursive_directory_iterator(folder))
-    if (entry.is_regular_file() && entry.path().filename() != "README.md") files.push_back(entry.path());
-  std::sort(files.begin(), files.end());
-  return files;
-}
 
 // As the fuzzers take their input: UTF-8 where valid, else Latin-1.
 YString decoded(const std::string& bytes) {

@@ -1,6 +1,8 @@
 // Helpers for the reading, loading and merging suites.
 #pragma once
 
+#include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -60,4 +62,13 @@ class LogCapture {
 
 inline std::shared_ptr<YIniDocument> load(const std::string& text) {
   return YIniDocument::documentFromStringFactory(YString(text), YIniStandardElementFactory::standardFactory());
+}
+
+/// Every file under `folder` but its README.md, in a fixed order.
+inline std::vector<std::filesystem::path> filesUnder(const std::filesystem::path& folder) {
+  std::vector<std::filesystem::path> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+    if (entry.is_regular_file() && entry.path().filename() != "README.md") files.push_back(entry.path());
+  std::sort(files.begin(), files.end());
+  return files;
 }

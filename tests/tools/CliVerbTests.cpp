@@ -260,11 +260,10 @@ TEST_F(CliVerbs, HelpVersionAndOptionsOnEitherSideOfTheVerb) {
   EXPECT_TRUE(has(runTool({"set", "-h"}).out, "--reformat"));
 
   // Global options before the verb, after it, or between operands.
-  for (const Args& args : {Args{"--format=json", "get", app, "main", "name"}, Args{"get", "--format", "json", app,
-                                                                                     "main", "name"},
-                           Args{"get", app, "main", "--format=json", "name"}}) {
+  for (const Args& args : {Args{"--format=json", "get", app, "main", "name"},
+                           Args{"get", "--format", "json", app, "main", "name"},
+                           Args{"get", app, "main", "--format=json", "name"}})
     EXPECT_EQ(runTool(args).out, "\"Corvane demo\"\n");
-  }
   EXPECT_TRUE(has(runTool({"--verbose", "set", app, "main", "name", "Corvane demo"}).err, "app.ini: unchanged"));
 }
 
