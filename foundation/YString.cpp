@@ -8,6 +8,12 @@
 #include <functional>
 #include <new>
 #include <ostream>
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#define YSTRING_KNOWS_THREADS 1
+#else
+#define YSTRING_KNOWS_THREADS 0
+#endif
 
 #include "YAllocator.h"
 #include "YCharacterSet.h"
@@ -73,16 +79,38 @@ YMutableStringRep* newMutableRep(const char16_t* chars, std::size_t length, std:
   return rep;
 }
 
+// While the process has one thread (as the C library reports; it never
+// becomes true again once a second thread started, and starting one orders
+// memory), counts change without locked instructions, as the standard
+// library's shared pointers do.
+inline bool singleThreaded() noexcept {
+#if YSTRING_KNOWS_THREADS
+  return __libc_single_threaded;
+#else
+  return false;
+#endif
+}
+
 inline void retain(YStringRep* rep) noexcept {
-  if (rep) rep->refs.fetch_add(1, std::memory_order_relaxed);
+  if (!rep) return;
+  if (singleThreaded())
+    rep->refs.store(rep->refs.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  else
+    rep->refs.fetch_add(1, std::memory_order_relaxed);
 }
 
 inline void release(YStringRep* rep) noexcept {
   if (!rep) return;
   // The only handle left cannot race with another: no other thread holds
   // one to copy from, so the last release skips the locked decrement.
-  if (rep->refs.load(std::memory_order_acquire) != 1 && rep->refs.fetch_sub(1, std::memory_order_acq_rel) != 1)
-    return;
+  const std::uint32_t refs = rep->refs.load(std::memory_order_acquire);
+  if (refs != 1) {
+    if (singleThreaded()) {
+      rep->refs.store(refs - 1, std::memory_order_relaxed);
+      return;
+    }
+    if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  }
   if (rep->isMutable) {
     auto* m = static_cast<YMutableStringRep*>(rep);
     freeBytes(m->buffer, m->capacity * sizeof(char16_t));
