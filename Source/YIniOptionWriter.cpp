@@ -29,11 +29,11 @@ void YIniOptionWriter::writeOptionTo(const YIniOption* option, YTextWriter& targ
   const YString& value = option ? option->value() : absent;
   const std::u16string_view pieces[] = {name.isNull() ? std::u16string_view(u"(null)") : name.view(), u"=",
                                         value.view()};
-  if (typeid(target) == typeid(YStringWriter)) {
+  if (ydetail::isExactly<YStringWriter>(target)) {
     static_cast<YStringWriter&>(target).writePieces({pieces[0], pieces[1], pieces[2]});
     return;
   }
-  if (typeid(target) == typeid(YUTF8Writer)) {
+  if (ydetail::isExactly<YUTF8Writer>(target)) {
     static_cast<YUTF8Writer&>(target).writePieces({pieces[0], pieces[1], pieces[2]});
     return;
   }

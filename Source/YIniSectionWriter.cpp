@@ -24,8 +24,7 @@ namespace {
 // written is the library's code, which announces nothing but renames.
 bool isLibraryLeaf(const YIniElement* element) {
   if (!element) return false;
-  const std::type_info& type = typeid(*element);
-  return type == typeid(YIniOption) || type == typeid(YIniComment);
+  return ydetail::isExactly<YIniOption>(*element) || ydetail::isExactly<YIniComment>(*element);
 }
 
 bool endsWithLineFeed(const YString& text) {
@@ -60,7 +59,7 @@ bool YIniSectionWriter::newLineAtPosition(std::size_t position) const {
   const auto& elements = _section->elementsList()->vector();
   if (position >= elements.size()) return false;
   // The library's own comment answers from its text, running nobody's code.
-  if (const YIniElement* raw = elements[position].get(); raw && typeid(*raw) == typeid(YIniComment))
+  if (const YIniElement* raw = elements[position].get(); raw && ydetail::isExactly<YIniComment>(*raw))
     return endsWithLineFeed(static_cast<const YIniComment*>(raw)->_string);
   // Held while its text is asked for: stringValue() may run host code.
   std::shared_ptr<YIniElement> element = elements[position];
@@ -76,9 +75,9 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   const YString name = _section->name();  // "[%@]", a null name printing as "(null)"
   const std::u16string_view shown = name.isNull() ? std::u16string_view(u"(null)") : name.view();
   YTextWriter& target = *textWriter;
-  if (typeid(target) == typeid(YStringWriter))
+  if (ydetail::isExactly<YStringWriter>(target))
     static_cast<YStringWriter&>(target).writePieces({u"[", shown, u"]"});
-  else if (typeid(target) == typeid(YUTF8Writer))
+  else if (ydetail::isExactly<YUTF8Writer>(target))
     static_cast<YUTF8Writer&>(target).writePieces({u"[", shown, u"]"});
   else
     textWriter->write(YString::stringByConcatenating({u"[", shown, u"]"}));
@@ -88,7 +87,7 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   // is found once for the section and kept while only the library's own
   // writers and elements run (see YIniCompositeElement::SilenceScope).
   std::optional<YIniCompositeElement::SilenceScope> silence;
-  if (typeid(target) == typeid(YStringWriter) || typeid(target) == typeid(YUTF8Writer)) silence.emplace(*_section);
+  if (ydetail::isExactly<YStringWriter>(target) || ydetail::isExactly<YUTF8Writer>(target)) silence.emplace(*_section);
 
   // The list is read again at every step: writing may change it (setName
   // notifies observers, which may edit the section).

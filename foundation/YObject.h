@@ -275,6 +275,15 @@ struct KindCache {
 };
 template <class T>
 inline thread_local KindCache<T> kindCache;
+
+// Whether `object` is exactly a T, judged by the identity of the type
+// record alone: no name comparison, so a T whose record some library holds
+// a second copy of may be answered false. For fast paths only, whose
+// general path gives the same result.
+template <class T, class U>
+inline bool isExactly(const U& object) noexcept {
+  return &typeid(object) == &typeid(T);
+}
 }  // namespace ydetail
 
 /// The object as a T when it is a T or of a class derived from T (a kind-of
@@ -285,9 +294,9 @@ T* YCast(U* object) noexcept {
   if constexpr (std::is_base_of_v<T, U>) {
     return object;
   } else {
+    // An object of exactly T needs no lookup.
+    if (ydetail::isExactly<T>(*object)) return static_cast<T*>(object);
     const std::type_info* type = &typeid(*object);
-    // An object of exactly T (the same type record) needs no lookup.
-    if (type == &typeid(T)) return static_cast<T*>(object);
     auto& cache = ydetail::kindCache<T>;
     for (int i = 0; i < cache.kSize; ++i) {
       if (cache.types[i] == type) return cache.matches[i] ? static_cast<T*>(object) : nullptr;
