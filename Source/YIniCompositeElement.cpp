@@ -310,8 +310,8 @@ bool YIniCompositeElement::hasModifiedElements() const {
 }
 
 void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement> element) {
-  _elements->addObject(element);
-  subscribeChild(element);
+  _elements->addObject(std::move(element));
+  subscribeChild(_elements->vector().back());
 }
 
 void YIniCompositeElement::settleQuietly() { _bits.modified = hasModifiedElements(); }

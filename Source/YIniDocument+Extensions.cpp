@@ -66,21 +66,23 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
   std::shared_ptr<YIniSection> currentSection;
   try {
     while (std::shared_ptr<YIniElement> element = enumerator->nextObject()) {
-      if (auto section = YCast<YIniSection>(element)) {
+      // Each element is passed on, not copied: its count changes once.
+      if (auto* section = YCast<YIniSection>(element.get())) {
         flush(currentSection ? static_cast<YIniCompositeElement&>(*currentSection)
                              : static_cast<YIniCompositeElement&>(*this));
-        place(*this, section);
-        if (quiet) filled.push_back(section.get());
-        currentSection = std::move(section);
-      } else if (auto option = YCast<YIniOption>(element)) {
+        std::shared_ptr<YIniSection> held(element, section);
+        place(*this, std::move(element));
+        if (quiet) filled.push_back(section);
+        currentSection = std::move(held);
+      } else if (YCast<YIniOption>(element.get())) {
         if (!currentSection) {
           YReportAssertionFailure(__func__, this, YUnitName, __LINE__, YString(u"Options must belong to a Section"));
           continue;  // the handler returned: the option has nowhere to go
         }
         flush(*currentSection);
-        place(*currentSection, option);
-      } else if (auto comment = YCast<YIniComment>(element)) {
-        pending->addObject(std::move(comment));
+        place(*currentSection, std::move(element));
+      } else if (auto* comment = YCast<YIniComment>(element.get())) {
+        pending->addObject(std::shared_ptr<YIniComment>(std::move(element), comment));
       }
     }
     flush(*this);

@@ -133,7 +133,12 @@ class YArray : public YObject {
   bool isEqualToArray(const YArray& other) const noexcept { return _items == other._items; }
 
   /// Appends `object`. Fails as insertObjectAtIndex() does.
-  void addObject(Element object) { insertObjectAtIndex(std::move(object), _items.size()); }
+  void addObject(Element object) {
+    if (!_mutable) ydetail::throwImmutableMutation(this, "insertObjectAtIndex");
+    if (!object) ydetail::throwNilObject(this, "insertObjectAtIndex");
+    _items.push_back(std::move(object));
+    ++_mutations;
+  }
   /// Inserts `object` before the entry at `index` (at the end when `index`
   /// is count()). An immutable list or a null object throws
   /// YInvalidArgumentException, an index past count() YRangeException.
