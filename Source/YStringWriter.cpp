@@ -22,7 +22,7 @@ void YStringWriter::writePieces(std::initializer_list<std::u16string_view> piece
     write(YString::stringByConcatenating(pieces));
     return;
   }
-  for (auto piece : pieces) _string.appendCharacters(piece.data(), piece.size());
+  _string.appendPieces(pieces);
   _position = static_cast<std::int64_t>(_string.length());
 }
 

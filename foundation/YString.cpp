@@ -398,11 +398,7 @@ std::string YString::UTF8String() const {
   return out;
 }
 
-YString YString::copy() const {
-  if (!_rep) return {};
-  if (!_rep->isMutable) return *this;
-  return YString(newImmutableRep(charsOf(_rep), _rep->length));
-}
+YString YString::snapshotOfMutable() const { return YString(newImmutableRep(charsOf(_rep), _rep->length)); }
 
 YString YString::mutableCopy() const {
   if (!_rep) return {};
@@ -454,6 +450,36 @@ void YString::appendCharacters(const char16_t* chars, std::size_t len) const {
   ensureCapacity(rep, rep->length + len);
   if (len) std::memmove(rep->buffer + rep->length, chars, len * sizeof(char16_t));
   rep->length = static_cast<std::uint32_t>(rep->length + len);
+}
+
+void YString::appendPieces(std::initializer_list<std::u16string_view> pieces) const {
+  requireMutable("appendPieces");
+  auto* rep = static_cast<YMutableStringRep*>(_rep);
+  std::less<const char16_t*> before;
+  std::size_t total = 0;
+  for (auto piece : pieces) {
+    if (!piece.empty() && !before(piece.data(), rep->buffer) && before(piece.data(), rep->buffer + rep->capacity)) {
+      // A piece of this string's own text would move as the buffer grows:
+      // the pieces are copied out first.
+      std::u16string all;
+      for (auto each : pieces) all.append(each);
+      appendCharacters(all.data(), all.size());
+      return;
+    }
+    total += piece.size();
+  }
+  if (total > kMaxLength) throw std::bad_alloc();
+  ensureCapacity(rep, rep->length + total);
+  char16_t* out = rep->buffer + rep->length;
+  for (auto piece : pieces) {
+    if (piece.size() <= 4) {
+      for (char16_t c : piece) *out++ = c;  // the brackets and "=" of a line
+    } else {
+      std::memcpy(out, piece.data(), piece.size() * sizeof(char16_t));
+      out += piece.size();
+    }
+  }
+  rep->length = static_cast<std::uint32_t>(rep->length + total);
 }
 
 void YString::deleteCharactersInRange(std::size_t location, std::size_t len) const {

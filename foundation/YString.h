@@ -259,7 +259,7 @@ class YString {
 
   /// A snapshot: later changes to this string cannot change the copy. An
   /// immutable string returns itself. Null stays null.
-  YString copy() const;
+  YString copy() const { return isMutable() ? snapshotOfMutable() : *this; }
   /// A new mutable string with the same text; null stays null.
   YString mutableCopy() const;
 
@@ -273,6 +273,9 @@ class YString {
   void appendCharacters(const char16_t* characters, std::size_t length) const;
   /// Appends one code unit.
   void appendCharacter(char16_t character) const { appendCharacters(&character, 1); }
+  /// Appends each of `pieces` in turn, growing the buffer at most once (the
+  /// pieces may point into this string).
+  void appendPieces(std::initializer_list<std::u16string_view> pieces) const;
   /// Removes [location, location + length); a range beyond the string throws
   /// YRangeException and changes nothing.
   void deleteCharactersInRange(std::size_t location, std::size_t length) const;
@@ -282,6 +285,7 @@ class YString {
  private:
   explicit YString(ydetail::YStringRep* rep) noexcept : _rep(rep) {}
   void releaseRep() noexcept;
+  YString snapshotOfMutable() const;
   void requireMutable(const char* operation) const {
     if (!isMutable()) throwNotMutable(operation);
   }

@@ -73,6 +73,11 @@ TEST(YStringTest, MutationRules) {
   EXPECT_EQ(text.length(), 128u);
   text.deleteCharactersInRange(0, 124);
   EXPECT_EQ(text, YString(u"abc-"));
+  // Pieces, short and long, some from its own buffer, past the capacity.
+  text.appendPieces({u"[", text.view().substr(1, 2), u"]", u"0123456789", text.view()});
+  text.appendPieces({u"!", u"0123456789ABCDEF0123456789ABCDEF"});
+  EXPECT_EQ(text, YString(u"abc-[bc]0123456789abc-!0123456789ABCDEF0123456789ABCDEF"));
+  EXPECT_THROW(fixed.appendPieces({u"x"}), YInvalidArgumentException);
 }
 
 TEST(YStringTest, PositionsCountUTF16CodeUnits) {
