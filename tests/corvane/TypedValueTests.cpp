@@ -384,10 +384,10 @@ TEST_F(TypedDocumentTest, NullNamesArePreconditionFailures) {
        [&](auto& o, auto& n) { (void)setDoubleValueForOptionWithNameInSectionWithName(*document, 1, o, n); }},
       {[&](auto& o) { (void)setListValueForOptionWithName(s, {}, o); },
        [&](auto& o, auto& n) { (void)setListValueForOptionWithNameInSectionWithName(*document, {}, o, n); }}};
-  for (const auto& [onSection, onDocument] : calls) {
-    EXPECT_PRECONDITION(onSection(YString()), "optionName != nil");
-    EXPECT_PRECONDITION(onDocument(YString(), S("a")), "optionName != nil");
-    EXPECT_PRECONDITION(onDocument(S("x"), YString()), "sectionName != nil");
+  for (const auto& call : calls) {
+    EXPECT_PRECONDITION(call.first(YString()), "optionName != nil");
+    EXPECT_PRECONDITION(call.second(YString(), S("a")), "optionName != nil");
+    EXPECT_PRECONDITION(call.second(S("x"), YString()), "sectionName != nil");
   }
   EXPECT_FALSE(document->isModified());
 
