@@ -128,17 +128,30 @@ TEST(SectionWriter, LineEndRule) {
       {"null value left out", {lf(), opt("a", "1"), opt("k", nullptr), opt("x", "2")}, "[a]\na=1\nx=2\n"},
       {"null and blank names left out", {opt(nullptr, "1"), opt(" \t", "2"), opt("k")}, "[a]\nk=v\n"},
       {"trailing comment ends the text", {opt("k"), cmt("# end")}, "[a]\nk=v\n# end"},
+      {"comment starting with LF is no line end", {opt("k"), cmt("\n# c"), opt("x", "1")}, "[a]\nk=v\n\n# cx=1\n"},
       {"other elements skipped", {std::make_shared<YIniSection>(S("inner")), opt("k")}, "[a]\nk=v\n"},
   };
+  // A host's comment class has its text asked for; the library's own is read directly.
+  class HostComment : public YIniComment {
+   public:
+    using YIniComment::YIniComment;
+  };
   for (const auto& [name, children, expected] : cases) {
-    SCOPED_TRACE(name);
-    auto s = section("a", children);
-    for (bool writeOptions : {false, true}) {
-      YString target = YString::mutableString();
-      YIniSectionWriter::writerWithSectionWriteOptions(s, writeOptions)->write(YStringWriter::writerWithString(target));
-      EXPECT_EQ(utf8(target), expected);
+    for (bool hostComments : {false, true}) {
+      SCOPED_TRACE(std::string(name) + (hostComments ? ", host comments" : ""));
+      std::vector<std::shared_ptr<YIniElement>> elements;
+      for (const auto& child : children) {
+        auto* comment = YCast<YIniComment>(child.get());
+        elements.push_back(hostComments && comment ? std::make_shared<HostComment>(comment->stringValue()) : child);
+      }
+      auto s = section("a", elements);
+      for (bool writeOptions : {false, true}) {
+        YString target = YString::mutableString();
+        YIniSectionWriter::writerWithSectionWriteOptions(s, writeOptions)->write(YStringWriter::writerWithString(target));
+        EXPECT_EQ(utf8(target), expected);
+      }
+      EXPECT_EQ(utf8(s->stringValue()), expected);
     }
-    EXPECT_EQ(utf8(s->stringValue()), expected);
   }
   EXPECT_EQ(utf8(YIniSection::sectionWithName(YString())->stringValue()), "[(null)]");
 }
