@@ -144,6 +144,14 @@ std::pair<std::size_t, std::size_t> trimmed(const char16_t* s, std::size_t begin
 
 // ---- elements ---------------------------------------------------------------
 
+// Takes a leading "--slices" off the arguments: whether strings slice the text.
+inline bool takeSlicesFlag(int& argc, char**& argv) {
+  if (argc < 2 || std::strcmp(argv[1], "--slices") != 0) return false;
+  --argc;
+  ++argv;
+  return true;
+}
+
 inline constexpr char kModifiedKey[] = "modified";
 inline constexpr char kElementsKey[] = "elements";
 constexpr std::uint32_t kObserveNew = 1;

@@ -82,11 +82,7 @@ int roundTrip(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  bool slices = argc > 1 && std::strcmp(argv[1], "--slices") == 0;
-  if (slices) {
-    --argc;
-    ++argv;
-  }
+  const bool slices = floormodel::takeSlicesFlag(argc, argv);
   if ((argc != 6 && argc != 7) || (argc == 7 && std::strcmp(argv[6], "load") != 0)) {
     std::fprintf(stderr, "usage: compare_floor [--slices] input output section key value|- [load]\n");
     return 2;

@@ -50,11 +50,7 @@ int run(char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  bool slices = argc > 1 && std::strcmp(argv[1], "--slices") == 0;
-  if (slices) {
-    --argc;
-    ++argv;
-  }
+  const bool slices = floormodel::takeSlicesFlag(argc, argv);
   if (argc != 5) {
     std::fprintf(stderr, "usage: compare_small_floor [--slices] file section key iterations\n");
     return 2;
