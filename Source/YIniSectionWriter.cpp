@@ -27,11 +27,6 @@ bool isLibraryLeaf(const YIniElement* element) {
   return ydetail::isExactly<YIniOption>(*element) || ydetail::isExactly<YIniComment>(*element);
 }
 
-bool endsWithLineFeed(const YString& text) {
-  const std::size_t length = text.length();
-  return length > 0 && text.characters()[length - 1] == u'\n';
-}
-
 // Whether trimming white space could change `name`: an immutable name whose
 // first and last code units are ASCII other than space and tab (the white
 // space set's only ASCII members) is its own trimmed form.
@@ -60,7 +55,7 @@ bool YIniSectionWriter::newLineAtPosition(std::size_t position) const {
   if (position >= elements.size()) return false;
   // The library's own comment answers from its text, running nobody's code.
   if (const YIniElement* raw = elements[position].get(); raw && ydetail::isExactly<YIniComment>(*raw))
-    return endsWithLineFeed(static_cast<const YIniComment*>(raw)->_string);
+    return endsWithCharacter(static_cast<const YIniComment*>(raw)->_string, u'\n');
   // Held while its text is asked for: stringValue() may run host code.
   std::shared_ptr<YIniElement> element = elements[position];
   auto* comment = YCast<YIniComment>(element.get());

@@ -31,16 +31,7 @@ void YStringWriter::writeLine(const YString& string) {
   writeLine();
 }
 
-void YStringWriter::writeLine() {
-  if (_position == static_cast<std::int64_t>(_string.length()) && _string.isMutable()) {
-    _string.appendCharacters(u"\n", 1);
-    _position += 1;
-    return;
-  }
-  static const YString lineEnd(u"\n");
-  _string.insertStringAtIndex(lineEnd, static_cast<std::size_t>(_position));
-  _position += 1;
-}
+void YStringWriter::writeLine() { writePieces({u"\n"}); }
 
 void YStringWriter::writeValue(const std::shared_ptr<YObject>& value) {
   throw YInvalidArgumentException(YString::stringWithFormat(
