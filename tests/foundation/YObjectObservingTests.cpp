@@ -364,10 +364,6 @@ TEST(YObjectTest, IdentityKindsAndUnrecognisedOperations) {
   }
 }
 
-}  // namespace
-
-namespace {
-
 // Interned keys are one object per text, whichever thread asks first; a key
 // with the same text that is not the interned object still matches it.
 TEST(YObjectInternedKeys, OneObjectPerTextAndPlainKeysStillMatch) {

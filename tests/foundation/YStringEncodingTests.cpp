@@ -1,20 +1,13 @@
 // Text encodings (conversion, failures, detection) and reading and writing files.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <sstream>
 #include <string>
 
+#include "FileFaultSupport.h"
 #include "YFoundation.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr YStringEncoding kUnicodeEncodings[] = {
     YUTF8StringEncoding,           YUnicodeStringEncoding,           YUTF16BigEndianStringEncoding,
@@ -169,37 +162,17 @@ TEST(YStringEncodingTest, DetectionKeepsUTF8WithFewInvalidBytes) {
   }
 }
 
-// A fresh folder per test, removed afterwards.
-class YFileTest : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string templ = testing::TempDir() + "yfiletest.XXXXXX";
-    ASSERT_NE(::mkdtemp(templ.data()), nullptr);
-    dir = templ;
-  }
-  void TearDown() override { fs::remove_all(dir); }
-  std::string path(const char* name) const { return (dir / name).string(); }
-  std::set<std::string> entries() const {
-    std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(dir)) names.insert(entry.path().filename().string());
-    return names;
-  }
-  std::string contents(const char* name) const {
-    std::ostringstream out;
-    out << std::ifstream(path(name), std::ios::binary).rdbuf();
-    return out.str();
-  }
-  bool write(const YString& text, const char* name, bool atomically, std::shared_ptr<YError>* error = nullptr,
-             YStringEncoding encoding = YUTF8StringEncoding) const {
-    return text.writeToFileAtomicallyEncodingError(YString(path(name)), atomically, encoding, error);
-  }
-  fs::path dir;
-};
+// Writes `text` into `path` in `encoding`.
+bool writeText(const YString& text, const std::string& path, bool atomically,
+               std::shared_ptr<YError>* error = nullptr, YStringEncoding encoding = YUTF8StringEncoding) {
+  return text.writeToFileAtomicallyEncodingError(YString(path), atomically, encoding, error);
+}
 
-TEST_F(YFileTest, ReadingAMissingFileGivesNullAndAnError) {
+TEST(YFileTest, ReadingAMissingFileGivesNullAndAnError) {
+  filefault::TempDir dir;
   std::shared_ptr<YError> error;
   YStringEncoding used = 77;
-  EXPECT_TRUE(YString::stringWithContentsOfFileUsedEncodingError(YString(path("missing.ini")), &used, &error).isNull());
+  EXPECT_TRUE(YString::stringWithContentsOfFileUsedEncodingError(YString(dir / "missing.ini"), &used, &error).isNull());
   EXPECT_EQ(used, 77u);
   ASSERT_TRUE(error);
   EXPECT_EQ(error->domain(), YFoundationErrorDomain);
@@ -207,8 +180,9 @@ TEST_F(YFileTest, ReadingAMissingFileGivesNullAndAnError) {
   EXPECT_EQ(error->underlyingErrno(), ENOENT);
 }
 
-TEST_F(YFileTest, WritesAndReadsBackWithDetection) {
-  const YString file(path("a.ini"));
+TEST(YFileTest, WritesAndReadsBackWithDetection) {
+  filefault::TempDir dir;
+  const YString file(dir / "a.ini");
   // Detected encoding; 0: no mark, not detectable.
   const std::pair<YStringEncoding, YStringEncoding> cases[] = {
       {YUTF8StringEncoding, YUTF8StringEncoding},
@@ -218,7 +192,7 @@ TEST_F(YFileTest, WritesAndReadsBackWithDetection) {
     for (const auto& [encoding, detected] : cases) {
       SCOPED_TRACE(YStringEncodingName(encoding));
       std::shared_ptr<YError> error;
-      ASSERT_TRUE(write(kMixed, "a.ini", atomically, &error, encoding)) << describe(error);
+      ASSERT_TRUE(writeText(kMixed, dir / "a.ini", atomically, &error, encoding)) << describe(error);
       EXPECT_EQ(YString::stringWithContentsOfFileEncodingError(file, encoding, &error), kMixed);
       YStringEncoding used = 0;
       if (detected) {
@@ -227,10 +201,12 @@ TEST_F(YFileTest, WritesAndReadsBackWithDetection) {
       EXPECT_EQ(used, detected);
     }
   }
-  EXPECT_EQ(entries(), std::set<std::string>{"a.ini"});
+  EXPECT_EQ(filefault::listing(dir.path), "a.ini ");
 }
 
-TEST_F(YFileTest, LongUTF8TextIsWrittenWholeOrNotAtAll) {
+TEST(YFileTest, LongUTF8TextIsWrittenWholeOrNotAtAll) {
+  filefault::TempDir dir;
+  const std::string path = dir / "long.ini";
   // Text is encoded piece by piece while it is written: a surrogate pair on
   // a piece boundary stays whole, and a lone surrogate anywhere, even late in
   // a long text, fails before the target is touched.
@@ -241,18 +217,18 @@ TEST_F(YFileTest, LongUTF8TextIsWrittenWholeOrNotAtAll) {
     const YString text(units);
     for (bool atomically : {false, true}) {
       std::shared_ptr<YError> error;
-      ASSERT_TRUE(write(text, "long.ini", atomically, &error)) << describe(error);
-      EXPECT_EQ(contents("long.ini"), text.UTF8String()) << at;
+      ASSERT_TRUE(writeText(text, path, atomically, &error)) << describe(error);
+      EXPECT_EQ(filefault::readBytes(path), text.UTF8String()) << at;
     }
     units[at + 1] = u'b';
     std::shared_ptr<YError> error;
-    EXPECT_FALSE(write(YString(units), "long.ini", true, &error));
+    EXPECT_FALSE(writeText(YString(units), path, true, &error));
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
-    EXPECT_EQ(contents("long.ini"), text.UTF8String());
+    EXPECT_EQ(filefault::readBytes(path), text.UTF8String());
   }
-  EXPECT_FALSE(write(YString(), "long.ini", true));  // a null text is no text
-  EXPECT_EQ(entries(), std::set<std::string>{"long.ini"});
+  EXPECT_FALSE(writeText(YString(), path, true));  // a null text is no text
+  EXPECT_EQ(filefault::listing(dir.path), "long.ini ");
 }
 
 }  // namespace

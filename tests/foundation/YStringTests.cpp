@@ -2,9 +2,6 @@
 // checking, mutation rules, the formatter and character sets.
 #include <gtest/gtest.h>
 
-#include <thread>
-#include <vector>
-
 #include <memory>
 #include <string>
 
@@ -146,33 +143,6 @@ TEST(YStringTest, CharacterSetsAndTrimming) {
   YString trimmed = source.stringByTrimmingCharactersInSet(white);
   source.appendCharacter(u'b');
   EXPECT_EQ(trimmed, YString(u"a"));  // a result never tracks a mutable source
-}
-
-TEST(YStringTest, StringsMoveFreelyBetweenThreads) {
-  // Strings made on one thread are released on another, which then ends;
-  // a third thread reuses that memory. Every text must stay intact.
-  constexpr int kCount = 20000;
-  auto make = [](int from) {
-    std::vector<YString> strings;
-    for (int i = 0; i < kCount; ++i)
-      strings.push_back(YString::stringWithFormat("string %d of a batch of short texts %d", i, from));
-    return strings;
-  };
-  std::vector<YString> first = make(1);
-  std::thread([&] { first.clear(); }).join();
-  std::vector<YString> second, third;
-  std::thread a([&] { second = make(2); });
-  std::thread b([&] { third = make(3); });
-  a.join();
-  b.join();
-  for (int i = 0; i < kCount; i += 997) {
-    EXPECT_EQ(second[i], YString::stringWithFormat("string %d of a batch of short texts %d", i, 2));
-    EXPECT_EQ(third[i], YString::stringWithFormat("string %d of a batch of short texts %d", i, 3));
-  }
-  // Released while their threads' caches are gone: handed to the shared store.
-  std::thread([&] { second.clear(); }).join();
-  third.clear();
-  EXPECT_EQ(make(4).back(), YString::stringWithFormat("string %d of a batch of short texts %d", kCount - 1, 4));
 }
 
 }  // namespace

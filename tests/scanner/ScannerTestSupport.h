@@ -34,18 +34,22 @@ inline std::string dump(const YToken& token) {
   return text;
 }
 
-/// Every token of `text` (at most `limit`, so that a scanner that stalls
-/// fails a test rather than hangs it), dumped and joined by spaces.
-inline std::string scanAll(const YString& text, std::shared_ptr<YArray<YRule>> rules, std::size_t limit = SIZE_MAX) {
-  auto scanner = scannerFor(text, std::move(rules));
+/// The tokens `scanner` has left (at most `limit`, so that a scanner that
+/// stalls fails a test rather than hangs it), dumped and joined by spaces.
+inline std::string drain(YRuleBasedScanner& scanner, std::size_t limit = SIZE_MAX) {
   std::string out;
   for (std::size_t n = 0; n < limit; ++n) {
-    auto token = scanner->nextToken();
+    auto token = scanner.nextToken();
     if (!token) break;
     if (!out.empty()) out += ' ';
     out += dump(*token);
   }
   return out;
+}
+
+/// Every token of `text`, as drain() gives them.
+inline std::string scanAll(const YString& text, std::shared_ptr<YArray<YRule>> rules, std::size_t limit = SIZE_MAX) {
+  return drain(*scannerFor(text, std::move(rules)), limit);
 }
 
 inline std::shared_ptr<YArray<YRule>> ruleList(std::vector<std::shared_ptr<YRule>> rules) {
