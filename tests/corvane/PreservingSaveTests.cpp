@@ -336,14 +336,7 @@ TEST(PreservingSave, BytesKeepTheFilesEncodingMarkAndLineEnds) {
   }
 }
 
-TEST(PreservingSave, BytesInMemoryLoadLikeAFile) {
-  const std::string bytes("\xFF\xFE[\0s\0]\0\r\0\n\0k\0=\0v\0", 18);
-  auto document = YIniDocument::documentWithDataFactory(bytes, YIniStandardElementFactory::standardFactory());
-  ASSERT_TRUE(document->hasSource());
-  EXPECT_EQ(utf8(section(*document, "s")->valueForOptionWithName(S("k"))), "v");
-  std::shared_ptr<YError> error;
-  EXPECT_EQ(*document->preservedDataWithError(&error), bytes);
-  // Bytes that cannot be decoded load nothing and leave no source.
+TEST(PreservingSave, UndecodableBytesInMemoryLoadNothingAndLeaveNoSource) {
   auto broken = YIniDocument::documentWithDataFactory(std::string("\xFF\xFE[", 3),
                                                       YIniStandardElementFactory::standardFactory());
   EXPECT_FALSE(broken->hasSource());
