@@ -272,19 +272,6 @@ TEST(Composite, RevertRevertsCurrentChildrenRestoresTheListAndFreezesIt) {
   EXPECT_EQ(c->elements()->count(), 3u);
 }
 
-TEST(Composite, CopyIsDeepAndCommitted) {
-  auto c = composite({opt("a"), cmt("# c")});
-  auto copy = YCast<YIniCompositeElement>(c->copyWithZone());
-  ASSERT_TRUE(copy && copy->elements()->count() == 2u);
-  EXPECT_FALSE(copy->isModified());
-  for (std::size_t i = 0; i < 2; ++i) {
-    EXPECT_NE(copy->elements()->objectAtIndex(i), c->elements()->objectAtIndex(i));
-    const auto& copied = *copy->elements()->objectAtIndex(i);
-    const auto& original = *c->elements()->objectAtIndex(i);
-    EXPECT_EQ(typeid(copied), typeid(original));
-  }
-}
-
 TEST(Composite, PreconditionTexts) {
   auto a = opt("a");
   auto c = composite({a});

@@ -113,12 +113,10 @@ TEST(Leaf, CopiesAreCommittedCommentsAlwaysPlainOptionsKeepTheirClass) {
   EXPECT_EQ(typeid(created), typeid(YIniComment));
 }
 
-TEST(Leaf, DescriptionAndText) {
+TEST(Leaf, Description) {
   auto option = opt("k", nullptr);
   const std::string generic = utf8(option->defaultDescription());
   EXPECT_EQ(utf8(option->description()), "{ " + generic + ", name: \"k\", value: \"(null)\" }");
-  EXPECT_EQ(utf8(option->stringValue()), "k=");
-  EXPECT_EQ(lf()->stringValue().u16string(), u"\n");
 }
 
 }  // namespace

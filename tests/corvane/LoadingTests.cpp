@@ -13,14 +13,6 @@ std::vector<std::string> tree(const std::shared_ptr<YIniDocument>& document) {
   return describeAll(document->elements(), true);
 }
 
-TEST(Loading, OneTextThroughTheWhole) {
-  const std::string text = "# note\n[main]\npath=/usr\n  /opt\n\n";
-  auto document = load(text);
-  EXPECT_EQ(tree(document), (std::vector<std::string>{"C:# note", "C:\\n", "S:main", "  C:\\n",
-                                                      "  O:path=/usr\\n /opt", "C:\\n"}));
-  EXPECT_EQ(visible(document->stringValue()), visible(YString(u"# note\n[main]\npath=/usr\n /opt\n\n")));
-}
-
 TEST(Loading, WhereCommentsLand) {
   const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
       {"#c\n[a]\nk=v\n", {"C:#c", "C:\\n", "S:a", "  C:\\n", "  O:k=v"}},
@@ -57,23 +49,6 @@ TEST(Loading, RoundTripGivesTheDocumentedText) {
     SCOPED_TRACE(visible(YString(text)));
     EXPECT_EQ(visible(load(text)->stringValue()), visible(YString(expected)));
   }
-}
-
-TEST(Loading, LoadedDocumentIsModifiedUntilCommitted) {
-  auto document = load("[a]\nk=v\n");
-  EXPECT_TRUE(document->isModified());
-  EXPECT_TRUE(document->sections()->objectAtIndex(0)->isModified());
-  document->commit();
-  EXPECT_FALSE(document->isModified());
-  document->sectionForName(YString(u"a"))->setValueForOptionWithName(YString(u"w"), YString(u"k"));
-  EXPECT_TRUE(document->isModified());
-  document->revert();
-  EXPECT_FALSE(document->isModified());
-  EXPECT_EQ(visible(document->stringValue()), "[a]\\nk=v\\n");
-
-  auto empty = load("");
-  EXPECT_EQ(empty->elements()->count(), 0u);
-  EXPECT_FALSE(empty->isModified());
 }
 
 // A host's factory, even one that changes nothing, has every element placed
@@ -139,24 +114,6 @@ class FileLoading : public ::testing::Test {
   }
   filefault::TempDir dir;
 };
-
-TEST_F(FileLoading, DetectsTheEncoding) {
-  const std::string expected = "[caf\xC3\xA9]\\nk=v\\n";
-  const std::vector<std::pair<std::string, std::string>> files = {
-      {"utf8.ini", "[caf\xC3\xA9]\nk=v\n"},
-      {"bom.ini", "\xEF\xBB\xBF[caf\xC3\xA9]\nk=v\n"},
-      {"utf16.ini", std::string("\xFF\xFE[\0c\0a\0f\0\xE9\0]\0\n\0k\0=\0v\0\n\0", 24)},
-      {"latin1.ini", "[caf\xE9]\nk=v\n# une longue ligne de texte fran\xE7" "aise pour la d\xE9tection\n"},
-  };
-  for (const auto& [name, bytes] : files) {
-    SCOPED_TRACE(name);
-    auto document =
-        YIniDocument::documentWithContentsOfFileFactory(write(name, bytes), YIniStandardElementFactory::standardFactory());
-    ASSERT_TRUE(document);
-    std::string text = visible(document->stringValue());
-    EXPECT_EQ(text.substr(0, expected.size()), expected);
-  }
-}
 
 // Loading never commits, whichever way the text comes: the document and each
 // section holding children report themselves modified until the host commits,

@@ -1,9 +1,7 @@
 // The preserving save: untouched text comes back byte for byte, edits change
 // only what they touch.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <filesystem>
 #include <functional>
 
 #include "FileFaultSupport.h"
@@ -338,14 +336,7 @@ TEST(PreservingSave, BytesKeepTheFilesEncodingMarkAndLineEnds) {
   }
 }
 
-TEST(PreservingSave, BytesInMemoryLoadLikeAFile) {
-  const std::string bytes("\xFF\xFE[\0s\0]\0\r\0\n\0k\0=\0v\0", 18);
-  auto document = YIniDocument::documentWithDataFactory(bytes, YIniStandardElementFactory::standardFactory());
-  ASSERT_TRUE(document->hasSource());
-  EXPECT_EQ(utf8(section(*document, "s")->valueForOptionWithName(S("k"))), "v");
-  std::shared_ptr<YError> error;
-  EXPECT_EQ(*document->preservedDataWithError(&error), bytes);
-  // Bytes that cannot be decoded load nothing and leave no source.
+TEST(PreservingSave, UndecodableBytesInMemoryLoadNothingAndLeaveNoSource) {
   auto broken = YIniDocument::documentWithDataFactory(std::string("\xFF\xFE[", 3),
                                                       YIniStandardElementFactory::standardFactory());
   EXPECT_FALSE(broken->hasSource());
@@ -434,24 +425,6 @@ TEST(PreservingSave, OptionsBeforeTheFirstSectionAreReadFromTheSource) {
   }
   auto built = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
   EXPECT_TRUE(built->headOptions().empty());
-}
-
-TEST(PreservingSave, SaveKeepsModeAndFollowsLinks) {
-  TempDir folder;
-  const std::string target = folder / "real.ini", link = folder / "link.ini";
-  filefault::writeBytes(target, "[s]\nk = 1\n", 0640);
-  std::filesystem::create_symlink(target, link);
-  auto document = loadFile(link);
-  setValue(*document, "s", "k", "2");
-  std::shared_ptr<YError> error;
-  ASSERT_TRUE(document->writePreservedToFileError(YString(link), &error));
-  EXPECT_TRUE(std::filesystem::is_symlink(link));
-  EXPECT_EQ(readBytes(target), "[s]\nk = 2\n");
-  struct stat st{};
-  ::stat(target.c_str(), &st);
-  EXPECT_EQ(st.st_mode & 07777, 0640u);
-  EXPECT_FALSE(document->writePreservedToFileError(YString(folder / "missing/f.ini"), &error));
-  EXPECT_EQ(error->code(), YFileNoSuchFileError);
 }
 
 TEST(PreservingSave, SourceLinesAndTheStopAreReported) {

@@ -268,25 +268,6 @@ TEST_F(CliLineEditRules, PermissionsAndSymbolicLinksAreKept) {
   EXPECT_FALSE(has(runTool({"set", path, "a", "k", "y"}).err, "hard links"));
 }
 
-TEST_F(CliLineEditRules, TargetsAfterWhereReadingStoppedAreRefused) {
-  // Reading stops at the stray line, so [b] and the options after it are
-  // unseen: setting b.y would add a second [b]. --force does not override.
-  const std::string original = "[a]\nk=v\n[b]\nx=1\n\n  stray\ny=1\n[c]\n";
-  const std::string path = folder.file("a.ini", original);
-  for (Args edit : {Args{"set", "b", "y", "2"}, Args{"set", "c", "k", "1", "--force"}, Args{"del", "c"},
-                    Args{"del", "b", "y"}}) {
-    edit.insert(edit.begin() + 1, path);
-    auto run = runTool(edit);
-    EXPECT_EQ(run.exitCode, 4) << edit[1];
-    EXPECT_TRUE(has(run.err, "reading stopped at line 6 (\"  stray\""));
-    EXPECT_EQ(readBytes(path), original);
-  }
-  // What was read can be edited; the unread tail is kept as it was.
-  ASSERT_EQ(runTool({"set", path, "a", "k", "w"}).exitCode, 0);
-  ASSERT_EQ(runTool({"set", path, "b", "x", "2"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "[a]\nk=w\n[b]\nx=2\n\n  stray\ny=1\n[c]\n");
-}
-
 TEST_F(CliLineEditRules, TextTheLibraryDoesNotReadIsKept) {
   const std::string path =
       folder.file("semi.ini", "; written by the installer\nroot = true\n[a]\nk = v\n; keep me\nno equals here\nx=1\n");

@@ -119,13 +119,15 @@ TEST_F(CliSafety, EveryVerbWarnsWhereReadingStopped) {
       {{"get", path, "a", "x"}, 4}, {{"del", path, "b"}, 4},      {{"del", path, "a", "x"}, 4},
       {{"fmt", path}, 0},           {{"dump", path}, 0},          {{"diff", path, path}, 0},
       {{"merge", path}, 4},         {{"set", path, "", "top", "2"}, 0},
+      {{"set", path, "a", "k", "w"}, 0}, {{"set", path, "a", "x", "1", "--force"}, 4},
+      {{"set", path, "b"}, 4},           {{"set", path, "b", "y", "2"}, 4},
   };
   for (const Case& c : cases) {
     auto run = runTool(c.args, "[b]\nx=2\n");
     EXPECT_EQ(run.exitCode, c.exitCode) << c.args[0] << " " << c.args.back() << run.err;
     EXPECT_TRUE(has(run.err, warning));
   }
-  EXPECT_EQ(readBytes(path), "top=2\n[a]\nk=v\n\n  stray\n[b]\nx=1\n");
+  EXPECT_EQ(readBytes(path), "top=2\n[a]\nk=w\n\n  stray\n[b]\nx=1\n");
   // Stopped before the first section: the head may go on after the stop.
   const std::string head = folder.file("head.ini", "a=1\n  stray\nb=2\n[s]\n");
   EXPECT_EQ(runTool({"get", head, "", "a"}).out, "1\n");
