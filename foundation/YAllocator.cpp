@@ -53,8 +53,8 @@
 namespace ydetail {
 namespace {
 
-constexpr std::size_t kGranule = 16;
-constexpr unsigned kClasses = kSmallObjectLimit / kGranule;
+constexpr std::size_t kGranule = kSmallObjectGranule;
+constexpr unsigned kClasses = kSmallObjectClasses;
 constexpr std::size_t kChunkSize = std::size_t(64) << 10;
 constexpr std::size_t kHugePage = std::size_t(2) << 20;
 constexpr std::size_t kArenaSize = std::size_t(64) << 20;
@@ -66,10 +66,6 @@ constexpr std::size_t kBatchBytes = std::size_t(8) << 10;
 // Empty chunks kept whatever the timing, and how long the others may idle.
 constexpr std::size_t kKeptEmptyChunks = (std::size_t(4) << 20) / kChunkSize;
 constexpr long kIdleMilliseconds = 1000;
-
-struct FreeBlock {
-  FreeBlock* next;
-};
 
 // The header at the start of every chunk.
 struct alignas(16) Chunk {
@@ -324,16 +320,22 @@ void giveBlocks(unsigned c, FreeBlock* list) noexcept {
   {
     std::lock_guard<std::mutex> lock(store.mutex);
     while (list) {
-      FreeBlock* block = list;
-      list = block->next;
-      Chunk* chunk = chunkOf(block);
-      assert(chunk->size == blockSize(c) && chunk->used > 0);
-      if (!chunk->free) chunk->freeTail = block;
-      block->next = chunk->free;
-      chunk->free = block;
-      ++chunk->freeCount;
+      // Blocks freed one after another mostly share a chunk: each run of
+      // them goes onto its chunk's list at once.
+      FreeBlock* const first = list;
+      Chunk* const chunk = chunkOf(first);
+      FreeBlock* last = first;
+      std::uint32_t run = 1;
+      for (; last->next && chunkOf(last->next) == chunk; ++run) last = last->next;
+      list = last->next;
+      assert(chunk->size == blockSize(c) && chunk->used >= run);
+      if (!chunk->free) chunk->freeTail = last;
+      last->next = chunk->free;
+      chunk->free = first;
+      chunk->freeCount += run;
       if (!chunk->listed) link(store, chunk);
-      if (--chunk->used == 0) {
+      chunk->used -= run;
+      if (chunk->used == 0) {
         unlink(store, chunk);
         chunk->next = emptied;
         emptied = chunk;
@@ -343,66 +345,50 @@ void giveBlocks(unsigned c, FreeBlock* list) noexcept {
   if (emptied) giveChunks(all.chunks, emptied);
 }
 
-// A thread's own free lists. Plain data, so it stays usable while the
-// thread's other objects are destroyed.
-struct Cache {
-  FreeBlock* lists[kClasses];
-  // Blocks each list may still take. Zero until the thread has registered
-  // its exit flush and after that ran, so that every free then takes the
-  // slow path.
-  std::uint32_t room[kClasses];
-  // Blocks freed while the list was full, given to the shared store a batch
-  // at a time. They were just written, so handing them over touches no cold
-  // memory (the full list's own blocks would be).
-  FreeBlock* spilled[kClasses];
-  std::uint32_t spilledCount[kClasses];
-  bool registered;  // the Reaper below will flush the cache
+// Whether the thread's lists are flushed when it ends. Plain data, like the
+// lists, so it stays usable while the thread's other objects are destroyed.
+struct ThreadState {
+  bool registered;  // the Reaper below will flush the lists
   bool dead;        // flushed: the thread is ending, the shared store serves it
 };
 
-constinit thread_local Cache tcache{};
+constinit thread_local ThreadState tstate{};
 
 // Gives the lists back when the thread ends.
 struct Reaper {
   bool armed = false;
   ~Reaper() {
-    Cache& cache = tcache;
-    cache.dead = true;
+    ThreadFreeLists& cache = threadFreeLists;
+    tstate.dead = true;
     for (unsigned c = 0; c < kClasses; ++c) {
       FreeBlock* list = cache.lists[c];
-      FreeBlock* spilled = cache.spilled[c];
-      cache.lists[c] = cache.spilled[c] = nullptr;
-      cache.room[c] = cache.spilledCount[c] = 0;
+      cache.lists[c] = nullptr;
+      cache.room[c] = 0;
       if (list) giveBlocks(c, list);
-      if (spilled) giveBlocks(c, spilled);
     }
   }
 };
 
 thread_local Reaper reaper;
 
-void arm(Cache& cache) {
+void arm(ThreadFreeLists& cache) {
   reaper.armed = true;
-  cache.registered = true;
+  tstate.registered = true;
   for (unsigned c = 0; c < kClasses; ++c) cache.room[c] = listLimitOf(c);
 }
 
 // The thread's list of class c is empty.
-void* refill(Cache& cache, unsigned c) {
-  FreeBlock* list = cache.spilled[c];
-  std::uint32_t taken = cache.spilledCount[c];
-  if (list) {
-    cache.spilled[c] = nullptr;
-    cache.spilledCount[c] = 0;
-  } else if (cache.dead) {
+void* refill(ThreadFreeLists& cache, unsigned c) {
+  const ThreadState& state = tstate;
+  FreeBlock* list = nullptr;
+  if (state.dead) {
     // One block is wanted; a chunk's returned blocks come as one list.
     takeBlocks(c, 1, list);
     if (list->next) giveBlocks(c, list->next);
     return list;
-  } else {
-    if (!cache.registered) arm(cache);
-    taken = takeBlocks(c, batchOf(c), list);
   }
+  if (!state.registered) arm(cache);
+  const std::uint32_t taken = takeBlocks(c, batchOf(c), list);
   cache.lists[c] = list->next;
   cache.room[c] -= taken - 1;
   return list;
@@ -410,15 +396,16 @@ void* refill(Cache& cache, unsigned c) {
 
 // A free that found no room in the thread's list, or came before the thread
 // registered or after it ended.
-void spill(Cache& cache, unsigned c, FreeBlock* block) noexcept {
-  if (!cache.registered && !cache.dead) {
+void spill(ThreadFreeLists& cache, unsigned c, FreeBlock* block) noexcept {
+  const ThreadState& state = tstate;
+  if (!state.registered && !state.dead) {
     try {
       arm(cache);
     } catch (...) {
       // Registering the thread-exit flush failed: the block goes to the shared store.
     }
   }
-  if (!cache.registered || cache.dead) {
+  if (!state.registered || state.dead) {
     block->next = nullptr;
     giveBlocks(c, block);
     return;
@@ -429,11 +416,16 @@ void spill(Cache& cache, unsigned c, FreeBlock* block) noexcept {
     --cache.room[c];
     return;
   }
-  block->next = cache.spilled[c];
-  cache.spilled[c] = block;
-  if (++cache.spilledCount[c] < batchOf(c)) return;
-  cache.spilled[c] = nullptr;
-  cache.spilledCount[c] = 0;
+  // The list is full. It takes the block, and its newest batch goes to the
+  // shared store at once: those blocks were just written, so handing them
+  // over touches no cold memory, and the next batch of frees finds room.
+  block->next = cache.lists[c];
+  FreeBlock* last = block;
+  std::uint32_t given = 1;
+  for (const std::uint32_t batch = batchOf(c); given < batch && last->next; ++given) last = last->next;
+  cache.lists[c] = last->next;
+  last->next = nullptr;
+  cache.room[c] += given - 1;
   giveBlocks(c, block);
 }
 
@@ -454,11 +446,15 @@ void* mapLarge(std::size_t bytes) {
 
 }  // namespace
 
-void* smallAllocate(std::size_t size) {
+// The lists stay empty and without room while the pool is disabled, so the
+// inline fast paths always come here.
+constinit thread_local ThreadFreeLists threadFreeLists{};
+
+void* smallAllocateSlowly(std::size_t size) {
   if (Y_POOL_DISABLED || size > kSmallObjectLimit) return ::operator new(size);
   const unsigned c = classOf(size);
-  Cache& cache = tcache;
-  if (FreeBlock* block = cache.lists[c]) {
+  ThreadFreeLists& cache = threadFreeLists;
+  if (FreeBlock* block = cache.lists[c]) {  // a zero size, which the fast path leaves out
     cache.lists[c] = block->next;
     ++cache.room[c];
     return block;
@@ -466,11 +462,11 @@ void* smallAllocate(std::size_t size) {
   return refill(cache, c);
 }
 
-void smallDeallocate(void* block, std::size_t size) noexcept {
+void smallDeallocateSlowly(void* block, std::size_t size) noexcept {
   if (!block) return;
   if (Y_POOL_DISABLED || size > kSmallObjectLimit) return ::operator delete(block);
   const unsigned c = classOf(size);
-  Cache& cache = tcache;
+  ThreadFreeLists& cache = threadFreeLists;
   auto* free = static_cast<FreeBlock*>(block);
   if (!cache.room[c]) return spill(cache, c, free);
   free->next = cache.lists[c];

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <utility>
@@ -10,6 +11,29 @@
 namespace ydetail {
 /// Blocks of at most this many bytes come from the small-object pool.
 inline constexpr std::size_t kSmallObjectLimit = 256;
+/// The pool's size classes are multiples of this many bytes.
+inline constexpr std::size_t kSmallObjectGranule = 16;
+inline constexpr unsigned kSmallObjectClasses = kSmallObjectLimit / kSmallObjectGranule;
+
+/// A free block, linked into a list through its first word.
+struct FreeBlock {
+  FreeBlock* next;
+};
+
+/// A thread's own free lists, one per size class, and how many blocks each
+/// may still take. Zero room sends every free to the slow path: so it is
+/// until the thread registers its exit flush, after the flush, and always
+/// while the pool is disabled. Only the pool and the inline paths below use it.
+struct ThreadFreeLists {
+  FreeBlock* lists[kSmallObjectClasses];
+  std::uint32_t room[kSmallObjectClasses];
+};
+extern constinit thread_local ThreadFreeLists threadFreeLists;
+
+/// The paths of smallAllocate() and smallDeallocate() that leave the
+/// thread's lists: refilling and spilling them, sizes out of range.
+void* smallAllocateSlowly(std::size_t size);
+void smallDeallocateSlowly(void* block, std::size_t size) noexcept;
 
 /// Memory for `size` bytes, aligned to 16. Sizes up to kSmallObjectLimit are
 /// carved, in 16-byte size classes and with no per-block header, from 64 KiB
@@ -22,16 +46,35 @@ inline constexpr std::size_t kSmallObjectLimit = 256;
 /// chunks whose blocks all came back serve any size class; those left unused
 /// for a second (beyond 4 MiB of them) are given back to the system the next
 /// time a chunk is taken or emptied.
-void* smallAllocate(std::size_t size);
+inline void* smallAllocate(std::size_t size) {
+  if (size - 1 < kSmallObjectLimit) {  // a zero size wraps round to the slow path
+    ThreadFreeLists& own = threadFreeLists;
+    const std::size_t c = (size - 1) / kSmallObjectGranule;
+    if (FreeBlock* block = own.lists[c]) {
+      own.lists[c] = block->next;
+      ++own.room[c];
+      return block;
+    }
+  }
+  return smallAllocateSlowly(size);
+}
 /// Gives back a block from smallAllocate(); `size` must be the size asked for.
 /// Any thread may give back any block, also while threads end.
-void smallDeallocate(void* block, std::size_t size) noexcept;
+inline void smallDeallocate(void* block, std::size_t size) noexcept {
+  if (block && size - 1 < kSmallObjectLimit) {
+    ThreadFreeLists& own = threadFreeLists;
+    const std::size_t c = (size - 1) / kSmallObjectGranule;
+    if (own.room[c]) {
+      auto* free = static_cast<FreeBlock*>(block);
+      free->next = own.lists[c];
+      own.lists[c] = free;
+      --own.room[c];
+      return;
+    }
+  }
+  smallDeallocateSlowly(block, size);
+}
 
-/// Memory for `size` bytes of one large buffer. Sizes from 1 MiB up are
-/// mapped with their pages faulted in at once (much cheaper than a fault per
-/// page on first touch), from 4 MiB up in huge pages where the kernel offers
-/// them; smaller ones go to operator new. Throws std::bad_alloc when no
-/// memory is left.
 void* largeAllocate(std::size_t size);
 /// Gives back a buffer from largeAllocate(); `size` as asked for. A mapped
 /// buffer goes straight back to the system.
