@@ -76,6 +76,9 @@ class YObject::TargetList {
 struct YObject::ObservationInfo {
   std::vector<Registration> more;         // the registrations after the first, in order
   std::vector<PendingChange> pending;     // only while Old or Prior is asked for
+  // Out of line, so that destroying an object that has none (nearly every
+  // one) needs no saved registers.
+  [[gnu::noinline]] ~ObservationInfo() = default;
 };
 
 namespace {

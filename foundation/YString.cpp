@@ -99,6 +99,13 @@ inline void retain(YStringRep* rep) noexcept {
     rep->refs.fetch_add(1, std::memory_order_relaxed);
 }
 
+// Out of line, so that releasing an immutable string needs no saved registers.
+[[gnu::noinline]] void freeMutableRep(YMutableStringRep* rep) noexcept {
+  freeBytes(rep->buffer, rep->capacity * sizeof(char16_t));
+  rep->~YMutableStringRep();
+  ydetail::smallDeallocate(rep, sizeof(YMutableStringRep));
+}
+
 inline void release(YStringRep* rep) noexcept {
   if (!rep) return;
   // The only handle left cannot race with another: no other thread holds
@@ -111,16 +118,10 @@ inline void release(YStringRep* rep) noexcept {
     }
     if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
   }
-  if (rep->isMutable) {
-    auto* m = static_cast<YMutableStringRep*>(rep);
-    freeBytes(m->buffer, m->capacity * sizeof(char16_t));
-    m->~YMutableStringRep();
-    ydetail::smallDeallocate(m, sizeof(YMutableStringRep));
-  } else {
-    const std::size_t size = immutableRepSize(rep->length);
-    rep->~YStringRep();
-    freeBytes(rep, size);
-  }
+  if (rep->isMutable) return freeMutableRep(static_cast<YMutableStringRep*>(rep));
+  const std::size_t size = immutableRepSize(rep->length);
+  rep->~YStringRep();
+  freeBytes(rep, size);
 }
 
 void ensureCapacity(YMutableStringRep* rep, std::size_t needed) {
