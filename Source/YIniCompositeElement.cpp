@@ -42,8 +42,8 @@ YIniCompositeElement::YIniCompositeElement() : _initialElements(emptyList()), _e
 
 YIniCompositeElement::~YIniCompositeElement() {
   // Never throw from here: registrations that a failed operation already
-  // removed are simply skipped.
-  if (observationCountForObserver(this, YElementsKey) > 0) removeObserver(this, YElementsKey);
+  // removed are simply skipped. The composite's observation of its own list
+  // goes with it; nothing announces on it while it is destroyed.
   for (const auto& child : _elements->vector()) {
     // A child that only this list holds goes with it, registrations and
     // all: releasing a document does not unsubscribe its every element.
