@@ -310,6 +310,9 @@ bool YIniCompositeElement::hasModifiedElements() const {
 }
 
 void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement> element) {
+  // A loaded section usually holds several elements: its list starts with
+  // room for a few instead of growing one by one.
+  if (_elements->count() == 0) _elements->reserveCapacity(8);
   _elements->addObject(std::move(element));
   subscribeChild(_elements->vector().back());
 }

@@ -132,6 +132,9 @@ class YArray : public YObject {
   /// Lists are equal when they hold the same objects in the same order.
   bool isEqualToArray(const YArray& other) const noexcept { return _items == other._items; }
 
+  /// Makes room for `capacity` entries in all, so that appending up to that
+  /// many allocates nothing. Never shrinks the list's storage.
+  void reserveCapacity(std::size_t capacity) { _items.reserve(capacity); }
   /// Appends `object`. Fails as insertObjectAtIndex() does.
   void addObject(Element object) {
     if (!_mutable) ydetail::throwImmutableMutation(this, "insertObjectAtIndex");
