@@ -135,11 +135,29 @@ small_once() {
   read -r t _ < <("$program" ${flags[$job]:-} "$small" section3 "$small_key" 2000)
   small_times[$job]+="$t "
 }
+# destroy_once: the share of Corvane's in-process round trip spent destroying
+# the document, on the corpus and on the small file.
+declare -A destroy_shares
+destroy_once() {
+  local total destroying per
+  read -r total destroying < <("$bin/compare_corvane" "$flat" "$work/out-phases.ini" "${target_section[$size]}" \
+    "${target_key[$size]}" "$value" phases) || return 0
+  destroy_shares[corpus]+="$(awk -v d="$destroying" -v t="$total" 'BEGIN { print d / t }') "
+  read -r per _ destroying < <("$bin/compare_small_corvane" "$small" section3 "$small_key" 2000 phases) || return 0
+  destroy_shares[small]+="$(awk -v d="$destroying" -v t="$per" 'BEGIN { print d / t }') "
+}
 for ((i = 0; i < runs; i++)); do
   for p in "${programs[@]}"; do
     if [[ -x "$(program_of "$p")" ]]; then run_once "$p" "$p" "$flat" "$size"; fi
   done
   for mb in $(printf '%s\n' $size $scale | sort -u); do run_once "full-$mb" corvane "$work/full-$mb.ini" "$mb"; done
+  # The floor model and GKeyFile over the same sizes, for their own scaling.
+  for mb in $scale; do
+    for p in floor gkeyfile; do
+      if [[ -x "$(program_of "$p")" ]]; then run_once "scale-$p-$mb" "$p" "$work/flat-$mb.ini" "$mb"; fi
+    done
+  done
+  destroy_once
   for p in "${loaders[@]}"; do
     if [[ -x "$(program_of "$p")" ]]; then load_once "load-$p" "$p"; fi
   done
@@ -221,7 +239,14 @@ for mb in $scale; do
 done
 echo
 if [[ -n "${T[full-32]:-}" && -n "${T[full-8]:-}" ]]; then
-  echo "- Scaling 32 MB / 8 MB: $(ratio "${T[full-32]}" "${T[full-8]}")× (target ≤ 4.2×)"
+  echo "- Scaling 32 MB / 8 MB: $(ratio "${T[full-32]}" "${T[full-8]}")× (target ≤ 4.2×);" \
+    "on the flat corpus the floor model $(ratio "${T[scale-floor-32]:-}" "${T[scale-floor-8]:-}")×," \
+    "GKeyFile $(ratio "${T[scale-gkeyfile-32]:-}" "${T[scale-gkeyfile-8]:-}")×"
+fi
+if [[ -n "${destroy_shares[corpus]:-}" ]]; then
+  echo "- Destroying the document, share of the in-process round trip (target ≤ 10%):" \
+    "$(printf '%s\n' ${destroy_shares[corpus]} | median | awk '{ printf "%.1f%%", $1 * 100 }') on the corpus," \
+    "$(printf '%s\n' ${destroy_shares[small]:-0} | median | awk '{ printf "%.1f%%", $1 * 100 }') on the small file"
 fi
 if [[ -n "${T[corvane]:-}" ]]; then
   echo "- Time vs GKeyFile: $(ratio "${T[corvane]}" "$gk")× (target ≤ 0.5×); vs copy: $(ratio "${T[corvane]}" "$cp")× (target ≤ 6×)"
