@@ -8,13 +8,6 @@
 #include <functional>
 #include <new>
 #include <ostream>
-#if __has_include(<sys/single_threaded.h>)
-#include <sys/single_threaded.h>
-#define YSTRING_KNOWS_THREADS 1
-#else
-#define YSTRING_KNOWS_THREADS 0
-#endif
-
 #include "YAllocator.h"
 #include "YCharacterSet.h"
 #include "YException.h"
@@ -79,25 +72,7 @@ YMutableStringRep* newMutableRep(const char16_t* chars, std::size_t length, std:
   return rep;
 }
 
-// While the process has one thread (as the C library reports; it never
-// becomes true again once a second thread started, and starting one orders
-// memory), counts change without locked instructions, as the standard
-// library's shared pointers do.
-inline bool singleThreaded() noexcept {
-#if YSTRING_KNOWS_THREADS
-  return __libc_single_threaded;
-#else
-  return false;
-#endif
-}
-
-inline void retain(YStringRep* rep) noexcept {
-  if (!rep) return;
-  if (singleThreaded())
-    rep->refs.store(rep->refs.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-  else
-    rep->refs.fetch_add(1, std::memory_order_relaxed);
-}
+inline void retain(YStringRep* rep) noexcept { ydetail::retainRep(rep); }
 
 // Out of line, so that releasing an immutable string needs no saved registers.
 [[gnu::noinline]] void freeMutableRep(YMutableStringRep* rep) noexcept {
@@ -112,7 +87,7 @@ inline void release(YStringRep* rep) noexcept {
   // one to copy from, so the last release skips the locked decrement.
   const std::uint32_t refs = rep->refs.load(std::memory_order_acquire);
   if (refs != 1) {
-    if (singleThreaded()) {
+    if (ydetail::stringsSingleThreaded()) {
       rep->refs.store(refs - 1, std::memory_order_relaxed);
       return;
     }
@@ -223,7 +198,6 @@ YString::YString(const char* utf8) {
   if (utf8) *this = fromUTF8(utf8);
 }
 
-YString::YString(const YString& other) noexcept : _rep(other._rep) { retain(_rep); }
 
 YString& YString::operator=(const YString& other) noexcept {
   retain(other._rep);

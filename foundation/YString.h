@@ -12,6 +12,12 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#define YSTRING_KNOWS_THREADS 1
+#else
+#define YSTRING_KNOWS_THREADS 0
+#endif
 
 class YCharacterSet;
 class YObject;
@@ -36,6 +42,35 @@ struct YMutableStringRep : YStringRep {
   std::size_t capacity;
   char16_t* buffer;
 };
+
+// While the process has one thread (as the C library reports; it never
+// becomes true again once a second thread started, and starting one orders
+// memory), counts change without locked instructions, as the standard
+// library's shared pointers do.
+inline bool stringsSingleThreaded() noexcept {
+#if YSTRING_KNOWS_THREADS
+  return __libc_single_threaded;
+#else
+  return false;
+#endif
+}
+
+inline void retainRep(YStringRep* rep) noexcept {
+  if (!rep) return;
+  if (stringsSingleThreaded())
+    rep->refs.store(rep->refs.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  else
+    rep->refs.fetch_add(1, std::memory_order_relaxed);
+}
+
+// Drops one count of a string other handles share, inline, while the process
+// has one thread; false otherwise (the caller releases out of line).
+inline bool releaseSharedRep(YStringRep* rep) noexcept {
+  const std::uint32_t refs = rep->refs.load(std::memory_order_relaxed);
+  if (refs == 1 || !stringsSingleThreaded()) return false;
+  rep->refs.store(refs - 1, std::memory_order_relaxed);
+  return true;
+}
 
 /// Appends code point `cp` (at most U+10FFFF, no surrogate) as UTF-16.
 inline void appendUTF16(std::u16string& out, char32_t cp) {
@@ -148,7 +183,7 @@ class YString {
   YString(const std::string& utf8) : YString(fromUTF8(utf8)) {}
 
   /// Another handle to the same string (shared, not copied).
-  YString(const YString& other) noexcept;
+  YString(const YString& other) noexcept : _rep(other._rep) { ydetail::retainRep(_rep); }
   /// Takes `other`'s string; `other` becomes null.
   YString(YString&& other) noexcept : _rep(other._rep) { other._rep = nullptr; }
   /// Makes this handle share `other`'s string.
@@ -157,7 +192,7 @@ class YString {
   YString& operator=(YString&& other) noexcept;
   /// Lets go of the string; the last handle frees it.
   ~YString() {
-    if (_rep) releaseRep();
+    if (_rep && !ydetail::releaseSharedRep(_rep)) releaseRep();
   }
 
   /// An immutable string from UTF-8; invalid UTF-8 throws YInvalidArgumentException.
