@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "YFoundation.h"
@@ -29,6 +30,17 @@ class RecordingAssertionHandler : public YAssertionHandler {
     failures.push_back({unit, line, d.UTF8String()});
   }
   std::vector<Failure> failures;
+  /// Each failure's unit, or its whole text, in order.
+  std::vector<std::string> units() const { return each([](const Failure& f) { return f.unit; }); }
+  std::vector<std::string> texts() const { return each([](const Failure& f) { return f.text(); }); }
+
+ private:
+  template <class F>
+  std::vector<std::string> each(F field) const {
+    std::vector<std::string> out;
+    for (const Failure& f : failures) out.push_back(field(f));
+    return out;
+  }
 };
 
 /// Installs a recording handler for the lifetime of the scope.
@@ -73,6 +85,13 @@ template <class T>
 std::shared_ptr<T> withChildren(std::shared_ptr<T> parent, const std::vector<std::shared_ptr<YIniElement>>& children) {
   for (const auto& child : children) parent->addElement(child);
   return parent;
+}
+
+/// The dynamic type of the object `pointer` points to.
+template <class P>
+const std::type_info& dynamicType(const P& pointer) {
+  const auto& object = *pointer;
+  return typeid(object);
 }
 
 /// The text of the precondition failure `act` raises through the default handler.

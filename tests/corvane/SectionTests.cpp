@@ -71,8 +71,7 @@ TEST(Section, SetNullValueRemovesANewOptionAndKeepsACommittedOne) {
 
   auto t = section("t", {opt("k"), cmt("# end")});
   t->setValueForOptionWithName(S("2"), S("new"));  // appended after the trailing comment
-  const auto& appended = *t->elements()->lastObject();
-  EXPECT_EQ(typeid(appended), typeid(YIniOption));
+  EXPECT_EQ(dynamicType(t->elements()->lastObject()), typeid(YIniOption));
 }
 
 TEST(Section, InitialOptionsAndRemoveAllOptions) {
@@ -176,10 +175,9 @@ TEST(SectionWriter, NewLineAtIndexAndPreconditions) {
   RecordingScope recording;
   YIniSectionWriter(nullptr, true);
   writer.write(nullptr);
-  const auto& failures = recording.handler->failures;
-  ASSERT_EQ(failures.size(), 2u);
-  EXPECT_EQ(failures[0].text(), "YIniSectionWriter:49:Invalid parameter not satisfying: sectionValue != nil");
-  EXPECT_EQ(failures[1].text(), "YIniSectionWriter:98:Invalid parameter not satisfying: textWriter != nil");
+  EXPECT_EQ(recording.handler->texts(),
+            (std::vector<std::string>{"YIniSectionWriter:49:Invalid parameter not satisfying: sectionValue != nil",
+                                      "YIniSectionWriter:98:Invalid parameter not satisfying: textWriter != nil"}));
 }
 
 }  // namespace
