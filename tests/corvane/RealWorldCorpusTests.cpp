@@ -25,40 +25,15 @@ using preservingproperty::splitLines;
 
 std::vector<fs::path> corpus() { return filesUnder(CORVANE_REALWORLD_DIR); }
 
-std::shared_ptr<YIniDocument> loadFile(const fs::path& path) {
-  return YIniDocument::documentWithContentsOfFileFactory(YString(path.string()),
-                                                         YIniStandardElementFactory::standardFactory());
-}
-
-std::string preservedBytes(YIniDocument& document) {
-  std::shared_ptr<YError> error;
-  auto bytes = document.preservedDataWithError(&error);
-  return bytes ? *bytes : std::string("ERROR: ").append(error->description().UTF8String());
-}
-
-// The first option with a single-line value, and its section.
-std::shared_ptr<YIniOption> firstSingleLineOption(YIniDocument& document) {
-  auto sections = document.sections();
+// Every option of the document with its section, in order.
+std::vector<std::pair<std::shared_ptr<YIniSection>, std::shared_ptr<YIniOption>>> options(YIniDocument& document) {
+  std::vector<std::pair<std::shared_ptr<YIniSection>, std::shared_ptr<YIniOption>>> out;
+  const auto sections = document.sections();
   for (const auto& section : *sections) {
-    auto options = section->options();
-    for (const auto& option : *options)
-      if (option->value().view().find(u'\n') == std::u16string_view::npos) return option;
+    const auto options = section->options();
+    for (const auto& option : *options) out.emplace_back(section, option);
   }
-  return nullptr;
-}
-
-// The last option of the document, with continuation lines when it has any.
-std::shared_ptr<YIniOption> lastOption(YIniDocument& document, std::shared_ptr<YIniSection>& owner) {
-  std::shared_ptr<YIniOption> last;
-  auto sections = document.sections();
-  for (const auto& section : *sections) {
-    auto options = section->options();
-    if (options->count()) {
-      last = options->objectAtIndex(options->count() - 1);
-      owner = section;
-    }
-  }
-  return last;
+  return out;
 }
 
 TEST(RealWorldCorpus, UneditedFilesComeBackByteForByte) {
@@ -76,8 +51,12 @@ TEST(RealWorldCorpus, OneChangedValueChangesOneLineOnlyInItsValue) {
   for (const fs::path& file : corpus()) {
     SCOPED_TRACE(file.filename().string());
     auto document = loadFile(file);
-    auto option = firstSingleLineOption(*document);
-    if (!option) continue;
+    const auto all = options(*document);  // the first with a single-line value is edited
+    const auto found = std::find_if(all.begin(), all.end(), [](const auto& o) {
+      return o.second->value().view().find(u'\n') == std::u16string_view::npos;
+    });
+    if (found == all.end()) continue;
+    const auto option = found->second;
     const std::string oldValue = utf8(option->value());
     const std::size_t line = document->lineNumberForElement(*option);
     option->setValue(S("corvane-edited"));
@@ -113,9 +92,9 @@ TEST(RealWorldCorpus, ARemovedOptionTakesExactlyItsLines) {
   for (const fs::path& file : corpus()) {
     SCOPED_TRACE(file.filename().string());
     auto document = loadFile(file);
-    std::shared_ptr<YIniSection> section;
-    auto option = lastOption(*document, section);
-    if (!option) continue;
+    const auto all = options(*document);  // the last, with continuation lines when it has any
+    if (all.empty()) continue;
+    const auto& [section, option] = all.back();
     const std::size_t line = document->lineNumberForElement(*option);
     const std::size_t count = 1 + std::count(option->value().view().begin(), option->value().view().end(), u'\n');
     section->removeElement(option);
