@@ -4,6 +4,7 @@
 // all of this exactly as it is.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <sstream>
 
 #include "ElementTestSupport.h"
@@ -77,29 +78,23 @@ TEST(HostNotifications, ScriptedSequenceDeliversExactlyThis) {
   journal.watch(*s, "section", YElementsKey, YKeyValueObservingOptionNew);
   journal.watch(*k, "option", YModifiedKey, YKeyValueObservingOptionNew | YKeyValueObservingOptionOld);
 
-  journal.step("commit");
-  document->commit();
-  journal.step("set");
-  s->setValueForOptionWithName(S("10"), S("k"));
-  journal.step("set back");
-  k->setValue(S("1"));
-  journal.step("rename");
-  s->setName(S("renamed"));
-  journal.step("remove");
-  s->removeOptionWithName(S("x"));
-  journal.step("insert");
-  s->insertObjectInElementsAtIndex(opt("n", "v"), 1);
-  journal.step("other section");
-  t->setValueForOptionWithName(S("4"), S("y"));
-  journal.step("revert");
-  document->revert();
-  journal.step("commit");
-  document->commit();
-  journal.step("write");
-  (void)document->stringValue();
-  journal.step("preserved write");
-  std::shared_ptr<YError> error;
-  (void)document->preservedStringValueWithError(&error);
+  const std::pair<const char*, std::function<void()>> steps[] = {
+      {"commit", [&] { document->commit(); }},
+      {"set", [&] { s->setValueForOptionWithName(S("10"), S("k")); }},
+      {"set back", [&] { k->setValue(S("1")); }},
+      {"rename", [&] { s->setName(S("renamed")); }},
+      {"remove", [&] { s->removeOptionWithName(S("x")); }},
+      {"insert", [&] { s->insertObjectInElementsAtIndex(opt("n", "v"), 1); }},
+      {"other section", [&] { t->setValueForOptionWithName(S("4"), S("y")); }},
+      {"revert", [&] { document->revert(); }},
+      {"commit", [&] { document->commit(); }},
+      {"write", [&] { (void)document->stringValue(); }},
+      {"preserved write", [&] { std::shared_ptr<YError> e; (void)document->preservedStringValueWithError(&e); }},
+  };
+  for (const auto& [what, act] : steps) {
+    journal.step(what);
+    act();
+  }
   journal.unwatchAll();
 
   // The expected journal is kept as a text file: one line per notification
@@ -119,38 +114,30 @@ class Counter : public YObject {
   }
 };
 
-struct Joining {
+// Makes "#" comments that, once armed, register the counter on the document.
+struct JoiningFactory : YIniStandardElementFactory {
   YObject* document = nullptr;
   Counter counter;
   bool armed = false;  // set once loading is over: the text is asked for then too
+  std::shared_ptr<YIniComment> commentWithString(const YString& string) override;
 };
 
-class JoiningComment : public YIniComment {
- public:
-  JoiningComment(const YString& text, Joining* joining) : YIniComment(text), _joining(joining) {}
+struct JoiningComment : YIniComment {
+  JoiningComment(const YString& text, JoiningFactory* joining) : YIniComment(text), joining(joining) {}
   YString stringValue() override {
-    if (_joining->armed) {
-      _joining->document->addObserver(&_joining->counter, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
-      _joining->armed = false;
+    if (joining->armed) {
+      joining->document->addObserver(&joining->counter, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
+      joining->armed = false;
     }
     return YIniComment::stringValue();
   }
-
- private:
-  Joining* _joining;
+  JoiningFactory* joining;
 };
 
-class JoiningFactory : public YIniStandardElementFactory {
- public:
-  explicit JoiningFactory(Joining* joining) : _joining(joining) {}
-  std::shared_ptr<YIniComment> commentWithString(const YString& string) override {
-    if (string.hasPrefix(YString("#"))) return std::make_shared<JoiningComment>(string, _joining);
-    return YIniStandardElementFactory::commentWithString(string);
-  }
-
- private:
-  Joining* _joining;
-};
+std::shared_ptr<YIniComment> JoiningFactory::commentWithString(const YString& string) {
+  if (string.hasPrefix(YString("#"))) return std::make_shared<JoiningComment>(string, this);
+  return YIniStandardElementFactory::commentWithString(string);
+}
 
 TEST(HostNotifications, AnObserverJoiningWhileASectionIsWrittenHearsTheRenamesAfterIt) {
   // The counts are what the library announces when it keeps nothing between
@@ -161,15 +148,14 @@ TEST(HostNotifications, AnObserverJoiningWhileASectionIsWrittenHearsTheRenamesAf
   } cases[] = {{"[s]\na = 0\nb = 0\n# joins\nk = 1\n", 1}, {"[s]\na = 0\n# joins\nk = 1\nx = 2\n", 2}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
-    Joining joining;
-    auto factory = std::make_shared<JoiningFactory>(&joining);
+    auto factory = std::make_shared<JoiningFactory>();
     auto document = YIniDocument::documentWithFactory(factory);
-    joining.document = document.get();
+    factory->document = document.get();
     document->initWithStringFactory(YString(c.text), factory);
-    joining.armed = true;
+    factory->armed = true;
     (void)document->stringValue();
-    EXPECT_EQ(joining.counter.heard, c.heard);
-    document->removeObserver(&joining.counter, YModifiedKey);
+    EXPECT_EQ(factory->counter.heard, c.heard);
+    document->removeObserver(&factory->counter, YModifiedKey);
   }
 }
 
