@@ -114,12 +114,9 @@ TEST(Composite, ModifiedFollowsChildrenThroughDetachingDuplicatesAndStrangers) {
 // A setter keeps the caller's string: a mutable one changed in place changes
 // the element without an announcement, and a recomputation must see it.
 TEST(Composite, RecomputationAsksChildrenHoldingMutableStrings) {
-  auto s = YIniSection::sectionWithName(S("a"));
   YString m = YString::mutableStringWithString(S("v"));
-  auto k = YIniOption::optionWithNameAndValue(S("k"), m);
-  auto x = opt("x", "1");
-  s->addElement(k);
-  s->addElement(x);
+  auto k = YIniOption::optionWithNameAndValue(S("k"), m), x = opt("x", "1");
+  auto s = withChildren(YIniSection::sectionWithName(S("a")), {k, x});
   s->commit();
   m.appendString(S("!"));
   EXPECT_TRUE(k->isModified());
@@ -135,12 +132,10 @@ TEST(Composite, RecomputationAsksChildrenHoldingMutableStrings) {
   EXPECT_TRUE(s->isModified());
 
   // One level up: a section name changed in place.
-  auto document = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
   YString name = YString::mutableStringWithString(S("s"));
-  auto named = YIniSection::sectionWithName(S("s"));
-  auto other = YIniSection::sectionWithName(S("t"));
-  document->addElement(named);
-  document->addElement(other);
+  auto named = YIniSection::sectionWithName(S("s")), other = YIniSection::sectionWithName(S("t"));
+  auto document = withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()),
+                               {named, other});
   named->setName(name);
   document->commit();
   name.appendString(S("2"));

@@ -74,6 +74,11 @@ class KeyObserver : public YObject {
 
 inline std::string utf8(const YString& s) { return s.isNull() ? std::string("<null>") : s.UTF8String(); }
 inline YString S(const char* s) { return s ? YString(s) : YString(); }
+inline std::vector<std::string> strings(const std::vector<YString>& list) {
+  std::vector<std::string> result;
+  for (const auto& s : list) result.push_back(utf8(s));
+  return result;
+}
 /// An option; a null `value` makes an absent value.
 inline std::shared_ptr<YIniOption> opt(const char* name, const char* value = "v") {
   return YIniOption::optionWithNameAndValue(S(name), S(value));

@@ -22,7 +22,7 @@ class Journal : public YObject {
     YString key;
   };
   std::vector<Watch> watches;
-  std::vector<std::string> lines;
+  std::string text;  // one line per notification or step
   YIniDocument* document = nullptr;
   YIniSection* section = nullptr;
 
@@ -34,7 +34,7 @@ class Journal : public YObject {
     for (const Watch& w : watches) w.object->removeObserver(this, w.key);
     watches.clear();
   }
-  void step(const std::string& what) { lines.push_back(std::string("-- ").append(what)); }
+  void step(const std::string& what) { text += "-- " + what + "\n"; }
 
   void observeValueForKeyPath(const YString& keyPath, YObject* object, const YKeyValueChange& change,
                               void*) override {
@@ -49,15 +49,9 @@ class Journal : public YObject {
     if (auto* b = std::get_if<bool>(&change.oldValue)) line << " old=" << *b;
     if (change.indexes.count()) line << " at=" << change.indexes.firstIndex();
     line << " | section=" << (section ? section->isModified() : -1) << " document=" << document->isModified();
-    lines.push_back(line.str());
+    text += line.str() + "\n";
   }
 };
-
-std::string joined(const std::vector<std::string>& lines) {
-  std::string out;
-  for (const auto& l : lines) out += l + "\n";
-  return out;
-}
 
 TEST(HostNotifications, ScriptedSequenceDeliversExactlyThis) {
   auto document = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
@@ -99,7 +93,7 @@ TEST(HostNotifications, ScriptedSequenceDeliversExactlyThis) {
 
   // The expected journal is kept as a text file: one line per notification
   // or step, so a change in delivery shows as a line-by-line difference.
-  EXPECT_EQ(joined(journal.lines), filefault::readBytes(CORVANE_GOLDEN_DIR "/host-notifications.txt"));
+  EXPECT_EQ(journal.text, filefault::readBytes(CORVANE_GOLDEN_DIR "/host-notifications.txt"));
 }
 
 // Writing renames each option to its own name; whether anyone hears that is

@@ -9,10 +9,6 @@
 
 namespace {
 
-std::vector<std::string> tree(const std::shared_ptr<YIniDocument>& document) {
-  return describeAll(document->elements(), true);
-}
-
 TEST(Loading, WhereCommentsLand) {
   const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
       {"#c\n[a]\nk=v\n", {"C:#c", "C:\\n", "S:a", "  C:\\n", "  O:k=v"}},
@@ -25,7 +21,7 @@ TEST(Loading, WhereCommentsLand) {
   };
   for (const auto& [text, expected] : cases) {
     SCOPED_TRACE(visible(YString(text)));
-    EXPECT_EQ(tree(load(text)), expected);
+    EXPECT_EQ(describeAll(load(text)->elements(), true), expected);
   }
 }
 

@@ -51,6 +51,10 @@ Edit addingSection(const char* name, const char* k, const char* v) {
 Edit inserting(const char* s, const char* k, const char* v, std::size_t index) {
   return [=](YIniDocument& d) { section(d, s)->insertObjectInElementsAtIndex(opt(k, v), index); };
 }
+/// The edit that renames option `k` of section `s` to `name`.
+Edit renaming(const char* s, const char* k, const char* name) {
+  return [=](YIniDocument& d) { section(d, s)->optionWithName(S(k))->setName(S(name)); };
+}
 /// The edits one after the other.
 Edit all(const std::vector<Edit>& edits) {
   return [=](YIniDocument& d) {
@@ -135,16 +139,10 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Names, PreservingEdits,
     ::testing::Values(
-        EditCase{"OptionRenamed", "[s]\n#\nhost = x # y\n",
-                 [](YIniDocument& d) { section(d, "s")->optionWithName(S("host"))->setName(S("hostname")); },
+        EditCase{"OptionRenamed", "[s]\n#\nhost = x # y\n", renaming("s", "host", "hostname"),
                  "[s]\n#\nhostname = x # y\n"},
         EditCase{"OptionRenamedAndChanged", "[s]\nhost\t= x\n",
-                 [](YIniDocument& d) {
-                   auto o = section(d, "s")->optionWithName(S("host"));
-                   o->setName(S("h"));
-                   o->setValue(S("y"));
-                 },
-                 "[s]\nh\t= y\n"},
+                 all({renaming("s", "host", "h"), setting("s", "h", "y")}), "[s]\nh\t= y\n"},
         EditCase{"CommentTextChangedInPlace", "[s]\n# old\nk=1\n",
                  [](YIniDocument& d) { section(d, "s")->comments()->objectAtIndex(1)->setStringValue(S("# new")); },
                  "[s]\n# new\nk=1\n"},
@@ -245,8 +243,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(PreservingSave, TextThatWouldNotReadBackFailsNamingTheElement) {
   const std::vector<std::pair<Edit, std::string>> cases = {
-      {[](YIniDocument& d) { section(d, "s")->optionWithName(S("k"))->setName(S(" k")); }, "begins with white space"},
-      {[](YIniDocument& d) { section(d, "s")->optionWithName(S("k"))->setName(S("a=b")); }, "holds \"=\""},
+      {renaming("s", "k", " k"), "begins with white space"},
+      {renaming("s", "k", "a=b"), "holds \"=\""},
       {setting("s", "new=1", "x"), "holds \"=\""},
       {setting("s", "#k", "x"), "starts a comment"},
       {setting("s", "[k]", "x"), "may start a section"},
@@ -285,25 +283,23 @@ TEST(PreservingSave, BytesKeepTheFilesEncodingMarkAndLineEnds) {
     std::string bytes;    // the file
     std::string edited;   // after setting s.k to "é"
   };
-  auto utf16le = [](const std::u16string& s) {
+  auto utf16 = [](const std::u16string& s, bool bigEndian) {
     std::string out;
-    for (char16_t c : s) out.push_back(static_cast<char>(c & 0xFF)), out.push_back(static_cast<char>(c >> 8));
-    return out;
-  };
-  auto utf16be = [](const std::u16string& s) {
-    std::string out;
-    for (char16_t c : s) out.push_back(static_cast<char>(c >> 8)), out.push_back(static_cast<char>(c & 0xFF));
+    for (char16_t c : s) {
+      const char high = static_cast<char>(c >> 8), low = static_cast<char>(c & 0xFF);
+      out += bigEndian ? std::string{high, low} : std::string{low, high};
+    }
     return out;
   };
   const std::vector<Case> cases = {
       {"UTF-8", "[s]\nk = v\n# caf\xC3\xA9\n", "[s]\nk = \xC3\xA9\n# caf\xC3\xA9\n"},
       {"UTF-8 with mark", "\xEF\xBB\xBF[s]\r\nk=v\r\n", "\xEF\xBB\xBF[s]\r\nk=\xC3\xA9\r\n"},
-      {"UTF-16LE with mark", std::string("\xFF\xFE").append(utf16le(u"[s]\r\nk=v\r\n")),
-       std::string("\xFF\xFE").append(utf16le(u"[s]\r\nk=\u00E9\r\n"))},
-      {"UTF-16BE with mark", std::string("\xFE\xFF").append(utf16be(u"[s]\nk=v\n")),
-       std::string("\xFE\xFF").append(utf16be(u"[s]\nk=\u00E9\n"))},
-      {"UTF-16LE without mark", utf16le(u"[s]\nk=v\n"), utf16le(u"[s]\nk=\u00E9\n")},
-      {"UTF-16BE without mark", utf16be(u"[s]\r\nk=v\r\n"), utf16be(u"[s]\r\nk=\u00E9\r\n")},
+      {"UTF-16LE with mark", std::string("\xFF\xFE").append(utf16(u"[s]\r\nk=v\r\n", false)),
+       std::string("\xFF\xFE").append(utf16(u"[s]\r\nk=\u00E9\r\n", false))},
+      {"UTF-16BE with mark", std::string("\xFE\xFF").append(utf16(u"[s]\nk=v\n", true)),
+       std::string("\xFE\xFF").append(utf16(u"[s]\nk=\u00E9\n", true))},
+      {"UTF-16LE without mark", utf16(u"[s]\nk=v\n", false), utf16(u"[s]\nk=\u00E9\n", false)},
+      {"UTF-16BE without mark", utf16(u"[s]\r\nk=v\r\n", true), utf16(u"[s]\r\nk=\u00E9\r\n", true)},
   };
   TempDir folder;
   const std::string path = folder / "f.ini";

@@ -45,17 +45,13 @@ class Channel {
  public:
   explicit Channel(int producers) : _open(producers) {}
   void push(Parcel parcel) {
-    {
-      std::lock_guard<std::mutex> lock(_mutex);
-      _parcels.push_back(std::move(parcel));
-    }
+    std::lock_guard<std::mutex> lock(_mutex);
+    _parcels.push_back(std::move(parcel));
     _ready.notify_one();
   }
   void close() {
-    {
-      std::lock_guard<std::mutex> lock(_mutex);
-      --_open;
-    }
+    std::lock_guard<std::mutex> lock(_mutex);
+    --_open;
     _ready.notify_all();
   }
   /// The next parcel, or false once the channel is closed and empty.

@@ -28,11 +28,6 @@ std::shared_ptr<YIniSection> holding(const YString& text) {
   return withChildren(YIniSection::sectionWithName(S("s")), {YIniOption::optionWithNameAndValue(S("k"), text)});
 }
 
-List strings(const std::vector<YString>& list) {
-  List result;
-  for (const auto& s : list) result.push_back(utf8(s));
-  return result;
-}
 std::vector<YString> ystrings(const std::vector<const char*>& list) {
   std::vector<YString> result;
   for (const char* s : list) result.push_back(S(s));
