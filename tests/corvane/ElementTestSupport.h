@@ -85,6 +85,11 @@ inline std::shared_ptr<YIniOption> opt(const char* name, const char* value = "v"
 }
 inline std::shared_ptr<YIniComment> cmt(const char* text) { return YIniComment::commentWithString(S(text)); }
 inline std::shared_ptr<YIniComment> lf() { return YIniComment::commentWithNewLine(); }
+/// A host's comment class: the library asks it for its text instead of reading it directly.
+class HostComment : public YIniComment {
+ public:
+  using YIniComment::YIniComment;
+};
 /// `parent` after adding `children` in order.
 template <class T>
 std::shared_ptr<T> withChildren(std::shared_ptr<T> parent, const std::vector<std::shared_ptr<YIniElement>>& children) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <optional>
 #include <sstream>
 
 #include "ElementTestSupport.h"
@@ -100,18 +101,10 @@ TEST(HostNotifications, ScriptedSequenceDeliversExactlyThis) {
 // found once per section and kept while only the library's code runs. A host
 // comment whose text is asked for mid-write can register an observer on the
 // document: the options written after it must then be announced to it.
-class Counter : public YObject {
- public:
-  int heard = 0;
-  void observeValueForKeyPath(const YString&, YObject*, const YKeyValueChange& change, void*) override {
-    if (!change.isPrior) ++heard;
-  }
-};
-
-// Makes "#" comments that, once armed, register the counter on the document.
+// Makes "#" comments that, once armed, register an observer on the document.
 struct JoiningFactory : YIniStandardElementFactory {
   YObject* document = nullptr;
-  Counter counter;
+  std::optional<KeyObserver> observer;
   bool armed = false;  // set once loading is over: the text is asked for then too
   std::shared_ptr<YIniComment> commentWithString(const YString& string) override;
 };
@@ -120,7 +113,7 @@ struct JoiningComment : YIniComment {
   JoiningComment(const YString& text, JoiningFactory* joining) : YIniComment(text), joining(joining) {}
   YString stringValue() override {
     if (joining->armed) {
-      joining->document->addObserver(&joining->counter, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
+      joining->observer.emplace(*joining->document, YModifiedKey);
       joining->armed = false;
     }
     return YIniComment::stringValue();
@@ -138,7 +131,7 @@ TEST(HostNotifications, AnObserverJoiningWhileASectionIsWrittenHearsTheRenamesAf
   // options: each option written after the comment adds one.
   const struct {
     const char* text;
-    int heard;
+    std::size_t heard;
   } cases[] = {{"[s]\na = 0\nb = 0\n# joins\nk = 1\n", 1}, {"[s]\na = 0\n# joins\nk = 1\nx = 2\n", 2}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -148,8 +141,9 @@ TEST(HostNotifications, AnObserverJoiningWhileASectionIsWrittenHearsTheRenamesAf
     document->initWithStringFactory(YString(c.text), factory);
     factory->armed = true;
     (void)document->stringValue();
-    EXPECT_EQ(factory->counter.heard, c.heard);
-    document->removeObserver(&factory->counter, YModifiedKey);
+    ASSERT_TRUE(factory->observer);
+    EXPECT_EQ(factory->observer->count(), c.heard);
+    factory->observer.reset();
   }
 }
 

@@ -5,11 +5,6 @@
 
 namespace {
 
-class HostComment : public YIniComment {
- public:
-  using YIniComment::YIniComment;
-};
-
 class HostOption : public YIniOption {
  public:
   using YIniOption::YIniOption;

@@ -55,6 +55,16 @@ Edit inserting(const char* s, const char* k, const char* v, std::size_t index) {
 Edit renaming(const char* s, const char* k, const char* name) {
   return [=](YIniDocument& d) { section(d, s)->optionWithName(S(k))->setName(S(name)); };
 }
+/// The edit that takes option `k` of section `s`, or without `k` the section, out and puts it back last.
+Edit moving(const char* s, const char* k = nullptr) {
+  return [=](YIniDocument& d) {
+    YIniCompositeElement& parent = k ? *section(d, s) : static_cast<YIniCompositeElement&>(d);
+    std::shared_ptr<YIniElement> child = section(d, s);
+    if (k) child = section(d, s)->optionWithName(S(k));
+    parent.removeElement(child);
+    parent.addElement(child);
+  };
+}
 /// The edits one after the other.
 Edit all(const std::vector<Edit>& edits) {
   return [=](YIniDocument& d) {
@@ -110,136 +120,109 @@ TEST_P(PreservingEdits, ChangeOnlyWhatTheyTouch) {
   EXPECT_EQ(visible(YString(preserved(*document))), visible(YString(c.expected)));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Values, PreservingEdits,
-    ::testing::Values(
-        EditCase{"ValueKeepsSpacingAndTrailingBlanks", "[s]\nwidth = 800  \nh=1\n", setting("s", "width", "1024"),
-                 "[s]\nwidth = 1024  \nh=1\n"},
-        EditCase{"ValueKeepsCrLf", "[s]\r\nk = v\r\n", setting("s", "k", "w"), "[s]\r\nk = w\r\n"},
-        EditCase{"EmptyValueTakesASpaceWhenTheLineHasOneBeforeEquals", "[s]\nk =\nx=\ny = \n",
-                 all({setting("s", "k", "1"), setting("s", "x", "2"), setting("s", "y", "3")}),
-                 "[s]\nk = 1\nx=2\ny = 3\n"},
-        EditCase{"ValueEmptied", "[s]\nk = v\n", setting("s", "k", ""), "[s]\nk = \n"},
-        EditCase{"MultiLineValueKeepsItsIndentation", "[s]\nk = a\n    b\nx=1\n", setting("s", "k", "c\n d\n e"),
-                 "[s]\nk = c\n    d\n    e\nx=1\n"},
-        EditCase{"MultiLineValueBecomesOneLine", "[s]\nk = a\n  b  \nx=1\n", setting("s", "k", "z"),
-                 "[s]\nk = z  \nx=1\n"},
-        EditCase{"NewContinuationTakesTheFilesIndent", "[s]\nk = a\nm = b\n    c\n", setting("s", "k", "1\n 2"),
-                 "[s]\nk = 1\n    2\nm = b\n    c\n"},
-        EditCase{"NewContinuationDefaultsToOneSpace", "[s]\r\nk=a\r\n", setting("s", "k", "1\n 2"),
-                 "[s]\r\nk=1\r\n 2\r\n"},
-        EditCase{"ChangedOptionReadInMidLineTakesALineOfItsOwn", "[a]k=v\n", setting("a", "k", "x]"), "[a]\nk=x]\n"},
-        EditCase{"SameValueAgainChangesNothing", "[s]\nk =  v \n", setting("s", "k", "v"), "[s]\nk =  v \n"},
-        EditCase{"MultiLineValueGainsALine", "[s]\nk = a\n  b\nx=1\n", setting("s", "k", "a\n b\n c"),
-                 "[s]\nk = a\n  b\n  c\nx=1\n"},
-        EditCase{"ContinuationLineChangedAtItsStart", "[s]\nk = a\n  b\nx=1\n", setting("s", "k", "a\nXb"),
-                 "[s]\nk = a\n  Xb\nx=1\n"}),
-    caseName);
-
-INSTANTIATE_TEST_SUITE_P(
-    Names, PreservingEdits,
-    ::testing::Values(
-        EditCase{"OptionRenamed", "[s]\n#\nhost = x # y\n", renaming("s", "host", "hostname"),
-                 "[s]\n#\nhostname = x # y\n"},
-        EditCase{"OptionRenamedAndChanged", "[s]\nhost\t= x\n",
-                 all({renaming("s", "host", "h"), setting("s", "h", "y")}), "[s]\nh\t= y\n"},
-        EditCase{"CommentTextChangedInPlace", "[s]\n# old\nk=1\n",
-                 [](YIniDocument& d) { section(d, "s")->comments()->objectAtIndex(1)->setStringValue(S("# new")); },
-                 "[s]\n# new\nk=1\n"},
-        EditCase{"SectionRenamed", "[ old ]  \nk=v\n", [](YIniDocument& d) { section(d, "old")->setName(S("new")); },
-                 "[ new ]  \nk=v\n"}),
-    caseName);
-
-INSTANTIATE_TEST_SUITE_P(
-    Removals, PreservingEdits,
-    ::testing::Values(
-        EditCase{"OptionWithItsContinuationLines", "[s]\na=1\nk = x\n  y\n  z\nb=2\n", removingOption("s", "k"),
-                 "[s]\na=1\nb=2\n"},
-        EditCase{"OptionBeforeABlankLineLeavesTheBlankLine", "[s]\nk=1\n\n[t]\n", removingOption("s", "k"),
-                 "[s]\n\n[t]\n"},
-        EditCase{"CommentLineVanishesWholly", "[s]\n# note\nk=1\n",
-                 [](YIniDocument& d) {
-                   auto s = section(d, "s");
-                   s->removeComment(s->comments()->objectAtIndex(1));
-                 },
-                 "[s]\nk=1\n"},
-        EditCase{"SectionWithEverythingItHolds", "[a]\nk=1\n# about b\n[b]\nx=2\n[c]\n",
-                 [](YIniDocument& d) { d.removeElement(section(d, "b")); }, "[a]\nk=1\n# about b\n[c]\n"},
-        EditCase{"CommittedOptionSetToNullIsLeftOut", "[s]\nk=1\nx=2\n",
-                 all({committing, setting("s", "k", nullptr)}), "[s]\nx=2\n"}),
-    caseName);
-
-INSTANTIATE_TEST_SUITE_P(
-    Additions, PreservingEdits,
-    ::testing::Values(
-        EditCase{"OptionTakesTheStyleOfTheOptionBeforeIt", "[s]\na = 1\r\n# end\r\n", inserting("s", "b", "2", 2),
-                 "[s]\na = 1\r\nb = 2\r\n# end\r\n"},
-        EditCase{"OptionRightAfterTheHeaderKeepsTheHeadersLine", "[s]\nk=v\n", inserting("s", "first", "0", 0),
-                 "[s]\nfirst=0\nk=v\n"},
-        EditCase{"OptionInAnEmptySectionTakesTheFilesStyle", "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\n",
-                 setting("e", "n", "v"), "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\nn = v\n"},
-        EditCase{"OpenLineEndsAsItDidWithMixedLineEnds", "[b]\r\nx=0\r\n \nk = v\n", inserting("b", "n", "1", 3),
-                 "[b]\r\nx=0\r\n \nn=1\r\nk = v\n"},
-        EditCase{"OpenCommentLineEndsWithItsOwnCrLf", "[b]\nx=0\n#c\r\nk = v\n", inserting("b", "n", "1", 3),
-                 "[b]\nx=0\n#c\r\nn=1\nk = v\n"},
-        EditCase{"OpenLineEndsWithItsOwnLfInACrLfFile", "[b]\r\nx=0\r\n \ny=2\r\n", inserting("b", "n", "1", 3),
-                 "[b]\r\nx=0\r\n \nn=1\r\ny=2\r\n"},
-        EditCase{"OptionAfterALastLineWithoutLineEnd", "[s]\nk=v", setting("s", "x", "1"), "[s]\nk=v\nx=1\n"},
-        EditCase{"NullOrBlankNamesAreLeftOutAsTheWritersDo", "[s]\n",
-                 [](YIniDocument& d) {
-                   withChildren(section(d, "s"),
-                                {opt(nullptr, "1"), opt("  ", "1"), opt("k", nullptr), opt("  t ", "2")});
-                 },
-                 "[s]\nt=2\n"},
-        EditCase{"SectionSeparatedAsTheFileSeparatesThem", "[a]\nk=1\n\n[b]\nx=2\n",
-                 addingSection("c", "y", "3"), "[a]\nk=1\n\n[b]\nx=2\n\n[c]\ny=3\n"},
-        EditCase{"SectionTakesTheFilesCrLf", "[a]\r\nk=1\r\n", addingSection("c", "y", "3"),
-                 "[a]\r\nk=1\r\n[c]\r\ny=3\r\n"},
-        EditCase{"SectionWithoutBlankLineWhenTheFileHasNone", "[a]\nk = 1\n[b]\n",
-                 [](YIniDocument& d) { d.addElement(newSection("c", {lf()})); }, "[a]\nk = 1\n[b]\n[c]\n"},
-        EditCase{"CommentEndsTheOpenLine", "[a]", [](YIniDocument& d) { section(d, "a")->addComment(cmt("# new")); },
-                 "[a]\n# new"},
-        EditCase{"OptionsBeforeTheFirstSectionStayBeforeEverySection", "root = 1\n# c\n[a]\nk=v\n",
-                 [](YIniDocument& d) {
-                   d.removeElement(section(d, "a"));
-                   d.insertObjectInElementsAtIndex(newSection("b", {opt("x", "1")}), 0);
-                 },
-                 "root = 1\n[b]\nx=1\n# c\n"},
-        EditCase{"IndentedTailStaysUnreadAfterANewOption", "[a]\n  stray\n", setting("a", "k", "v"),
-                 "[a]\nk=v\n\n  stray\n"}),
-    caseName);
-
-/// The edit that takes option `k` of section `s`, or without `k` the section, out and puts it back last.
-Edit moving(const char* s, const char* k = nullptr) {
-  return [=](YIniDocument& d) {
-    YIniCompositeElement& parent = k ? *section(d, s) : static_cast<YIniCompositeElement&>(d);
-    std::shared_ptr<YIniElement> child = section(d, s);
-    if (k) child = section(d, s)->optionWithName(S(k));
-    parent.removeElement(child);
-    parent.addElement(child);
-  };
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Order, PreservingEdits,
-    ::testing::Values(
-        EditCase{"MovedSectionIsWrittenAnew", "[a]\nk = 1\n\n[b]\nx = 2\n", moving("a"),
-                 "[b]\nx = 2\n\n[a]\nk = 1\n\n"},
-        EditCase{"SwappedOptionsKeepTheFirstInPlace", "[s]\na = 1\nb = 2\n", moving("s", "a"), "[s]\nb = 2\na = 1\n"},
-        EditCase{"MovedOptionIsWrittenAnewInItsNeighboursStyle", "[s]\na  =  1 \nb = 2\n", moving("s", "a"),
-                 "[s]\nb = 2\na = 1\n"},
-        EditCase{"RevertGivesTheOriginalBack", "[s]\nk = 1 \n# c\n",
-                 all({committing, setting("s", "k", "2"), addingSection("t", "x", "1"),
-                      [](YIniDocument& d) { section(d, "s")->addComment(cmt("# more")), d.revert(); }}),
-                 "[s]\nk = 1 \n# c\n"},
-        EditCase{"TextsChangedInPlaceCount", "[s]\nk = v\n",
-                 [](YIniDocument& d) {
-                   YString m = YString::mutableStringWithString(S("v"));
-                   section(d, "s")->optionWithName(S("k"))->setValue(m);
-                   m.appendString(S("!"));
-                 },
-                 "[s]\nk = v!\n"}),
-    caseName);
+const EditCase kEdits[] = {
+    // Values
+    {"ValueKeepsSpacingAndTrailingBlanks", "[s]\nwidth = 800  \nh=1\n", setting("s", "width", "1024"),
+     "[s]\nwidth = 1024  \nh=1\n"},
+    {"ValueKeepsCrLf", "[s]\r\nk = v\r\n", setting("s", "k", "w"), "[s]\r\nk = w\r\n"},
+    {"EmptyValueTakesASpaceWhenTheLineHasOneBeforeEquals", "[s]\nk =\nx=\ny = \n",
+     all({setting("s", "k", "1"), setting("s", "x", "2"), setting("s", "y", "3")}),
+     "[s]\nk = 1\nx=2\ny = 3\n"},
+    {"ValueEmptied", "[s]\nk = v\n", setting("s", "k", ""), "[s]\nk = \n"},
+    {"MultiLineValueKeepsItsIndentation", "[s]\nk = a\n    b\nx=1\n", setting("s", "k", "c\n d\n e"),
+     "[s]\nk = c\n    d\n    e\nx=1\n"},
+    {"MultiLineValueBecomesOneLine", "[s]\nk = a\n  b  \nx=1\n", setting("s", "k", "z"),
+     "[s]\nk = z  \nx=1\n"},
+    {"NewContinuationTakesTheFilesIndent", "[s]\nk = a\nm = b\n    c\n", setting("s", "k", "1\n 2"),
+     "[s]\nk = 1\n    2\nm = b\n    c\n"},
+    {"NewContinuationDefaultsToOneSpace", "[s]\r\nk=a\r\n", setting("s", "k", "1\n 2"),
+     "[s]\r\nk=1\r\n 2\r\n"},
+    {"ChangedOptionReadInMidLineTakesALineOfItsOwn", "[a]k=v\n", setting("a", "k", "x]"), "[a]\nk=x]\n"},
+    {"SameValueAgainChangesNothing", "[s]\nk =  v \n", setting("s", "k", "v"), "[s]\nk =  v \n"},
+    {"MultiLineValueGainsALine", "[s]\nk = a\n  b\nx=1\n", setting("s", "k", "a\n b\n c"),
+     "[s]\nk = a\n  b\n  c\nx=1\n"},
+    {"ContinuationLineChangedAtItsStart", "[s]\nk = a\n  b\nx=1\n", setting("s", "k", "a\nXb"),
+     "[s]\nk = a\n  Xb\nx=1\n"},
+    // Names
+    {"OptionRenamed", "[s]\n#\nhost = x # y\n", renaming("s", "host", "hostname"),
+     "[s]\n#\nhostname = x # y\n"},
+    {"OptionRenamedAndChanged", "[s]\nhost\t= x\n",
+     all({renaming("s", "host", "h"), setting("s", "h", "y")}), "[s]\nh\t= y\n"},
+    {"CommentTextChangedInPlace", "[s]\n# old\nk=1\n",
+     [](YIniDocument& d) { section(d, "s")->comments()->objectAtIndex(1)->setStringValue(S("# new")); },
+     "[s]\n# new\nk=1\n"},
+    {"SectionRenamed", "[ old ]  \nk=v\n", [](YIniDocument& d) { section(d, "old")->setName(S("new")); },
+     "[ new ]  \nk=v\n"},
+    // Removals
+    {"OptionWithItsContinuationLines", "[s]\na=1\nk = x\n  y\n  z\nb=2\n", removingOption("s", "k"),
+     "[s]\na=1\nb=2\n"},
+    {"OptionBeforeABlankLineLeavesTheBlankLine", "[s]\nk=1\n\n[t]\n", removingOption("s", "k"),
+     "[s]\n\n[t]\n"},
+    {"CommentLineVanishesWholly", "[s]\n# note\nk=1\n",
+     [](YIniDocument& d) {
+       auto s = section(d, "s");
+       s->removeComment(s->comments()->objectAtIndex(1));
+     },
+     "[s]\nk=1\n"},
+    {"SectionWithEverythingItHolds", "[a]\nk=1\n# about b\n[b]\nx=2\n[c]\n",
+     [](YIniDocument& d) { d.removeElement(section(d, "b")); }, "[a]\nk=1\n# about b\n[c]\n"},
+    {"CommittedOptionSetToNullIsLeftOut", "[s]\nk=1\nx=2\n",
+     all({committing, setting("s", "k", nullptr)}), "[s]\nx=2\n"},
+    // Additions
+    {"OptionTakesTheStyleOfTheOptionBeforeIt", "[s]\na = 1\r\n# end\r\n", inserting("s", "b", "2", 2),
+     "[s]\na = 1\r\nb = 2\r\n# end\r\n"},
+    {"OptionRightAfterTheHeaderKeepsTheHeadersLine", "[s]\nk=v\n", inserting("s", "first", "0", 0),
+     "[s]\nfirst=0\nk=v\n"},
+    {"OptionInAnEmptySectionTakesTheFilesStyle", "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\n",
+     setting("e", "n", "v"), "[a]\nk : 1 = 2\nx = 1\ny = 2\n[e]\nn = v\n"},
+    {"OpenLineEndsAsItDidWithMixedLineEnds", "[b]\r\nx=0\r\n \nk = v\n", inserting("b", "n", "1", 3),
+     "[b]\r\nx=0\r\n \nn=1\r\nk = v\n"},
+    {"OpenCommentLineEndsWithItsOwnCrLf", "[b]\nx=0\n#c\r\nk = v\n", inserting("b", "n", "1", 3),
+     "[b]\nx=0\n#c\r\nn=1\nk = v\n"},
+    {"OpenLineEndsWithItsOwnLfInACrLfFile", "[b]\r\nx=0\r\n \ny=2\r\n", inserting("b", "n", "1", 3),
+     "[b]\r\nx=0\r\n \nn=1\r\ny=2\r\n"},
+    {"OptionAfterALastLineWithoutLineEnd", "[s]\nk=v", setting("s", "x", "1"), "[s]\nk=v\nx=1\n"},
+    {"NullOrBlankNamesAreLeftOutAsTheWritersDo", "[s]\n",
+     [](YIniDocument& d) {
+       withChildren(section(d, "s"),
+                    {opt(nullptr, "1"), opt("  ", "1"), opt("k", nullptr), opt("  t ", "2")});
+     },
+     "[s]\nt=2\n"},
+    {"SectionSeparatedAsTheFileSeparatesThem", "[a]\nk=1\n\n[b]\nx=2\n",
+     addingSection("c", "y", "3"), "[a]\nk=1\n\n[b]\nx=2\n\n[c]\ny=3\n"},
+    {"SectionTakesTheFilesCrLf", "[a]\r\nk=1\r\n", addingSection("c", "y", "3"),
+     "[a]\r\nk=1\r\n[c]\r\ny=3\r\n"},
+    {"SectionWithoutBlankLineWhenTheFileHasNone", "[a]\nk = 1\n[b]\n",
+     [](YIniDocument& d) { d.addElement(newSection("c", {lf()})); }, "[a]\nk = 1\n[b]\n[c]\n"},
+    {"CommentEndsTheOpenLine", "[a]", [](YIniDocument& d) { section(d, "a")->addComment(cmt("# new")); },
+     "[a]\n# new"},
+    {"OptionsBeforeTheFirstSectionStayBeforeEverySection", "root = 1\n# c\n[a]\nk=v\n",
+     [](YIniDocument& d) {
+       d.removeElement(section(d, "a"));
+       d.insertObjectInElementsAtIndex(newSection("b", {opt("x", "1")}), 0);
+     },
+     "root = 1\n[b]\nx=1\n# c\n"},
+    {"IndentedTailStaysUnreadAfterANewOption", "[a]\n  stray\n", setting("a", "k", "v"),
+     "[a]\nk=v\n\n  stray\n"},
+    // Order
+    {"MovedSectionIsWrittenAnew", "[a]\nk = 1\n\n[b]\nx = 2\n", moving("a"),
+     "[b]\nx = 2\n\n[a]\nk = 1\n\n"},
+    {"SwappedOptionsKeepTheFirstInPlace", "[s]\na = 1\nb = 2\n", moving("s", "a"), "[s]\nb = 2\na = 1\n"},
+    {"MovedOptionIsWrittenAnewInItsNeighboursStyle", "[s]\na  =  1 \nb = 2\n", moving("s", "a"),
+     "[s]\nb = 2\na = 1\n"},
+    {"RevertGivesTheOriginalBack", "[s]\nk = 1 \n# c\n",
+     all({committing, setting("s", "k", "2"), addingSection("t", "x", "1"),
+          [](YIniDocument& d) { section(d, "s")->addComment(cmt("# more")), d.revert(); }}),
+     "[s]\nk = 1 \n# c\n"},
+    {"TextsChangedInPlaceCount", "[s]\nk = v\n",
+     [](YIniDocument& d) {
+       YString m = YString::mutableStringWithString(S("v"));
+       section(d, "s")->optionWithName(S("k"))->setValue(m);
+       m.appendString(S("!"));
+     },
+     "[s]\nk = v!\n"},
+};
+INSTANTIATE_TEST_SUITE_P(Edits, PreservingEdits, ::testing::ValuesIn(kEdits), caseName);
 
 TEST(PreservingSave, TextThatWouldNotReadBackFailsNamingTheElement) {
   const std::vector<std::pair<Edit, std::string>> cases = {

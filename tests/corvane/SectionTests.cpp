@@ -128,11 +128,6 @@ TEST(SectionWriter, LineEndRule) {
       {"comment starting with LF is no line end", {opt("k"), cmt("\n# c"), opt("x", "1")}, "[a]\nk=v\n\n# cx=1\n"},
       {"other elements skipped", {std::make_shared<YIniSection>(S("inner")), opt("k")}, "[a]\nk=v\n"},
   };
-  // A host's comment class has its text asked for; the library's own is read directly.
-  class HostComment : public YIniComment {
-   public:
-    using YIniComment::YIniComment;
-  };
   for (const auto& [name, children, expected] : cases) {
     for (bool hostComments : {false, true}) {
       SCOPED_TRACE(std::string(name) + (hostComments ? ", host comments" : ""));

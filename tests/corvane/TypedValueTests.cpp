@@ -208,10 +208,10 @@ TEST(TypedValues, SettersWriteCanonicalTextsThatReadBack) {
   EXPECT_FALSE(s->hasOptionWithName(S("new")));
 }
 
-// Runs `body` with LC_ALL and LC_NUMERIC, and the C++ global locale, set to
-// German, whose decimal separator is ",". Fails when the locale is missing:
+// With LC_ALL and LC_NUMERIC, and the C++ global locale, set to German, whose
+// decimal separator is ",". Fails when the locale is missing:
 // scripts/install-deps.sh generates it.
-void withGermanLocale(const std::function<void()>& body) {
+TEST(TypedValues, NumbersIgnoreTheLocale) {
   const char* name = "de_DE.UTF-8";
   ASSERT_NE(std::setlocale(LC_ALL, name), nullptr) << name << " is not installed (run scripts/install-deps.sh)";
   struct Restore {
@@ -228,22 +228,17 @@ void withGermanLocale(const std::function<void()>& body) {
   }
   ASSERT_STREQ(std::localeconv()->decimal_point, ",");  // the locale would change a locale-bound parse
   ASSERT_EQ(std::use_facet<std::numpunct<char>>(std::locale()).decimal_point(), ',');
-  body();
-}
 
-TEST(TypedValues, NumbersIgnoreTheLocale) {
-  withGermanLocale([] {
-    EXPECT_EQ(doubleValueForOptionWithName(*holding(S("1.5")), S("k")).value(), 1.5);
-    EXPECT_EQ(failureOf(doubleValueForOptionWithName(*holding(S("1,5")), S("k"))), Failure::Malformed);
-    EXPECT_EQ(integerValueForOptionWithName(*holding(S("-1234567")), S("k")).value(), -1234567);
-    auto s = YIniSection::sectionWithName(S("s"));
-    ASSERT_TRUE(setDoubleValueForOptionWithName(*s, 1234567.25, S("d")));
-    EXPECT_EQ(utf8(s->valueForOptionWithName(S("d"))), "1234567.25");
-    setIntegerValueForOptionWithName(*s, 1234567, S("i"));
-    EXPECT_EQ(utf8(s->valueForOptionWithName(S("i"))), "1234567");
-    ASSERT_TRUE(setListValueForOptionWithName(*s, ystrings({"1.5", "2"}), S("l")));
-    EXPECT_EQ(utf8(s->valueForOptionWithName(S("l"))), "1.5, 2");
-  });
+  EXPECT_EQ(doubleValueForOptionWithName(*holding(S("1.5")), S("k")).value(), 1.5);
+  EXPECT_EQ(failureOf(doubleValueForOptionWithName(*holding(S("1,5")), S("k"))), Failure::Malformed);
+  EXPECT_EQ(integerValueForOptionWithName(*holding(S("-1234567")), S("k")).value(), -1234567);
+  auto s = YIniSection::sectionWithName(S("s"));
+  ASSERT_TRUE(setDoubleValueForOptionWithName(*s, 1234567.25, S("d")));
+  EXPECT_EQ(utf8(s->valueForOptionWithName(S("d"))), "1234567.25");
+  setIntegerValueForOptionWithName(*s, 1234567, S("i"));
+  EXPECT_EQ(utf8(s->valueForOptionWithName(S("i"))), "1234567");
+  ASSERT_TRUE(setListValueForOptionWithName(*s, ystrings({"1.5", "2"}), S("l")));
+  EXPECT_EQ(utf8(s->valueForOptionWithName(S("l"))), "1.5, 2");
 }
 
 TEST(TypedValues, SettersGoThroughTheOptionsOwnChangeTracking) {
@@ -283,17 +278,14 @@ TEST(TypedValues, SettersGoThroughTheOptionsOwnChangeTracking) {
   EXPECT_FALSE(document->isModified());
 }
 
-class TypedDocumentTest : public ::testing::Test {
- protected:
-  std::shared_ptr<YIniElementFactory> factory = YIniStandardElementFactory::standardFactory();
-  std::shared_ptr<YIniDocument> load(const char* text) {
-    auto document = YIniDocument::documentFromStringFactory(S(text), factory);
-    document->commit();
-    return document;
-  }
-};
+/// A committed document read from `text`.
+std::shared_ptr<YIniDocument> load(const char* text) {
+  auto document = YIniDocument::documentFromStringFactory(S(text), YIniStandardElementFactory::standardFactory());
+  document->commit();
+  return document;
+}
 
-TEST_F(TypedDocumentTest, GettersTellAMissingSectionFromAMissingOption) {
+TEST(TypedDocument, GettersTellAMissingSectionFromAMissingOption) {
   auto document = load("[server]\nport=80x\nhosts=a,,b,\n[server]\nmore=1\n");
   auto port = integerValueForOptionWithNameInSectionWithName(*document, S("port"), S("server"));
   EXPECT_EQ(failureOf(port), Failure::Malformed);
@@ -315,23 +307,19 @@ TEST_F(TypedDocumentTest, GettersTellAMissingSectionFromAMissingOption) {
   EXPECT_FALSE(document->isModified());
 }
 
-TEST_F(TypedDocumentTest, SettersCreateAMissingSectionAtTheEndOnALineOfItsOwn) {
-  const std::vector<std::pair<const char*, const char*>> cases = {
-      {"", "[new]\nk=true\n"},
-      {"[a]\nx=1\n# tail\n", "[a]\nx=1\n# tail\n[new]\nk=true\n"},
-      {"[a]\nx=1", "[a]\nx=1\n[new]\nk=true\n"},
-      {"[a]", "[a]\n[new]\nk=true\n"},
-      {"[a]\n# no line end", "[a]\n# no line end\n[new]\nk=true\n"},
-      {"# only a comment", "# only a comment\n[new]\nk=true\n"},
-      {"# comment\n", "# comment\n[new]\nk=true\n"},
+TEST(TypedDocument, SettersCreateAMissingSectionAtTheEndOnALineOfItsOwn) {
+  const std::vector<std::pair<const char*, std::string>> cases = {  // text, what comes before the new section
+      {"", ""},           {"[a]\nx=1\n# tail\n", "[a]\nx=1\n# tail\n"}, {"[a]\nx=1", "[a]\nx=1\n"},
+      {"[a]", "[a]\n"},  {"[a]\n# no line end", "[a]\n# no line end\n"},  {"# only a comment", "# only a comment\n"},
+      {"# comment\n", "# comment\n"},
   };
-  for (const auto& [text, expected] : cases) {
+  for (const auto& [text, before] : cases) {
     SCOPED_TRACE(text);
     auto document = load(text);
     setBoolValueForOptionWithNameInSectionWithName(*document, true, S("k"), S("new"));
-    EXPECT_EQ(utf8(document->stringValue()), expected);
+    EXPECT_EQ(utf8(document->stringValue()), before + "[new]\nk=true\n");
     EXPECT_TRUE(document->isModified());
-    auto reread = YIniDocument::documentFromStringFactory(document->stringValue(), factory);
+    auto reread = load(document->stringValue().UTF8String().c_str());
     EXPECT_TRUE(boolValueForOptionWithNameInSectionWithName(*reread, S("k"), S("new")).value());
   }
 
@@ -350,7 +338,7 @@ TEST_F(TypedDocumentTest, SettersCreateAMissingSectionAtTheEndOnALineOfItsOwn) {
   EXPECT_EQ(untouched->elements()->count(), 1u);
 }
 
-TEST_F(TypedDocumentTest, NullNamesArePreconditionFailures) {
+TEST(TypedDocument, NullNamesArePreconditionFailures) {
   auto document = load("[a]\nx=1\n");
   auto& s = *document->sectionForName(S("a"));
   // Each accessor on a section (option name), and on the document (option and section names).
