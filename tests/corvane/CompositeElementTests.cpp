@@ -18,6 +18,14 @@ std::size_t observations(const std::shared_ptr<YIniElement>& child, const YIniCo
   return child->observationCountForObserver(&parent, YModifiedKey);
 }
 
+// A stranger, observed through subscribeForChangesInElement, changes; then it is no longer observed.
+void strangerChanges(YIniCompositeElement& c) {
+  auto stranger = opt("stranger");
+  c.subscribeForChangesInElement(stranger);
+  stranger->setValue(S("w"));
+  c.unsubscribeForChangesInElement(stranger);
+}
+
 // A comment whose commit and revert fail, for the error paths.
 class FailingComment : public YIniComment {
  public:
@@ -71,21 +79,12 @@ TEST(Composite, ModifiedFollowsChildrenThroughDetachingDuplicatesAndStrangers) {
        },
        false},
       {"a stranger observed through subscribeForChangesInElement changes",
-       [](auto& c, auto&, auto&) {
-         auto stranger = opt("stranger");
-         c.subscribeForChangesInElement(stranger);
-         stranger->setValue(S("w"));
-         c.unsubscribeForChangesInElement(stranger);
-       },
-       false},
+       [](auto& c, auto&, auto&) { strangerChanges(c); }, false},
       {"a stranger changes after the composite has looked at its children",
        [](auto& c, auto& a, auto&) {
          a.setValue(S("w"));
          a.setValue(S("v"));
-         auto stranger = opt("stranger");
-         c.subscribeForChangesInElement(stranger);
-         stranger->setValue(S("w"));
-         c.unsubscribeForChangesInElement(stranger);
+         strangerChanges(c);
        },
        false},
       {"a child left unobserved by a failed removal changes, then another child announces",

@@ -115,6 +115,8 @@ TEST(ElementFactory, CreatesPlainUnmodifiedElementsAndChecksInOrder) {
   EXPECT_PRECONDITION(f->optionWithNameValueInSection(S("k"), S("v"), nullptr), "section != nil");
   EXPECT_PRECONDITION(YIniDocument::documentWithFactory(nullptr), "factory != nil");
   EXPECT_PRECONDITION(std::make_shared<YIniDocument>(nullptr), "theFactory != nil");
+  EXPECT_PRECONDITION(YIniDocument::documentFromStringFactory(S("[a]"), nullptr), "factory != nil");
+  EXPECT_PRECONDITION(std::make_shared<YIniDocument>(f)->initWithStringFactory(S("[a]"), nullptr), "theFactory != nil");
   RecordingScope recording;
   EXPECT_FALSE(f->optionWithNameValueInSection(S("k"), S("v"), nullptr));
   EXPECT_FALSE(YIniDocument::documentWithFactory(nullptr));

@@ -87,12 +87,6 @@ TEST(Loading, QuietPlacementEndsAsAnnouncedPlacementWould) {
   EXPECT_TRUE(observer.lastBool());
 }
 
-TEST(Loading, FactoryPreconditions) {
-  EXPECT_PRECONDITION(YIniDocument::documentFromStringFactory(YString(u"[a]"), nullptr), "factory != nil");
-  auto document = std::make_shared<YIniDocument>(YIniStandardElementFactory::standardFactory());
-  EXPECT_PRECONDITION(document->initWithStringFactory(YString(u"[a]"), nullptr), "theFactory != nil");
-}
-
 TEST(Loading, AddCommentsMovesThemAndEmptiesTheList) {
   auto document = std::make_shared<YIniDocument>(YIniStandardElementFactory::standardFactory());
   auto comments = YArray<YIniComment>::mutableArray();

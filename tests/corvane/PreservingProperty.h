@@ -159,12 +159,6 @@ class Checker {
     return name ? YString(names[pick(7)]) : YString(values[pick(9)]);
   }
 
-  std::shared_ptr<YIniSection> anySection() {
-    auto sections = _document->sections();
-    if (sections->count() == 0) return nullptr;
-    return sections->objectAtIndex(pick(static_cast<unsigned>(sections->count())));
-  }
-
   void touch(YIniElement* element) { _touched.insert(element); }
 
   // Marks the element before `index` in `parent` (or the parent itself):
@@ -175,7 +169,9 @@ class Checker {
   }
 
   void edit() {
-    auto section = anySection();
+    const auto sections = _document->sections();
+    const auto count = static_cast<unsigned>(sections->count());
+    auto section = count ? sections->objectAtIndex(pick(count)) : nullptr;
     try {
       switch (pick(10)) {
         case 0:

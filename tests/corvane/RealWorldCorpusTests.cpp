@@ -62,25 +62,22 @@ TEST(RealWorldCorpus, OneChangedValueChangesOneLineOnlyInItsValue) {
     option->setValue(S("corvane-edited"));
     const auto before = splitLines(readBytes(file)), after = splitLines(preservedBytes(*document));
     ASSERT_EQ(after.size(), before.size());
-    for (std::size_t i = 0; i < before.size(); ++i) {
-      if (i + 1 != line) {
-        EXPECT_EQ(after[i], before[i]) << "line " << i + 1;
-        continue;
-      }
-      // The line is the old one with its value replaced (an empty old value
-      // may gain one space after "=").
-      const std::size_t equals = before[i].find('=');
-      ASSERT_NE(equals, std::string::npos);
-      std::string expected = before[i];
-      const std::size_t at = oldValue.empty() ? std::string::npos : expected.find(oldValue, equals + 1);
-      if (at != std::string::npos) {
-        expected.replace(at, oldValue.size(), "corvane-edited");
-        EXPECT_EQ(after[i], expected);
-      } else {
-        EXPECT_NE(after[i].find("corvane-edited"), std::string::npos);
-        EXPECT_EQ(after[i].substr(0, equals + 1), before[i].substr(0, equals + 1));
-      }
+    ASSERT_TRUE(line > 0 && line <= before.size()) << line;
+    // Every other line is as it was; the edited one is the old one with its value replaced (an empty old
+    // value may gain one space after "=").
+    auto expected = before;
+    std::string& changed = expected[line - 1];
+    const std::size_t equals = changed.find('=');
+    ASSERT_NE(equals, std::string::npos);
+    const std::size_t at = oldValue.empty() ? std::string::npos : changed.find(oldValue, equals + 1);
+    if (at != std::string::npos) {
+      changed.replace(at, oldValue.size(), "corvane-edited");
+    } else {
+      EXPECT_NE(after[line - 1].find("corvane-edited"), std::string::npos);
+      EXPECT_EQ(after[line - 1].substr(0, equals + 1), changed.substr(0, equals + 1));
+      changed = after[line - 1];
     }
+    EXPECT_EQ(after, expected);
     ++edited;
   }
   EXPECT_GE(edited, 100u);

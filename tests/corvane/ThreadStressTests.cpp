@@ -106,13 +106,10 @@ TEST(ThreadStress, DocumentsAndStringsMoveBetweenThreads) {
           EXPECT_EQ(reloaded->sectionForName(YString(u"s3"))->valueForOptionWithName(YString(u"k0")).UTF8String(),
                     value);
         }
-        Parcel parcel;
-        parcel.strings = document->sectionForName(YString(u"s9"))->optionNames();
-        parcel.strings.push_back(YString::stringWithFormat("%d:%d", p, round));
-        parcel.text = document->stringValue().UTF8String();
-        parcel.value = value;
-        parcel.document = std::move(document);
-        channel.push(std::move(parcel));
+        auto strings = document->sectionForName(YString(u"s9"))->optionNames();
+        strings.push_back(YString::stringWithFormat("%d:%d", p, round));
+        const std::string text = document->stringValue().UTF8String();
+        channel.push({std::move(document), std::move(strings), text, value});
       }
       channel.close();
     });
