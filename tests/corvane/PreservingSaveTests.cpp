@@ -261,11 +261,6 @@ TEST(PreservingSave, TextThatWouldNotReadBackFailsNamingTheElement) {
 }
 
 TEST(PreservingSave, BytesKeepTheFilesEncodingMarkAndLineEnds) {
-  struct Case {
-    const char* name;
-    std::string bytes;    // the file
-    std::string edited;   // after setting s.k to "é"
-  };
   auto utf16 = [](const std::u16string& s, bool bigEndian) {
     std::string out;
     for (char16_t c : s) {
@@ -274,7 +269,7 @@ TEST(PreservingSave, BytesKeepTheFilesEncodingMarkAndLineEnds) {
     }
     return out;
   };
-  const std::vector<Case> cases = {
+  const std::vector<std::tuple<const char*, std::string, std::string>> cases = {  // name, file, after s.k = "é"
       {"UTF-8", "[s]\nk = v\n# caf\xC3\xA9\n", "[s]\nk = \xC3\xA9\n# caf\xC3\xA9\n"},
       {"UTF-8 with mark", "\xEF\xBB\xBF[s]\r\nk=v\r\n", "\xEF\xBB\xBF[s]\r\nk=\xC3\xA9\r\n"},
       {"UTF-16LE with mark", std::string("\xFF\xFE").append(utf16(u"[s]\r\nk=v\r\n", false)),
@@ -286,17 +281,15 @@ TEST(PreservingSave, BytesKeepTheFilesEncodingMarkAndLineEnds) {
   };
   TempDir folder;
   const std::string path = folder / "f.ini";
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    writeBytes(path, c.bytes);
+  for (const auto& [name, bytes, edited] : cases) {
+    SCOPED_TRACE(name);
+    writeBytes(path, bytes);
     auto document = loadFile(path);
-    std::shared_ptr<YError> error;
-    auto unedited = document->preservedDataWithError(&error);
-    ASSERT_TRUE(unedited);
-    EXPECT_EQ(*unedited, c.bytes);
+    EXPECT_EQ(preservedBytes(*document), bytes);
     setValue(*document, "s", "k", "\xC3\xA9");
+    std::shared_ptr<YError> error;
     ASSERT_TRUE(document->writePreservedToFileError(YString(path), &error)) << utf8(error->description());
-    EXPECT_EQ(readBytes(path), c.edited);
+    EXPECT_EQ(readBytes(path), edited);
   }
 }
 

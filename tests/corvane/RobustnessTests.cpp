@@ -30,12 +30,10 @@ class LogTally {
   LogTally() {
     _previous = YSetLogSink([this](const YString& m) {
       lengths.push_back(m.length());
-      heads.push_back(m.substringToIndex(std::min<std::size_t>(m.length(), 40)).UTF8String());
     });
   }
   ~LogTally() { YSetLogSink(_previous); }
   std::vector<std::size_t> lengths;
-  std::vector<std::string> heads;
 
  private:
   YLogSink _previous;

@@ -151,12 +151,7 @@ TEST(SaveFaultTest, TargetsThatAreNoRegularFileAreRefusedAndLeftAlone) {
   // Neither mode replaces them, and neither waits for a FIFO's reader: a
   // save that hangs ends the child after a few seconds and fails the case.
   using Make = std::function<bool(const std::string& target)>;
-  struct Case {
-    const char* name;
-    Make make;
-    const char* kind;
-    int err;
-  } cases[] = {
+  const std::tuple<const char*, Make, const char*, int> cases[] = {  // name, making it, what it is, errno
       {"FIFO", [](const std::string& t) { return ::mkfifo(t.c_str(), 0644) == 0; }, "a FIFO (named pipe)", 0},
       {"link to a FIFO",
        [](const std::string& t) { return ::mkfifo((t + ".fifo").c_str(), 0644) == 0 && ::symlink((t + ".fifo").c_str(), t.c_str()) == 0; },
@@ -181,18 +176,18 @@ TEST(SaveFaultTest, TargetsThatAreNoRegularFileAreRefusedAndLeftAlone) {
        "a socket", 0},
   };
   auto document = documentOfSize(16);
-  for (const Case& c : cases) {
+  for (const auto& [name, make, kind, err] : cases) {
     for (bool atomically : {true, false}) {
-      SCOPED_TRACE(std::string(c.name) + how(atomically, true));
+      SCOPED_TRACE(std::string(name) + how(atomically, true));
       TempDir dir;
       const std::string target = dir / "t.ini";
-      ASSERT_TRUE(c.make(target)) << std::strerror(errno);
+      ASSERT_TRUE(make(target)) << std::strerror(errno);
       struct stat before{}, after{};
       ::lstat(target.c_str(), &before);
       const std::string folderBefore = listing(dir.path);
       EXPECT_EQ(inChild([&] { return save(document, target, atomically); }, 5),
-                Report({std::to_string(YFileWriteNotARegularFileError), std::to_string(c.err),
-                        "Cannot write file '" + target + "': it is " + c.kind + ", not a regular file"}));
+                Report({std::to_string(YFileWriteNotARegularFileError), std::to_string(err),
+                        "Cannot write file '" + target + "': it is " + kind + ", not a regular file"}));
       ASSERT_EQ(::lstat(target.c_str(), &after), 0);
       EXPECT_EQ(after.st_ino, before.st_ino);
       EXPECT_EQ(after.st_mode, before.st_mode);

@@ -242,13 +242,11 @@ TEST(TypedValues, NumbersIgnoreTheLocale) {
 }
 
 TEST(TypedValues, SettersGoThroughTheOptionsOwnChangeTracking) {
-  auto first = opt("port", "80");
-  auto second = opt("port", "81");
+  auto first = opt("port", "80"), second = opt("port", "81");
   auto s = withChildren(YIniSection::sectionWithName(S("s")), {lf(), first, second, cmt("# end")});
   auto document = withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()), {s});
   document->commit();
-  KeyObserver optionModified(*first, YModifiedKey);
-  KeyObserver documentModified(*document, YModifiedKey);
+  KeyObserver optionModified(*first, YModifiedKey), documentModified(*document, YModifiedKey);
   KeyObserver elements(*s, S("elements"));
 
   setIntegerValueForOptionWithName(*s, 8080, S("port"));  // the first option of the name, in place
