@@ -33,8 +33,8 @@ TEST_F(DocumentTest, BuiltInMemoryWritesExactTextNothingBetweenSectionsOrAtTheEn
   EXPECT_EQ(utf8(target), "");
   RecordingScope recording;
   YIniDocumentWriter::writerWithDocument(document)->write(nullptr);
-  ASSERT_EQ(recording.handler->failures.size(), 1u);
-  EXPECT_EQ(recording.handler->failures[0].text(), "YIniDocumentWriter:82:Invalid parameter not satisfying: textWriter != nil");
+  EXPECT_EQ(recording.handler->texts(),
+            std::vector<std::string>{"YIniDocumentWriter:82:Invalid parameter not satisfying: textWriter != nil"});
 }
 
 TEST_F(DocumentTest, OptionEditPropagatesToSectionAndDocument) {
@@ -102,14 +102,11 @@ TEST(ElementFactory, CreatesPlainUnmodifiedElementsAndChecksInOrder) {
   auto f = YIniStandardElementFactory::standardFactory();
   auto section = YIniSection::sectionWithName(S("s"));
   auto option = f->optionWithNameValueInSection(S("k"), S("v"), section);
-  const auto& createdOption = *option;
-  EXPECT_EQ(typeid(createdOption), typeid(YIniOption));
+  EXPECT_EQ(dynamicType(option), typeid(YIniOption));
   EXPECT_EQ(utf8(option->stringValue()), "k=v");
   EXPECT_FALSE(option->isModified());
   EXPECT_EQ(section->elements()->count(), 0u);
-  const auto comment = f->commentWithString(S("# c"));
-  const auto& createdComment = *comment;
-  EXPECT_EQ(typeid(createdComment), typeid(YIniComment));
+  EXPECT_EQ(dynamicType(f->commentWithString(S("# c"))), typeid(YIniComment));
 
   EXPECT_PRECONDITION(f->commentWithString(YString()), "string != nil");
   EXPECT_PRECONDITION(f->sectionWithName(YString()), "name != nil");
@@ -118,12 +115,12 @@ TEST(ElementFactory, CreatesPlainUnmodifiedElementsAndChecksInOrder) {
   EXPECT_PRECONDITION(f->optionWithNameValueInSection(S("k"), S("v"), nullptr), "section != nil");
   EXPECT_PRECONDITION(YIniDocument::documentWithFactory(nullptr), "factory != nil");
   EXPECT_PRECONDITION(std::make_shared<YIniDocument>(nullptr), "theFactory != nil");
+  EXPECT_PRECONDITION(YIniDocument::documentFromStringFactory(S("[a]"), nullptr), "factory != nil");
+  EXPECT_PRECONDITION(std::make_shared<YIniDocument>(f)->initWithStringFactory(S("[a]"), nullptr), "theFactory != nil");
   RecordingScope recording;
   EXPECT_FALSE(f->optionWithNameValueInSection(S("k"), S("v"), nullptr));
   EXPECT_FALSE(YIniDocument::documentWithFactory(nullptr));
-  ASSERT_EQ(recording.handler->failures.size(), 2u);
-  EXPECT_EQ(recording.handler->failures[0].unit, "YIniStandardElementFactory");
-  EXPECT_EQ(recording.handler->failures[1].unit, "YIniDocument");
+  EXPECT_EQ(recording.handler->units(), (std::vector<std::string>{"YIniStandardElementFactory", "YIniDocument"}));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "YFoundation.h"
@@ -29,6 +30,17 @@ class RecordingAssertionHandler : public YAssertionHandler {
     failures.push_back({unit, line, d.UTF8String()});
   }
   std::vector<Failure> failures;
+  /// Each failure's unit, or its whole text, in order.
+  std::vector<std::string> units() const { return each([](const Failure& f) { return f.unit; }); }
+  std::vector<std::string> texts() const { return each([](const Failure& f) { return f.text(); }); }
+
+ private:
+  template <class F>
+  std::vector<std::string> each(F field) const {
+    std::vector<std::string> out;
+    for (const Failure& f : failures) out.push_back(field(f));
+    return out;
+  }
 };
 
 /// Installs a recording handler for the lifetime of the scope.
@@ -62,17 +74,34 @@ class KeyObserver : public YObject {
 
 inline std::string utf8(const YString& s) { return s.isNull() ? std::string("<null>") : s.UTF8String(); }
 inline YString S(const char* s) { return s ? YString(s) : YString(); }
+inline std::vector<std::string> strings(const std::vector<YString>& list) {
+  std::vector<std::string> result;
+  for (const auto& s : list) result.push_back(utf8(s));
+  return result;
+}
 /// An option; a null `value` makes an absent value.
 inline std::shared_ptr<YIniOption> opt(const char* name, const char* value = "v") {
   return YIniOption::optionWithNameAndValue(S(name), S(value));
 }
 inline std::shared_ptr<YIniComment> cmt(const char* text) { return YIniComment::commentWithString(S(text)); }
 inline std::shared_ptr<YIniComment> lf() { return YIniComment::commentWithNewLine(); }
+/// A host's comment class: the library asks it for its text instead of reading it directly.
+class HostComment : public YIniComment {
+ public:
+  using YIniComment::YIniComment;
+};
 /// `parent` after adding `children` in order.
 template <class T>
 std::shared_ptr<T> withChildren(std::shared_ptr<T> parent, const std::vector<std::shared_ptr<YIniElement>>& children) {
   for (const auto& child : children) parent->addElement(child);
   return parent;
+}
+
+/// The dynamic type of the object `pointer` points to.
+template <class P>
+const std::type_info& dynamicType(const P& pointer) {
+  const auto& object = *pointer;
+  return typeid(object);
 }
 
 /// The text of the precondition failure `act` raises through the default handler.

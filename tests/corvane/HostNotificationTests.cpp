@@ -4,6 +4,8 @@
 // all of this exactly as it is.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <optional>
 #include <sstream>
 
 #include "ElementTestSupport.h"
@@ -21,7 +23,7 @@ class Journal : public YObject {
     YString key;
   };
   std::vector<Watch> watches;
-  std::vector<std::string> lines;
+  std::string text;  // one line per notification or step
   YIniDocument* document = nullptr;
   YIniSection* section = nullptr;
 
@@ -33,7 +35,7 @@ class Journal : public YObject {
     for (const Watch& w : watches) w.object->removeObserver(this, w.key);
     watches.clear();
   }
-  void step(const std::string& what) { lines.push_back(std::string("-- ").append(what)); }
+  void step(const std::string& what) { text += "-- " + what + "\n"; }
 
   void observeValueForKeyPath(const YString& keyPath, YObject* object, const YKeyValueChange& change,
                               void*) override {
@@ -48,15 +50,9 @@ class Journal : public YObject {
     if (auto* b = std::get_if<bool>(&change.oldValue)) line << " old=" << *b;
     if (change.indexes.count()) line << " at=" << change.indexes.firstIndex();
     line << " | section=" << (section ? section->isModified() : -1) << " document=" << document->isModified();
-    lines.push_back(line.str());
+    text += line.str() + "\n";
   }
 };
-
-std::string joined(const std::vector<std::string>& lines) {
-  std::string out;
-  for (const auto& l : lines) out += l + "\n";
-  return out;
-}
 
 TEST(HostNotifications, ScriptedSequenceDeliversExactlyThis) {
   auto document = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
@@ -77,99 +73,77 @@ TEST(HostNotifications, ScriptedSequenceDeliversExactlyThis) {
   journal.watch(*s, "section", YElementsKey, YKeyValueObservingOptionNew);
   journal.watch(*k, "option", YModifiedKey, YKeyValueObservingOptionNew | YKeyValueObservingOptionOld);
 
-  journal.step("commit");
-  document->commit();
-  journal.step("set");
-  s->setValueForOptionWithName(S("10"), S("k"));
-  journal.step("set back");
-  k->setValue(S("1"));
-  journal.step("rename");
-  s->setName(S("renamed"));
-  journal.step("remove");
-  s->removeOptionWithName(S("x"));
-  journal.step("insert");
-  s->insertObjectInElementsAtIndex(opt("n", "v"), 1);
-  journal.step("other section");
-  t->setValueForOptionWithName(S("4"), S("y"));
-  journal.step("revert");
-  document->revert();
-  journal.step("commit");
-  document->commit();
-  journal.step("write");
-  (void)document->stringValue();
-  journal.step("preserved write");
-  std::shared_ptr<YError> error;
-  (void)document->preservedStringValueWithError(&error);
+  const std::pair<const char*, std::function<void()>> steps[] = {
+      {"commit", [&] { document->commit(); }},
+      {"set", [&] { s->setValueForOptionWithName(S("10"), S("k")); }},
+      {"set back", [&] { k->setValue(S("1")); }},
+      {"rename", [&] { s->setName(S("renamed")); }},
+      {"remove", [&] { s->removeOptionWithName(S("x")); }},
+      {"insert", [&] { s->insertObjectInElementsAtIndex(opt("n", "v"), 1); }},
+      {"other section", [&] { t->setValueForOptionWithName(S("4"), S("y")); }},
+      {"revert", [&] { document->revert(); }},
+      {"commit", [&] { document->commit(); }},
+      {"write", [&] { (void)document->stringValue(); }},
+      {"preserved write", [&] { std::shared_ptr<YError> e; (void)document->preservedStringValueWithError(&e); }},
+  };
+  for (const auto& [what, act] : steps) {
+    journal.step(what);
+    act();
+  }
   journal.unwatchAll();
 
   // The expected journal is kept as a text file: one line per notification
   // or step, so a change in delivery shows as a line-by-line difference.
-  EXPECT_EQ(joined(journal.lines), filefault::readBytes(CORVANE_GOLDEN_DIR "/host-notifications.txt"));
+  EXPECT_EQ(journal.text, filefault::readBytes(CORVANE_GOLDEN_DIR "/host-notifications.txt"));
 }
 
 // Writing renames each option to its own name; whether anyone hears that is
 // found once per section and kept while only the library's code runs. A host
 // comment whose text is asked for mid-write can register an observer on the
 // document: the options written after it must then be announced to it.
-class Counter : public YObject {
- public:
-  int heard = 0;
-  void observeValueForKeyPath(const YString&, YObject*, const YKeyValueChange& change, void*) override {
-    if (!change.isPrior) ++heard;
-  }
-};
-
-struct Joining {
+// Makes "#" comments that, once armed, register an observer on the document.
+struct JoiningFactory : YIniStandardElementFactory {
   YObject* document = nullptr;
-  Counter counter;
+  std::optional<KeyObserver> observer;
   bool armed = false;  // set once loading is over: the text is asked for then too
+  std::shared_ptr<YIniComment> commentWithString(const YString& string) override;
 };
 
-class JoiningComment : public YIniComment {
- public:
-  JoiningComment(const YString& text, Joining* joining) : YIniComment(text), _joining(joining) {}
+struct JoiningComment : YIniComment {
+  JoiningComment(const YString& text, JoiningFactory* joining) : YIniComment(text), joining(joining) {}
   YString stringValue() override {
-    if (_joining->armed) {
-      _joining->document->addObserver(&_joining->counter, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
-      _joining->armed = false;
+    if (joining->armed) {
+      joining->observer.emplace(*joining->document, YModifiedKey);
+      joining->armed = false;
     }
     return YIniComment::stringValue();
   }
-
- private:
-  Joining* _joining;
+  JoiningFactory* joining;
 };
 
-class JoiningFactory : public YIniStandardElementFactory {
- public:
-  explicit JoiningFactory(Joining* joining) : _joining(joining) {}
-  std::shared_ptr<YIniComment> commentWithString(const YString& string) override {
-    if (string.hasPrefix(YString("#"))) return std::make_shared<JoiningComment>(string, _joining);
-    return YIniStandardElementFactory::commentWithString(string);
-  }
-
- private:
-  Joining* _joining;
-};
+std::shared_ptr<YIniComment> JoiningFactory::commentWithString(const YString& string) {
+  if (string.hasPrefix(YString("#"))) return std::make_shared<JoiningComment>(string, this);
+  return YIniStandardElementFactory::commentWithString(string);
+}
 
 TEST(HostNotifications, AnObserverJoiningWhileASectionIsWrittenHearsTheRenamesAfterIt) {
   // The counts are what the library announces when it keeps nothing between
   // options: each option written after the comment adds one.
   const struct {
     const char* text;
-    int heard;
+    std::size_t heard;
   } cases[] = {{"[s]\na = 0\nb = 0\n# joins\nk = 1\n", 1}, {"[s]\na = 0\n# joins\nk = 1\nx = 2\n", 2}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
-    Joining joining;
-    auto factory = std::make_shared<JoiningFactory>(&joining);
+    auto factory = std::make_shared<JoiningFactory>();
     auto document = YIniDocument::documentWithFactory(factory);
-    joining.document = document.get();
+    factory->document = document.get();
     document->initWithStringFactory(YString(c.text), factory);
-    joining.armed = true;
+    factory->armed = true;
     (void)document->stringValue();
-    EXPECT_EQ(joining.counter.heard, c.heard);
-    document->removeObserver(&joining.counter, YModifiedKey);
+    ASSERT_TRUE(factory->observer);
+    EXPECT_EQ(factory->observer->count(), c.heard);
+    factory->observer.reset();
   }
 }
 

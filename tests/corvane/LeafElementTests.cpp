@@ -5,11 +5,6 @@
 
 namespace {
 
-class HostComment : public YIniComment {
- public:
-  using YIniComment::YIniComment;
-};
-
 class HostOption : public YIniOption {
  public:
   using YIniOption::YIniOption;
@@ -104,13 +99,10 @@ TEST(Leaf, CopiesAreCommittedCommentsAlwaysPlainOptionsKeepTheirClass) {
   auto hostComment = std::make_shared<HostComment>(S("# c"));
   hostComment->setStringValue(S("# d"));
   auto commentCopy = hostComment->copyWithZone();
-  const auto& copied = *commentCopy;
-  EXPECT_EQ(typeid(copied), typeid(YIniComment));
+  EXPECT_EQ(dynamicType(commentCopy), typeid(YIniComment));
   EXPECT_EQ(utf8(commentCopy->stringValue()), "# d");  // the current text
   EXPECT_FALSE(commentCopy->isModified());
-  const auto comment = YIniComment::commentWithString(S("x"));
-  const auto& created = *comment;
-  EXPECT_EQ(typeid(created), typeid(YIniComment));
+  EXPECT_EQ(dynamicType(YIniComment::commentWithString(S("x"))), typeid(YIniComment));
 }
 
 TEST(Leaf, Description) {

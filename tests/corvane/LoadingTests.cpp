@@ -9,10 +9,6 @@
 
 namespace {
 
-std::vector<std::string> tree(const std::shared_ptr<YIniDocument>& document) {
-  return describeAll(document->elements(), true);
-}
-
 TEST(Loading, WhereCommentsLand) {
   const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
       {"#c\n[a]\nk=v\n", {"C:#c", "C:\\n", "S:a", "  C:\\n", "  O:k=v"}},
@@ -25,7 +21,7 @@ TEST(Loading, WhereCommentsLand) {
   };
   for (const auto& [text, expected] : cases) {
     SCOPED_TRACE(visible(YString(text)));
-    EXPECT_EQ(tree(load(text)), expected);
+    EXPECT_EQ(describeAll(load(text)->elements(), true), expected);
   }
 }
 
@@ -89,12 +85,6 @@ TEST(Loading, QuietPlacementEndsAsAnnouncedPlacementWould) {
   observed->initWithStringFactory(YString("[a]\nk=v\n"), YIniStandardElementFactory::standardFactory());
   EXPECT_EQ(observer.count(), 3u);  // placing the section, and its line end and its option through the section
   EXPECT_TRUE(observer.lastBool());
-}
-
-TEST(Loading, FactoryPreconditions) {
-  EXPECT_PRECONDITION(YIniDocument::documentFromStringFactory(YString(u"[a]"), nullptr), "factory != nil");
-  auto document = std::make_shared<YIniDocument>(YIniStandardElementFactory::standardFactory());
-  EXPECT_PRECONDITION(document->initWithStringFactory(YString(u"[a]"), nullptr), "theFactory != nil");
 }
 
 TEST(Loading, AddCommentsMovesThemAndEmptiesTheList) {

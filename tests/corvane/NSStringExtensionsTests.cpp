@@ -67,12 +67,9 @@ TEST(NSStringExtensionsTest, NullSetFailsThePrecondition) {
   RecordingScope recording;
   EXPECT_FALSE(startsWithCharacterSet(YString(u" x"), YCharacterSet()));
   EXPECT_EQ(stringByReplacingCharactersInSetWithCharacter(YString(u"a b"), YCharacterSet(), u'_'), YString(u"a b"));
-  const auto& failures = recording.handler->failures;
-  ASSERT_EQ(failures.size(), 2u);
-  EXPECT_EQ(failures[0].unit + ": " + failures[0].description,
-            "NSString+Extensions: Invalid parameter not satisfying: set != nil");
-  EXPECT_EQ(failures[1].unit + ": " + failures[1].description,
-            "NSString+Extensions: Invalid parameter not satisfying: charSet != nil");
+  EXPECT_EQ(recording.handler->texts(),
+            (std::vector<std::string>{"NSString+Extensions:10:Invalid parameter not satisfying: set != nil",
+                                      "NSString+Extensions:26:Invalid parameter not satisfying: charSet != nil"}));
 }
 
 TEST(NSStringExtensionsTest, ArrayWithObjectsOfClass) {

@@ -53,8 +53,7 @@ TEST(Placement, InsertionIsOneAnnouncedListChangeAndKeepsExistingOptions) {
   ASSERT_EQ(elements.count(), 1u);
   EXPECT_EQ(elements.changes[0].kind, YKeyValueChangeKind::Insertion);
   EXPECT_EQ(elements.changes[0].indexes, YIndexSet(2));
-  const YIniOption& created = *option;
-  EXPECT_EQ(typeid(created), typeid(YIniOption));
+  EXPECT_EQ(dynamicType(option), typeid(YIniOption));
   EXPECT_EQ(utf8(s->valueForOptionWithName(S("k"))), "1");
   EXPECT_TRUE(s->isModified());
   s->revert();

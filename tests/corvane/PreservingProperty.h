@@ -41,18 +41,13 @@ inline std::u16string trimmedText(std::u16string_view text, bool newlines) {
 /// A value as the reader gives it back: lines trimmed, joined by LF and one space.
 inline std::u16string readValue(std::u16string_view value) {
   std::u16string out;
-  std::size_t start = 0;
-  bool first = true;
-  for (;;) {
+  for (std::size_t start = 0;;) {
     const std::size_t lf = value.find(u'\n', start);
-    const std::u16string_view line = value.substr(start, lf == std::u16string_view::npos ? lf : lf - start);
-    if (!first) out += u"\n ";
-    out += trimmedText(line, true);
-    first = false;
-    if (lf == std::u16string_view::npos) break;
+    out += trimmedText(value.substr(start, lf == std::u16string_view::npos ? lf : lf - start), true);
+    if (lf == std::u16string_view::npos) return out;
+    out += u"\n ";
     start = lf + 1;
   }
-  return out;
 }
 
 /// Sections and options, one line each, as the reader would give them back.
@@ -127,6 +122,16 @@ class Checker {
     return std::static_pointer_cast<YIniElement>(parent->shared_from_this());
   }
 
+  // Calls `visit` with each child of the document and of its sections, and its parent.
+  template <class Visit>
+  void eachElement(Visit visit) {
+    for (const auto& child : _document->elements()->vector()) {
+      visit(child, _document.get());
+      if (auto section = YCast<YIniSection>(child))
+        for (const auto& grandchild : section->elements()->vector()) visit(grandchild, section.get());
+    }
+  }
+
   void rememberLoaded() {
     auto note = [&](const std::shared_ptr<YIniElement>& element, YIniCompositeElement* parent) {
       Loaded loaded{element, parentHeld(parent), _document->lineNumberForElement(*element), 1, parent, {}, {}};
@@ -140,11 +145,7 @@ class Checker {
       }
       if (loaded.line) _loaded.emplace(element.get(), loaded);
     };
-    for (const auto& child : _document->elements()->vector()) {
-      note(child, _document.get());
-      if (auto section = YCast<YIniSection>(child))
-        for (const auto& grandchild : section->elements()->vector()) note(grandchild, section.get());
-    }
+    eachElement(note);
   }
 
   YString pickText(bool name) {
@@ -158,12 +159,6 @@ class Checker {
     return name ? YString(names[pick(7)]) : YString(values[pick(9)]);
   }
 
-  std::shared_ptr<YIniSection> anySection() {
-    auto sections = _document->sections();
-    if (sections->count() == 0) return nullptr;
-    return sections->objectAtIndex(pick(static_cast<unsigned>(sections->count())));
-  }
-
   void touch(YIniElement* element) { _touched.insert(element); }
 
   // Marks the element before `index` in `parent` (or the parent itself):
@@ -174,7 +169,9 @@ class Checker {
   }
 
   void edit() {
-    auto section = anySection();
+    const auto sections = _document->sections();
+    const auto count = static_cast<unsigned>(sections->count());
+    auto section = count ? sections->objectAtIndex(pick(count)) : nullptr;
     try {
       switch (pick(10)) {
         case 0:
@@ -238,12 +235,8 @@ class Checker {
           }
           break;
         }
-        case 7:
-          _document->commit();
-          break;
-        case 8:
-          _document->revert();
-          break;
+        case 7: _document->commit(); break;
+        case 8: _document->revert(); break;
         default:
           if (section) {
             touch(section.get());
@@ -269,20 +262,13 @@ class Checker {
     std::vector<bool> untouched(original.size(), true);
     // Lines of elements that are gone, moved to another parent, changed or
     // touched, and lines after which something was inserted.
-    std::set<YIniElement*> present;
     std::map<YIniElement*, YIniCompositeElement*> parentNow;
-    for (const auto& child : _document->elements()->vector()) {
-      present.insert(child.get());
-      parentNow[child.get()] = _document.get();
-      if (auto s = YCast<YIniSection>(child))
-        for (const auto& grandchild : s->elements()->vector()) {
-          present.insert(grandchild.get());
-          parentNow[grandchild.get()] = s.get();
-        }
-    }
+    eachElement(
+        [&](const std::shared_ptr<YIniElement>& e, YIniCompositeElement* parent) { parentNow[e.get()] = parent; });
     for (const auto& [element, loaded] : _loaded) {
-      const bool kept = present.count(element) && parentNow[element] == loaded.parent &&
-                        !_touched.count(element) && unchanged(element, loaded);
+      const auto now = parentNow.find(element);
+      const bool kept = now != parentNow.end() && now->second == loaded.parent && !_touched.count(element) &&
+                        unchanged(element, loaded);
       if (kept) continue;
       for (std::size_t line = loaded.line; line < loaded.line + loaded.lines && line <= original.size(); ++line)
         untouched[line - 1] = false;

@@ -40,24 +40,17 @@ TEST(ReaderPaths, TheSwitchSelectsTheWay) {
   EXPECT_GT(YIniLineRecognizer::tokensOnThisThread(), before);
 }
 
-TEST(ReaderPaths, RealWorldFilesReadAlike) {
-  std::size_t files = 0;
-  for (const fs::path& file : filesUnder(CORVANE_REALWORLD_DIR)) {
+// Real files are decoded as a file is loaded, the fuzzers' seeds as the fuzzers take them.
+TEST(ReaderPaths, RealWorldFilesAndFuzzSeedsReadAlike) {
+  const auto realWorld = filesUnder(CORVANE_REALWORLD_DIR), seeds = filesUnder(CORVANE_FUZZ_CORPUS_DIR);
+  EXPECT_GE(realWorld.size(), 100u);
+  EXPECT_GE(seeds.size(), 30u);
+  for (const fs::path& file : realWorld) {
     const YString text = YString::stringWithContentsOfFileUsedEncodingError(YString(file.string()), nullptr, nullptr);
     ASSERT_FALSE(text.isNull()) << file;
     EXPECT_EQ(readerpaths::compare(text), "") << file.filename();
-    ++files;
   }
-  EXPECT_GE(files, 100u);
-}
-
-TEST(ReaderPaths, FuzzSeedsReadAlike) {
-  std::size_t files = 0;
-  for (const fs::path& file : filesUnder(CORVANE_FUZZ_CORPUS_DIR)) {
-    EXPECT_EQ(readerpaths::compare(decoded(readBytes(file))), "") << file;
-    ++files;
-  }
-  EXPECT_GE(files, 30u);
+  for (const fs::path& file : seeds) EXPECT_EQ(readerpaths::compare(decoded(readBytes(file))), "") << file;
 }
 
 TEST(ReaderPaths, RuleCornersReadAlike) {

@@ -129,9 +129,7 @@ inline Reading read(const YString& text, bool recognizer) {
     detail::lineNumbers(*document, document->elements(), reading.lines);
     reading.stopped = document->readingStopped();
     reading.plain = document->stringValue().u16string();
-    std::shared_ptr<YError> error;
-    auto bytes = document->preservedDataWithError(&error);
-    reading.preserved = bytes ? *bytes : "ERROR: " + error->description().UTF8String();
+    reading.preserved = preservedBytes(*document);
   } catch (const std::exception& e) {
     reading.failure = e.what();
   }

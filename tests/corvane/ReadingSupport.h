@@ -63,6 +63,16 @@ class LogCapture {
 inline std::shared_ptr<YIniDocument> load(const std::string& text) {
   return YIniDocument::documentFromStringFactory(YString(text), YIniStandardElementFactory::standardFactory());
 }
+inline std::shared_ptr<YIniDocument> loadFile(const std::string& path) {
+  return YIniDocument::documentWithContentsOfFileFactory(YString(path), YIniStandardElementFactory::standardFactory());
+}
+
+/// The preserving save's bytes, or "ERROR: " and its error.
+inline std::string preservedBytes(YIniDocument& document) {
+  std::shared_ptr<YError> error;
+  auto bytes = document.preservedDataWithError(&error);
+  return bytes ? *bytes : "ERROR: " + error->description().UTF8String();
+}
 
 /// Every file under `folder` but its README.md, in a fixed order.
 inline std::vector<std::filesystem::path> filesUnder(const std::filesystem::path& folder) {

@@ -25,83 +25,51 @@ using preservingproperty::splitLines;
 
 std::vector<fs::path> corpus() { return filesUnder(CORVANE_REALWORLD_DIR); }
 
-std::shared_ptr<YIniDocument> loadFile(const fs::path& path) {
-  return YIniDocument::documentWithContentsOfFileFactory(YString(path.string()),
-                                                         YIniStandardElementFactory::standardFactory());
-}
-
-std::string preservedBytes(YIniDocument& document) {
-  std::shared_ptr<YError> error;
-  auto bytes = document.preservedDataWithError(&error);
-  return bytes ? *bytes : std::string("ERROR: ").append(error->description().UTF8String());
-}
-
-// The first option with a single-line value, and its section.
-std::shared_ptr<YIniOption> firstSingleLineOption(YIniDocument& document) {
-  auto sections = document.sections();
+// Every option of the document with its section, in order.
+std::vector<std::pair<std::shared_ptr<YIniSection>, std::shared_ptr<YIniOption>>> options(YIniDocument& document) {
+  std::vector<std::pair<std::shared_ptr<YIniSection>, std::shared_ptr<YIniOption>>> out;
+  const auto sections = document.sections();
   for (const auto& section : *sections) {
-    auto options = section->options();
-    for (const auto& option : *options)
-      if (option->value().view().find(u'\n') == std::u16string_view::npos) return option;
+    const auto options = section->options();
+    for (const auto& option : *options) out.emplace_back(section, option);
   }
-  return nullptr;
+  return out;
 }
 
-// The last option of the document, with continuation lines when it has any.
-std::shared_ptr<YIniOption> lastOption(YIniDocument& document, std::shared_ptr<YIniSection>& owner) {
-  std::shared_ptr<YIniOption> last;
-  auto sections = document.sections();
-  for (const auto& section : *sections) {
-    auto options = section->options();
-    if (options->count()) {
-      last = options->objectAtIndex(options->count() - 1);
-      owner = section;
-    }
-  }
-  return last;
-}
-
-TEST(RealWorldCorpus, UneditedFilesComeBackByteForByte) {
-  LogCapture quiet;
-  for (const fs::path& file : corpus()) {
-    SCOPED_TRACE(file.filename().string());
-    auto document = loadFile(file);
-    EXPECT_EQ(preservedBytes(*document), readBytes(file));
-  }
-}
-
-TEST(RealWorldCorpus, OneChangedValueChangesOneLineOnlyInItsValue) {
+TEST(RealWorldCorpus, UneditedFilesComeBackByteForByteAndOneChangedValueChangesOneLineOnlyInItsValue) {
   LogCapture quiet;
   std::size_t edited = 0;
   for (const fs::path& file : corpus()) {
     SCOPED_TRACE(file.filename().string());
     auto document = loadFile(file);
-    auto option = firstSingleLineOption(*document);
-    if (!option) continue;
+    EXPECT_EQ(preservedBytes(*document), readBytes(file));
+    const auto all = options(*document);  // the first with a single-line value is edited
+    const auto found = std::find_if(all.begin(), all.end(), [](const auto& o) {
+      return o.second->value().view().find(u'\n') == std::u16string_view::npos;
+    });
+    if (found == all.end()) continue;
+    const auto option = found->second;
     const std::string oldValue = utf8(option->value());
     const std::size_t line = document->lineNumberForElement(*option);
     option->setValue(S("corvane-edited"));
     const auto before = splitLines(readBytes(file)), after = splitLines(preservedBytes(*document));
     ASSERT_EQ(after.size(), before.size());
-    for (std::size_t i = 0; i < before.size(); ++i) {
-      if (i + 1 != line) {
-        EXPECT_EQ(after[i], before[i]) << "line " << i + 1;
-        continue;
-      }
-      // The line is the old one with its value replaced (an empty old value
-      // may gain one space after "=").
-      const std::size_t equals = before[i].find('=');
-      ASSERT_NE(equals, std::string::npos);
-      std::string expected = before[i];
-      const std::size_t at = oldValue.empty() ? std::string::npos : expected.find(oldValue, equals + 1);
-      if (at != std::string::npos) {
-        expected.replace(at, oldValue.size(), "corvane-edited");
-        EXPECT_EQ(after[i], expected);
-      } else {
-        EXPECT_NE(after[i].find("corvane-edited"), std::string::npos);
-        EXPECT_EQ(after[i].substr(0, equals + 1), before[i].substr(0, equals + 1));
-      }
+    ASSERT_TRUE(line > 0 && line <= before.size()) << line;
+    // Every other line is as it was; the edited one is the old one with its value replaced (an empty old
+    // value may gain one space after "=").
+    auto expected = before;
+    std::string& changed = expected[line - 1];
+    const std::size_t equals = changed.find('=');
+    ASSERT_NE(equals, std::string::npos);
+    const std::size_t at = oldValue.empty() ? std::string::npos : changed.find(oldValue, equals + 1);
+    if (at != std::string::npos) {
+      changed.replace(at, oldValue.size(), "corvane-edited");
+    } else {
+      EXPECT_NE(after[line - 1].find("corvane-edited"), std::string::npos);
+      EXPECT_EQ(after[line - 1].substr(0, equals + 1), changed.substr(0, equals + 1));
+      changed = after[line - 1];
     }
+    EXPECT_EQ(after, expected);
     ++edited;
   }
   EXPECT_GE(edited, 100u);
@@ -113,9 +81,9 @@ TEST(RealWorldCorpus, ARemovedOptionTakesExactlyItsLines) {
   for (const fs::path& file : corpus()) {
     SCOPED_TRACE(file.filename().string());
     auto document = loadFile(file);
-    std::shared_ptr<YIniSection> section;
-    auto option = lastOption(*document, section);
-    if (!option) continue;
+    const auto all = options(*document);  // the last, with continuation lines when it has any
+    if (all.empty()) continue;
+    const auto& [section, option] = all.back();
     const std::size_t line = document->lineNumberForElement(*option);
     const std::size_t count = 1 + std::count(option->value().view().begin(), option->value().view().end(), u'\n');
     section->removeElement(option);

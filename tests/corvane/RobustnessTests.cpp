@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "FileFaultSupport.h"
 #include "ReadingSupport.h"
 
 namespace {
@@ -22,8 +23,6 @@ constexpr std::size_t kScale = 1;
 constexpr std::size_t kMiB = 1024 * 1024;
 const std::string kUnrecognized = "Unrecognized text sequence ";
 
-std::shared_ptr<YIniElementFactory> factory() { return YIniStandardElementFactory::standardFactory(); }
-
 /// Keeps each log line's length and start only, so that a log line carrying
 /// a 50 MB text costs no second copy.
 class LogTally {
@@ -31,37 +30,22 @@ class LogTally {
   LogTally() {
     _previous = YSetLogSink([this](const YString& m) {
       lengths.push_back(m.length());
-      heads.push_back(m.substringToIndex(std::min<std::size_t>(m.length(), 40)).UTF8String());
     });
   }
   ~LogTally() { YSetLogSink(_previous); }
   std::vector<std::size_t> lengths;
-  std::vector<std::string> heads;
 
  private:
   YLogSink _previous;
 };
 
-/// A temporary file holding `bytes`, removed afterwards.
-class TempFile {
- public:
-  explicit TempFile(const std::string& bytes) {
-    std::string templ = (std::filesystem::temp_directory_path() / "corvane-robust-XXXXXX").string();
-    ::close(::mkstemp(templ.data()));
-    _path = templ;
-    std::ofstream(_path, std::ios::binary) << bytes;
-  }
-  ~TempFile() { std::filesystem::remove(_path); }
-  YString path() const { return YString(_path); }
-  std::shared_ptr<YIniDocument> load() const {
-    return YIniDocument::documentWithContentsOfFileFactory(path(), factory());
-  }
+/// A temporary file holding `bytes`, removed with its folder.
+struct TempFile : filefault::TempDir {
+  explicit TempFile(const std::string& bytes) { filefault::writeBytes(file(), bytes, 0644); }
+  std::string file() const { return *this / "f.ini"; }
   YString decode(YStringEncoding* used, std::shared_ptr<YError>* error = nullptr) const {
-    return YString::stringWithContentsOfFileUsedEncodingError(path(), used, error);
+    return YString::stringWithContentsOfFileUsedEncodingError(YString(file()), used, error);
   }
-
- private:
-  std::string _path;
 };
 
 std::string repeat(const std::string& piece, std::size_t times) {
@@ -85,7 +69,7 @@ TEST(RobustnessTest, MillionBlankLinesBecomeMillionCommentsAndRoundTrip) {
   const std::size_t count = 1000000 / kScale;
   for (std::string line : {"\n", "\r\n"}) {
     const std::string text = repeat(line, count);
-    auto document = TempFile(text).load();
+    auto document = loadFile(TempFile(text).file());
     ASSERT_EQ(document->elements()->count(), count);
     EXPECT_TRUE(document->elements()->objectAtIndex(count - 1)->stringValue().isEqualToString(YString(line)));
     EXPECT_TRUE(document->stringValue().isEqualToString(YString(text)));
@@ -130,12 +114,12 @@ TEST(RobustnessTest, BinaryDataLoadsAsDetectedTextOrAsEmptyDocument) {
   std::string program(kMiB / kScale, '\0');
   std::ifstream("/proc/self/exe", std::ios::binary).read(program.data(), static_cast<std::streamsize>(program.size()));
   for (const std::string& bytes : {pseudoRandomBytes(kMiB / kScale, 1), pseudoRandomBytes(kMiB / kScale, 2), program}) {
-    TempFile file(bytes);
+    TempFile temp(bytes);
     std::shared_ptr<YError> error;
     YStringEncoding used = 0;
-    YString text = file.decode(&used, &error);
+    YString text = temp.decode(&used, &error);
     LogTally log;
-    auto document = file.load();
+    auto document = loadFile(temp.file());
     ASSERT_NE(document, nullptr);
     if (text.isNull()) {  // undecodable: loaded as an empty text
       ASSERT_NE(error, nullptr);
@@ -147,7 +131,7 @@ TEST(RobustnessTest, BinaryDataLoadsAsDetectedTextOrAsEmptyDocument) {
       // Writing twice gives the same text; reading and writing it again never grows it.
       YString first = document->stringValue();
       EXPECT_TRUE(document->stringValue().isEqualToString(first));
-      EXPECT_LE(YIniDocument::documentFromStringFactory(first, factory())->stringValue().length(), first.length());
+      EXPECT_LE(load(first.UTF8String())->stringValue().length(), first.length());
     }
   }
 }

@@ -41,16 +41,16 @@ std::shared_ptr<YIniDocument> documentOfSize(std::size_t size) {
   return document;
 }
 
-/// Saves and returns the error's description, or "" on success.
-std::string save(const std::shared_ptr<YIniDocument>& document, const std::string& target, bool atomically,
-                 std::int64_t* code = nullptr, int* err = nullptr) {
+/// Saves; nothing on success, else the error's code, errno and description.
+std::vector<std::string> save(const std::shared_ptr<YIniDocument>& document, const std::string& target,
+                              bool atomically) {
   std::shared_ptr<YError> error;
   if (document->writeToFileAtomicallyEncodingError(YString(target), atomically, YUTF8StringEncoding, &error))
-    return "";
-  if (code) *code = error->code();
-  if (err) *err = error->underlyingErrno();
-  return error->localizedDescription().UTF8String();
+    return {};
+  return {std::to_string(error->code()), std::to_string(error->underlyingErrno()),
+          error->localizedDescription().UTF8String()};
 }
+using Report = std::vector<std::string>;
 
 /// Mounts a 64 KiB tmpfs on `dir` in a private mount namespace, so the mount dies with the child.
 std::string mountSmallTmpfs(const std::string& dir) {
@@ -127,25 +127,20 @@ TEST(SaveFaultTest, FailedSaveLeavesEverythingAsItWas) {
           if (c.exists) writeBytes(target, kOriginal, 0600);
           if (std::string why = c.setup(dir.path); !why.empty()) return {why};
           const std::string before = listing(dir.path), targetBefore = state(target);
-          std::int64_t code = 0;
-          int err = 0;
-          std::string description = save(document, target, atomically, &code, &err);
-          return {"", std::to_string(code), std::to_string(err), description,
-                  state(target) == targetBefore ? "kept" : targetBefore + " -> " + state(target),
-                  listing(dir.path) == before ? "kept" : before + " -> " + listing(dir.path)};
+          Report report = save(document, target, atomically);
+          report.push_back(state(target) == targetBefore ? "kept" : targetBefore + " -> " + state(target));
+          report.push_back(listing(dir.path) == before ? "kept" : before + " -> " + listing(dir.path));
+          return report;
         });
-        ASSERT_FALSE(report.empty());
-        if (!report[0].empty()) {
+        if (report.size() == 1) {  // why the fault could not be set up
           unavailable += std::string(c.name) + " (" + report[0] + ") ";
           continue;
         }
-        ASSERT_EQ(report.size(), 6u);
-        EXPECT_EQ(report[1], std::to_string(c.code)) << report[3];
-        EXPECT_EQ(report[2], std::to_string(c.err)) << report[3];
-        EXPECT_NE(report[3].find(std::strerror(c.err)), std::string::npos) << report[3];
-        EXPECT_NE(report[3].find(target), std::string::npos) << report[3];
-        EXPECT_EQ(report[4], "kept");
-        EXPECT_EQ(report[5], "kept") << "a temporary file was left behind";
+        ASSERT_EQ(report.size(), 5u);
+        EXPECT_EQ(Report({report[0], report[1], report[3], report[4]}),
+                  Report({std::to_string(c.code), std::to_string(c.err), "kept", "kept"})) << report[2];
+        EXPECT_NE(report[2].find(std::strerror(c.err)), std::string::npos) << report[2];
+        EXPECT_NE(report[2].find(target), std::string::npos) << report[2];
       }
     }
   }
@@ -156,12 +151,7 @@ TEST(SaveFaultTest, TargetsThatAreNoRegularFileAreRefusedAndLeftAlone) {
   // Neither mode replaces them, and neither waits for a FIFO's reader: a
   // save that hangs ends the child after a few seconds and fails the case.
   using Make = std::function<bool(const std::string& target)>;
-  struct Case {
-    const char* name;
-    Make make;
-    const char* kind;
-    int err;
-  } cases[] = {
+  const std::tuple<const char*, Make, const char*, int> cases[] = {  // name, making it, what it is, errno
       {"FIFO", [](const std::string& t) { return ::mkfifo(t.c_str(), 0644) == 0; }, "a FIFO (named pipe)", 0},
       {"link to a FIFO",
        [](const std::string& t) { return ::mkfifo((t + ".fifo").c_str(), 0644) == 0 && ::symlink((t + ".fifo").c_str(), t.c_str()) == 0; },
@@ -186,27 +176,18 @@ TEST(SaveFaultTest, TargetsThatAreNoRegularFileAreRefusedAndLeftAlone) {
        "a socket", 0},
   };
   auto document = documentOfSize(16);
-  for (const Case& c : cases) {
+  for (const auto& [name, make, kind, err] : cases) {
     for (bool atomically : {true, false}) {
-      SCOPED_TRACE(std::string(c.name) + how(atomically, true));
+      SCOPED_TRACE(std::string(name) + how(atomically, true));
       TempDir dir;
       const std::string target = dir / "t.ini";
-      ASSERT_TRUE(c.make(target)) << std::strerror(errno);
+      ASSERT_TRUE(make(target)) << std::strerror(errno);
       struct stat before{}, after{};
       ::lstat(target.c_str(), &before);
       const std::string folderBefore = listing(dir.path);
-      auto report = inChild(
-          [&]() -> std::vector<std::string> {
-            std::int64_t code = 0;
-            int err = 0;
-            std::string description = save(document, target, atomically, &code, &err);
-            return {std::to_string(code), std::to_string(err), description};
-          },
-          5);
-      ASSERT_EQ(report.size(), 3u) << (report.empty() ? "no report" : report.back());
-      EXPECT_EQ(report[0], std::to_string(YFileWriteNotARegularFileError)) << report[2];
-      EXPECT_EQ(report[1], std::to_string(c.err)) << report[2];
-      EXPECT_EQ(report[2], "Cannot write file '" + target + "': it is " + c.kind + ", not a regular file");
+      EXPECT_EQ(inChild([&] { return save(document, target, atomically); }, 5),
+                Report({std::to_string(YFileWriteNotARegularFileError), std::to_string(err),
+                        "Cannot write file '" + target + "': it is " + kind + ", not a regular file"}));
       ASSERT_EQ(::lstat(target.c_str(), &after), 0);
       EXPECT_EQ(after.st_ino, before.st_ino);
       EXPECT_EQ(after.st_mode, before.st_mode);
@@ -235,7 +216,7 @@ TEST(SaveFaultTest, SymbolicLinkStaysALinkAndItsFileChanges) {
       ASSERT_EQ(c.chained ? ::symlink(linkText.c_str(), (dir / "middle.ini").c_str()) : 0, 0);
       ASSERT_EQ(::symlink(c.chained ? "middle.ini" : linkText.c_str(), link.c_str()), 0);
       const std::string dirBefore = listing(dir.path), otherBefore = listing(other.path);
-      EXPECT_EQ(save(document, link, atomically), "");
+      EXPECT_EQ(save(document, link, atomically), Report());
       EXPECT_TRUE(fs::is_symlink(link));
       EXPECT_EQ(fs::read_symlink(link).string(), c.chained ? "middle.ini" : linkText);
       EXPECT_EQ(readBytes(file), expected);
@@ -258,18 +239,16 @@ TEST(SaveFaultTest, AtomicSaveKeepsModeAndOwner) {
       const gid_t group = ::geteuid() == 0 ? kNobody : ::getegid();
       ASSERT_EQ(::chown((dir / name).c_str(), owner, group), 0);
       ASSERT_EQ(::chmod((dir / name).c_str(), mode), 0);  // chown may clear the set-group-ID bit
-      auto report = saveInChild(unnamed, [&]() -> std::vector<std::string> {
+      auto report = saveInChild(unnamed, [&] {
+        Report report = save(document, dir / name, true);
         struct stat st{};
-        std::string saved = save(document, dir / name, true);
         ::stat((dir / name).c_str(), &st);
-        return {saved, state(dir / name), listing(dir.path), std::to_string(st.st_uid), std::to_string(st.st_gid)};
+        report.insert(report.end(), {state(dir / name), listing(dir.path), std::to_string(st.st_uid),
+                                     std::to_string(st.st_gid)});
+        return report;
       });
-      ASSERT_EQ(report.size(), 5u) << report.back();
-      EXPECT_EQ(report[0], "");
-      EXPECT_EQ(report[1], document->stringValue().UTF8String() + " mode " + std::to_string(mode));
-      EXPECT_EQ(report[2], name + " ");
-      EXPECT_EQ(report[3], std::to_string(owner));
-      EXPECT_EQ(report[4], std::to_string(group));
+      EXPECT_EQ(report, Report({document->stringValue().UTF8String() + " mode " + std::to_string(mode), name + " ",
+                                std::to_string(owner), std::to_string(group)}));
     }
   }
 }
@@ -286,20 +265,18 @@ TEST(SaveFaultTest, AtomicSaveByAnotherUserKeepsTheGroupItBelongsTo) {
     ::chmod(dir.path.c_str(), 0777);
     writeBytes(dir / "t.ini", kOriginal, 0664);
     ASSERT_EQ(::chown((dir / "t.ini").c_str(), 0, kShared), 0);
-    auto report = saveInChild(unnamed, [&]() -> std::vector<std::string> {
+    auto report = saveInChild(unnamed, [&]() -> Report {
       if (::setgroups(1, &kShared) != 0 || ::setresgid(kNobody, kNobody, kNobody) != 0 ||
           ::setresuid(kNobody, kNobody, kNobody) != 0)
         return {failed("dropping privileges")};
+      Report report = save(document, dir / "t.ini", true);
       struct stat st{};
-      std::string saved = save(document, dir / "t.ini", true);
       ::stat((dir / "t.ini").c_str(), &st);
-      return {saved, std::to_string(st.st_uid), std::to_string(st.st_gid), std::to_string(st.st_mode & 07777)};
+      report.insert(report.end(), {std::to_string(st.st_uid), std::to_string(st.st_gid),
+                                   std::to_string(st.st_mode & 07777)});
+      return report;
     });
-    ASSERT_EQ(report.size(), 4u) << report.back();
-    EXPECT_EQ(report[0], "");
-    EXPECT_EQ(report[1], std::to_string(kNobody));
-    EXPECT_EQ(report[2], std::to_string(kShared));
-    EXPECT_EQ(report[3], std::to_string(0664));
+    EXPECT_EQ(report, Report({std::to_string(kNobody), std::to_string(kShared), std::to_string(0664)}));
   }
 }
 
@@ -313,7 +290,7 @@ TEST(SaveFaultTest, AtomicSaveMakesANewFileAndPartsHardLinks) {
     writeBytes(dir / "a.ini", kOriginal, 0644);
     ASSERT_EQ(::link((dir / "a.ini").c_str(), (dir / "b.ini").c_str()), 0);
     EXPECT_EQ(YFileLinkCount(YString(dir / "a.ini"), nullptr), 2u);
-    EXPECT_EQ(save(document, dir / "a.ini", atomically), "");
+    EXPECT_EQ(save(document, dir / "a.ini", atomically), Report());
     EXPECT_EQ(readBytes(dir / "a.ini"), text);
     EXPECT_EQ(readBytes(dir / "b.ini"), atomically ? kOriginal : text);
     EXPECT_EQ(YFileLinkCount(YString(dir / "a.ini"), nullptr), atomically ? 1u : 2u);

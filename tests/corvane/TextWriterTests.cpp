@@ -76,10 +76,9 @@ TEST(Writers, NullWriterFailsAtTheirLines) {
   RecordingScope recording;
   YStringWritable(S("x")).write(nullptr);
   YIniOptionWriter(YIniOption::option()).write(nullptr);
-  const auto& failures = recording.handler->failures;
-  ASSERT_EQ(failures.size(), 2u);
-  EXPECT_EQ(failures[0].text(), "YStringWritable:75:Invalid parameter not satisfying: textWriter != nil");
-  EXPECT_EQ(failures[1].text(), "YIniOptionWriter:78:Invalid parameter not satisfying: textWriter != nil");
+  EXPECT_EQ(recording.handler->texts(),
+            (std::vector<std::string>{"YStringWritable:75:Invalid parameter not satisfying: textWriter != nil",
+                                      "YIniOptionWriter:78:Invalid parameter not satisfying: textWriter != nil"}));
 }
 
 TEST(OptionWriter, FormatsNameEqualsValue) {

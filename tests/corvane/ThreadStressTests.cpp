@@ -45,17 +45,13 @@ class Channel {
  public:
   explicit Channel(int producers) : _open(producers) {}
   void push(Parcel parcel) {
-    {
-      std::lock_guard<std::mutex> lock(_mutex);
-      _parcels.push_back(std::move(parcel));
-    }
+    std::lock_guard<std::mutex> lock(_mutex);
+    _parcels.push_back(std::move(parcel));
     _ready.notify_one();
   }
   void close() {
-    {
-      std::lock_guard<std::mutex> lock(_mutex);
-      --_open;
-    }
+    std::lock_guard<std::mutex> lock(_mutex);
+    --_open;
     _ready.notify_all();
   }
   /// The next parcel, or false once the channel is closed and empty.
@@ -110,13 +106,10 @@ TEST(ThreadStress, DocumentsAndStringsMoveBetweenThreads) {
           EXPECT_EQ(reloaded->sectionForName(YString(u"s3"))->valueForOptionWithName(YString(u"k0")).UTF8String(),
                     value);
         }
-        Parcel parcel;
-        parcel.strings = document->sectionForName(YString(u"s9"))->optionNames();
-        parcel.strings.push_back(YString::stringWithFormat("%d:%d", p, round));
-        parcel.text = document->stringValue().UTF8String();
-        parcel.value = value;
-        parcel.document = std::move(document);
-        channel.push(std::move(parcel));
+        auto strings = document->sectionForName(YString(u"s9"))->optionNames();
+        strings.push_back(YString::stringWithFormat("%d:%d", p, round));
+        const std::string text = document->stringValue().UTF8String();
+        channel.push({std::move(document), std::move(strings), text, value});
       }
       channel.close();
     });

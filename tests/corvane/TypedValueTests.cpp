@@ -28,11 +28,6 @@ std::shared_ptr<YIniSection> holding(const YString& text) {
   return withChildren(YIniSection::sectionWithName(S("s")), {YIniOption::optionWithNameAndValue(S("k"), text)});
 }
 
-List strings(const std::vector<YString>& list) {
-  List result;
-  for (const auto& s : list) result.push_back(utf8(s));
-  return result;
-}
 std::vector<YString> ystrings(const std::vector<const char*>& list) {
   std::vector<YString> result;
   for (const char* s : list) result.push_back(S(s));
@@ -213,10 +208,10 @@ TEST(TypedValues, SettersWriteCanonicalTextsThatReadBack) {
   EXPECT_FALSE(s->hasOptionWithName(S("new")));
 }
 
-// Runs `body` with LC_ALL and LC_NUMERIC, and the C++ global locale, set to
-// German, whose decimal separator is ",". Fails when the locale is missing:
+// With LC_ALL and LC_NUMERIC, and the C++ global locale, set to German, whose
+// decimal separator is ",". Fails when the locale is missing:
 // scripts/install-deps.sh generates it.
-void withGermanLocale(const std::function<void()>& body) {
+TEST(TypedValues, NumbersIgnoreTheLocale) {
   const char* name = "de_DE.UTF-8";
   ASSERT_NE(std::setlocale(LC_ALL, name), nullptr) << name << " is not installed (run scripts/install-deps.sh)";
   struct Restore {
@@ -233,32 +228,25 @@ void withGermanLocale(const std::function<void()>& body) {
   }
   ASSERT_STREQ(std::localeconv()->decimal_point, ",");  // the locale would change a locale-bound parse
   ASSERT_EQ(std::use_facet<std::numpunct<char>>(std::locale()).decimal_point(), ',');
-  body();
-}
 
-TEST(TypedValues, NumbersIgnoreTheLocale) {
-  withGermanLocale([] {
-    EXPECT_EQ(doubleValueForOptionWithName(*holding(S("1.5")), S("k")).value(), 1.5);
-    EXPECT_EQ(failureOf(doubleValueForOptionWithName(*holding(S("1,5")), S("k"))), Failure::Malformed);
-    EXPECT_EQ(integerValueForOptionWithName(*holding(S("-1234567")), S("k")).value(), -1234567);
-    auto s = YIniSection::sectionWithName(S("s"));
-    ASSERT_TRUE(setDoubleValueForOptionWithName(*s, 1234567.25, S("d")));
-    EXPECT_EQ(utf8(s->valueForOptionWithName(S("d"))), "1234567.25");
-    setIntegerValueForOptionWithName(*s, 1234567, S("i"));
-    EXPECT_EQ(utf8(s->valueForOptionWithName(S("i"))), "1234567");
-    ASSERT_TRUE(setListValueForOptionWithName(*s, ystrings({"1.5", "2"}), S("l")));
-    EXPECT_EQ(utf8(s->valueForOptionWithName(S("l"))), "1.5, 2");
-  });
+  EXPECT_EQ(doubleValueForOptionWithName(*holding(S("1.5")), S("k")).value(), 1.5);
+  EXPECT_EQ(failureOf(doubleValueForOptionWithName(*holding(S("1,5")), S("k"))), Failure::Malformed);
+  EXPECT_EQ(integerValueForOptionWithName(*holding(S("-1234567")), S("k")).value(), -1234567);
+  auto s = YIniSection::sectionWithName(S("s"));
+  ASSERT_TRUE(setDoubleValueForOptionWithName(*s, 1234567.25, S("d")));
+  EXPECT_EQ(utf8(s->valueForOptionWithName(S("d"))), "1234567.25");
+  setIntegerValueForOptionWithName(*s, 1234567, S("i"));
+  EXPECT_EQ(utf8(s->valueForOptionWithName(S("i"))), "1234567");
+  ASSERT_TRUE(setListValueForOptionWithName(*s, ystrings({"1.5", "2"}), S("l")));
+  EXPECT_EQ(utf8(s->valueForOptionWithName(S("l"))), "1.5, 2");
 }
 
 TEST(TypedValues, SettersGoThroughTheOptionsOwnChangeTracking) {
-  auto first = opt("port", "80");
-  auto second = opt("port", "81");
+  auto first = opt("port", "80"), second = opt("port", "81");
   auto s = withChildren(YIniSection::sectionWithName(S("s")), {lf(), first, second, cmt("# end")});
   auto document = withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()), {s});
   document->commit();
-  KeyObserver optionModified(*first, YModifiedKey);
-  KeyObserver documentModified(*document, YModifiedKey);
+  KeyObserver optionModified(*first, YModifiedKey), documentModified(*document, YModifiedKey);
   KeyObserver elements(*s, S("elements"));
 
   setIntegerValueForOptionWithName(*s, 8080, S("port"));  // the first option of the name, in place
@@ -288,17 +276,14 @@ TEST(TypedValues, SettersGoThroughTheOptionsOwnChangeTracking) {
   EXPECT_FALSE(document->isModified());
 }
 
-class TypedDocumentTest : public ::testing::Test {
- protected:
-  std::shared_ptr<YIniElementFactory> factory = YIniStandardElementFactory::standardFactory();
-  std::shared_ptr<YIniDocument> load(const char* text) {
-    auto document = YIniDocument::documentFromStringFactory(S(text), factory);
-    document->commit();
-    return document;
-  }
-};
+/// A committed document read from `text`.
+std::shared_ptr<YIniDocument> load(const char* text) {
+  auto document = YIniDocument::documentFromStringFactory(S(text), YIniStandardElementFactory::standardFactory());
+  document->commit();
+  return document;
+}
 
-TEST_F(TypedDocumentTest, GettersTellAMissingSectionFromAMissingOption) {
+TEST(TypedDocument, GettersTellAMissingSectionFromAMissingOption) {
   auto document = load("[server]\nport=80x\nhosts=a,,b,\n[server]\nmore=1\n");
   auto port = integerValueForOptionWithNameInSectionWithName(*document, S("port"), S("server"));
   EXPECT_EQ(failureOf(port), Failure::Malformed);
@@ -320,23 +305,19 @@ TEST_F(TypedDocumentTest, GettersTellAMissingSectionFromAMissingOption) {
   EXPECT_FALSE(document->isModified());
 }
 
-TEST_F(TypedDocumentTest, SettersCreateAMissingSectionAtTheEndOnALineOfItsOwn) {
-  const std::vector<std::pair<const char*, const char*>> cases = {
-      {"", "[new]\nk=true\n"},
-      {"[a]\nx=1\n# tail\n", "[a]\nx=1\n# tail\n[new]\nk=true\n"},
-      {"[a]\nx=1", "[a]\nx=1\n[new]\nk=true\n"},
-      {"[a]", "[a]\n[new]\nk=true\n"},
-      {"[a]\n# no line end", "[a]\n# no line end\n[new]\nk=true\n"},
-      {"# only a comment", "# only a comment\n[new]\nk=true\n"},
-      {"# comment\n", "# comment\n[new]\nk=true\n"},
+TEST(TypedDocument, SettersCreateAMissingSectionAtTheEndOnALineOfItsOwn) {
+  const std::vector<std::pair<const char*, std::string>> cases = {  // text, what comes before the new section
+      {"", ""},           {"[a]\nx=1\n# tail\n", "[a]\nx=1\n# tail\n"}, {"[a]\nx=1", "[a]\nx=1\n"},
+      {"[a]", "[a]\n"},  {"[a]\n# no line end", "[a]\n# no line end\n"},  {"# only a comment", "# only a comment\n"},
+      {"# comment\n", "# comment\n"},
   };
-  for (const auto& [text, expected] : cases) {
+  for (const auto& [text, before] : cases) {
     SCOPED_TRACE(text);
     auto document = load(text);
     setBoolValueForOptionWithNameInSectionWithName(*document, true, S("k"), S("new"));
-    EXPECT_EQ(utf8(document->stringValue()), expected);
+    EXPECT_EQ(utf8(document->stringValue()), before + "[new]\nk=true\n");
     EXPECT_TRUE(document->isModified());
-    auto reread = YIniDocument::documentFromStringFactory(document->stringValue(), factory);
+    auto reread = load(document->stringValue().UTF8String().c_str());
     EXPECT_TRUE(boolValueForOptionWithNameInSectionWithName(*reread, S("k"), S("new")).value());
   }
 
@@ -345,9 +326,7 @@ TEST_F(TypedDocumentTest, SettersCreateAMissingSectionAtTheEndOnALineOfItsOwn) {
   ASSERT_TRUE(setDoubleValueForOptionWithNameInSectionWithName(*document, 0.25, S("x"), S("a")));
   ASSERT_TRUE(setListValueForOptionWithNameInSectionWithName(*document, ystrings({"p", "q"}), S("l"), S("b"), u';'));
   EXPECT_EQ(utf8(document->stringValue()), "[a]\nx=0.25\ny=-5\n# end\n[a]\n[b]\nl=p; q\n");
-  const auto added = document->sectionForName(S("b"));
-  const YIniSection& addedSection = *added;
-  EXPECT_EQ(typeid(addedSection), typeid(YIniSection));
+  EXPECT_EQ(dynamicType(document->sectionForName(S("b"))), typeid(YIniSection));
 
   auto untouched = load("[a]\nx=1");
   EXPECT_FALSE(setDoubleValueForOptionWithNameInSectionWithName(*untouched, std::numeric_limits<double>::quiet_NaN(),
@@ -357,7 +336,7 @@ TEST_F(TypedDocumentTest, SettersCreateAMissingSectionAtTheEndOnALineOfItsOwn) {
   EXPECT_EQ(untouched->elements()->count(), 1u);
 }
 
-TEST_F(TypedDocumentTest, NullNamesArePreconditionFailures) {
+TEST(TypedDocument, NullNamesArePreconditionFailures) {
   auto document = load("[a]\nx=1\n");
   auto& s = *document->sectionForName(S("a"));
   // Each accessor on a section (option name), and on the document (option and section names).
@@ -398,9 +377,9 @@ TEST_F(TypedDocumentTest, NullNamesArePreconditionFailures) {
             Failure::MissingSection);
   setIntegerValueForOptionWithNameInSectionWithName(*document, 1, S("x"), YString());
   EXPECT_FALSE(document->isModified());
-  ASSERT_EQ(recording.handler->failures.size(), 6u);
-  EXPECT_EQ(recording.handler->failures[0].unit, "YIniSection+TypedValues");
-  EXPECT_EQ(recording.handler->failures[3].unit, "YIniDocument+TypedValues");
+  const std::string onSection = "YIniSection+TypedValues", onDocument = "YIniDocument+TypedValues";
+  EXPECT_EQ(recording.handler->units(),
+            (std::vector<std::string>{onSection, onSection, onSection, onDocument, onDocument, onDocument}));
 }
 
 }  // namespace
