@@ -14,9 +14,6 @@
 #include <type_traits>
 #if __has_include(<sys/single_threaded.h>)
 #include <sys/single_threaded.h>
-#define YSTRING_KNOWS_THREADS 1
-#else
-#define YSTRING_KNOWS_THREADS 0
 #endif
 
 class YCharacterSet;
@@ -48,7 +45,7 @@ struct YMutableStringRep : YStringRep {
 // memory), counts change without locked instructions, as the standard
 // library's shared pointers do.
 inline bool stringsSingleThreaded() noexcept {
-#if YSTRING_KNOWS_THREADS
+#if __has_include(<sys/single_threaded.h>)
   return __libc_single_threaded;
 #else
   return false;
