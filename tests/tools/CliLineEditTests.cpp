@@ -119,27 +119,16 @@ TEST_F(CliLineEditRules, NewSectionStartsOnALineOfItsOwn) {
   }
 }
 
-// Each row: a file, one edit, the file after it.
-struct EditRow {
-  std::string before;
-  Args edit;
-  std::string after;
-};
-
-void expectEdits(const TempFolder& folder, const std::vector<EditRow>& rows) {
-  for (const EditRow& row : rows) {
-    SCOPED_TRACE(row.before);
-    const std::string path = folder.file("rows.ini", row.before);
-    Args edit = row.edit;
-    edit.insert(edit.begin() + 1, path);
-    auto run = runTool(edit);
-    ASSERT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(readBytes(path), row.after);
-  }
-}
-
-TEST_F(CliLineEditRules, NewOptionsGoAfterTheLastOptionOrTheirCommentedDefault) {
-  expectEdits(folder, {
+// New options go after the last option of their section or after their
+// commented-out default; del keeps the comments above the next header; options
+// before the first section are those of the section "".
+TEST_F(CliLineEditRules, EachEditChangesOnlyWhereTheFileSays) {
+  const std::string editorconfig = "# top-most file\nroot = true\n\n[*]\nindent_style = space\n";
+  struct Row {
+    std::string before;
+    Args edit;
+    std::string after;
+  } rows[] = {
       // After the last option, before the comment that introduces the next section.
       {"[s]\nk = v\n\n# next\n[t]\n", {"set", "s", "n", "1"}, "[s]\nk = v\nn = 1\n\n# next\n[t]\n"},
       {"[s]\nk=v\n# about k\n", {"set", "s", "n", "1"}, "[s]\nk=v\nn=1\n# about k\n"},
@@ -153,16 +142,40 @@ TEST_F(CliLineEditRules, NewOptionsGoAfterTheLastOptionOrTheirCommentedDefault) 
       {"[s]\n# Portable = 1\n#Port\n", {"set", "s", "Port", "1"}, "[s]\nPort=1\n# Portable = 1\n#Port\n"},
       {"# top\n#root = true\n\n[*]\nk = v\n", {"set", "", "root", "true"},
        "# top\n#root = true\nroot = true\n\n[*]\nk = v\n"},
-  });
-}
-
-TEST_F(CliLineEditRules, DelKeepsTheCommentsAboveTheNextHeader) {
-  expectEdits(folder, {
+      // del of a section.
       {"[a]\nk=v\n\n# Section b\n[b]\nx=1\n", {"del", "a"}, "\n# Section b\n[b]\nx=1\n"},
       {"[a]\nk=v\n# about k\n\n[b]\n", {"del", "a"}, "\n[b]\n"},
       {"# top\n[a]\n# a only\n\n\n# b\n# more b\n[b]\n", {"del", "a"}, "# top\n\n\n# b\n# more b\n[b]\n"},
       {"[z]\n[a]\nk=v\n\n# end\n", {"del", "a"}, "[z]\n\n# end\n"},
-  });
+      // Options before the first section.
+      {editorconfig, {"set", "", "root", "false"}, "# top-most file\nroot = false\n\n[*]\nindent_style = space\n"},
+      {editorconfig, {"set", "", "charset", "utf-8"},
+       "# top-most file\nroot = true\ncharset = utf-8\n\n[*]\nindent_style = space\n"},
+      {editorconfig, {"del", "", "root"}, "# top-most file\n\n[*]\nindent_style = space\n"},
+      {"# c\r\n[a]\r\nk=v\r\n", {"set", "", "x", "1"}, "# c\r\nx=1\r\n[a]\r\nk=v\r\n"},
+      {"a=\nb = 1", {"set", "", "a", "2"}, "a=2\nb = 1"},
+      {"a =\nb = 1", {"set", "", "a", "2"}, "a = 2\nb = 1"},
+      {"a = 1", {"set", "", "b", "2"}, "a = 1\nb = 2\n"},
+      {"", {"set", "", "k", "v"}, "k=v\n"},
+      {"a=1\na=2\n[s]\n", {"del", ""}, "[s]\n"},
+      {"k=1\n[s]\nk=2\n", {"set", "s", "k", "3"}, "k=1\n[s]\nk=3\n"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.before);
+    const std::string path = folder.file("rows.ini", row.before);
+    Args edit = row.edit;
+    edit.insert(edit.begin() + 1, path);
+    auto run = runTool(edit);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(readBytes(path), row.after);
+  }
+  // In UTF-16, with a byte-order mark, and read back by get.
+  const std::string path = folder.file("wide.ini", utf16("r\u00f6ot = true\r\n[*]\r\n"));
+  ASSERT_EQ(runTool({"set", path, "", "r\u00f6ot", "f\u00e4lse"}).exitCode, 0);
+  EXPECT_EQ(readBytes(path), utf16("r\u00f6ot = f\u00e4lse\r\n[*]\r\n"));
+  EXPECT_EQ(runTool({"get", path, "", "r\u00f6ot"}).out, "f\u00e4lse\n");
+  ASSERT_EQ(runTool({"set", path, "", "x", "1", "--encoding", "utf-8"}).exitCode, 0);
+  EXPECT_EQ(readBytes(path), "r\u00f6ot = f\u00e4lse\r\nx = 1\r\n[*]\r\n");
 }
 
 TEST_F(CliLineEditRules, MultiLineValuesTakeTheFilesIndentation) {
@@ -180,30 +193,6 @@ TEST_F(CliLineEditRules, MultiLineValuesTakeTheFilesIndentation) {
   }
   ASSERT_EQ(runTool({"set", path, "a", "other", "p\nq"}).exitCode, 0);
   EXPECT_EQ(readBytes(path), "[a]\nlist = one\n      two\n      three\nother = p\n      q\n");
-}
-
-TEST_F(CliLineEditRules, OptionsBeforeTheFirstSectionAreSectionEmpty) {
-  const std::string editorconfig = "# top-most file\nroot = true\n\n[*]\nindent_style = space\n";
-  expectEdits(folder, {
-      {editorconfig, {"set", "", "root", "false"}, "# top-most file\nroot = false\n\n[*]\nindent_style = space\n"},
-      {editorconfig, {"set", "", "charset", "utf-8"},
-       "# top-most file\nroot = true\ncharset = utf-8\n\n[*]\nindent_style = space\n"},
-      {editorconfig, {"del", "", "root"}, "# top-most file\n\n[*]\nindent_style = space\n"},
-      {"# c\r\n[a]\r\nk=v\r\n", {"set", "", "x", "1"}, "# c\r\nx=1\r\n[a]\r\nk=v\r\n"},
-      {"a=\nb = 1", {"set", "", "a", "2"}, "a=2\nb = 1"},
-      {"a =\nb = 1", {"set", "", "a", "2"}, "a = 2\nb = 1"},
-      {"a = 1", {"set", "", "b", "2"}, "a = 1\nb = 2\n"},
-      {"", {"set", "", "k", "v"}, "k=v\n"},
-      {"a=1\na=2\n[s]\n", {"del", ""}, "[s]\n"},
-      {"k=1\n[s]\nk=2\n", {"set", "s", "k", "3"}, "k=1\n[s]\nk=3\n"},
-  });
-  // In UTF-16, with a byte-order mark, and read back by get.
-  const std::string path = folder.file("wide.ini", utf16("r\u00f6ot = true\r\n[*]\r\n"));
-  ASSERT_EQ(runTool({"set", path, "", "r\u00f6ot", "f\u00e4lse"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), utf16("r\u00f6ot = f\u00e4lse\r\n[*]\r\n"));
-  EXPECT_EQ(runTool({"get", path, "", "r\u00f6ot"}).out, "f\u00e4lse\n");
-  ASSERT_EQ(runTool({"set", path, "", "x", "1", "--encoding", "utf-8"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "r\u00f6ot = f\u00e4lse\r\nx = 1\r\n[*]\r\n");
 }
 
 TEST_F(CliLineEditRules, InvalidUTF8BytesAreShownAsReplacementsAndKept) {
@@ -226,21 +215,23 @@ TEST_F(CliLineEditRules, InvalidUTF8BytesAreShownAsReplacementsAndKept) {
 
 TEST_F(CliLineEditRules, EditsThatChangeNothingDoNotWrite) {
   const std::string path = folder.file("same.ini", "root = 1\n[a]\nk = v\n[b]\n");
-  struct stat before {};
-  ASSERT_EQ(::stat(path.c_str(), &before), 0);
-  for (const Args& edit : {Args{"set", path, "a", "k", "v"}, Args{"set", path, "a"}, Args{"set", path, "", "root", "1"},
-                           Args{"del", path, "a", "x"}, Args{"del", path, "c"}, Args{"merge", path}}) {
-    Args verbose = edit;
-    verbose.insert(verbose.begin() + 1, "--verbose");
-    auto result = runTool(verbose);
-    EXPECT_EQ(result.exitCode, 0) << edit[0] << " " << edit[2] << result.err;
+  // The file's inode and modification time.
+  auto identity = [&] {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 ? std::to_string(st.st_ino) + " " + std::to_string(st.st_mtim.tv_sec) +
+                                                "." + std::to_string(st.st_mtim.tv_nsec)
+                                          : "(none)";
+  };
+  const std::string before = identity();
+  for (const Args& edit :
+       {Args{"set", "--verbose", path, "a", "k", "v"}, Args{"set", "--verbose", path, "a"},
+        Args{"set", "--verbose", path, "", "root", "1"}, Args{"del", "--verbose", path, "a", "x"},
+        Args{"del", "--verbose", path, "c"}, Args{"merge", "--verbose", path}}) {
+    auto result = runTool(edit);
+    EXPECT_EQ(result.exitCode, 0) << edit[0] << " " << edit.back() << result.err;
     EXPECT_TRUE(has(result.err, "same.ini: unchanged"));
   }
-  struct stat after {};
-  ASSERT_EQ(::stat(path.c_str(), &after), 0);
-  EXPECT_EQ(after.st_ino, before.st_ino);
-  EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
-  EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+  EXPECT_EQ(identity(), before);
   // With --output the file is written all the same.
   const std::string copy = folder.path("copy.ini");
   ASSERT_EQ(runTool({"set", path, "a", "k", "v", "--output", copy}).exitCode, 0);
