@@ -93,10 +93,7 @@ TEST_P(CliLineEdits, EditsChangeOnlyTheirLines) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, CliLineEdits, ::testing::ValuesIn(kForms), ::testing::PrintToStringParamName());
 
-class CliLineEditRules : public ::testing::Test {
- protected:
-  TempFolder folder;
-};
+class CliLineEditRules : public CliTest {};
 
 TEST_F(CliLineEditRules, NewSectionStartsOnALineOfItsOwn) {
   const std::pair<std::string, std::string> cases[] = {
@@ -109,13 +106,11 @@ TEST_F(CliLineEditRules, NewSectionStartsOnALineOfItsOwn) {
   for (const auto& [original, expected] : cases) {
     SCOPED_TRACE(original);
     const std::string path = folder.file("a.ini", original);
-    ASSERT_EQ(runTool({"set", path, "b", "x", "1"}).exitCode, 0);
-    EXPECT_EQ(readBytes(path), expected);
-    ASSERT_EQ(runTool({"del", path, "b"}).exitCode, 0);
+    EXPECT_EQ(editAndRead({"set", path, "b", "x", "1"}, path), "0 " + expected);
     // Removing it gives the file back, but for the line end its last line gained.
     std::string back = original;
     if (!back.empty() && back.back() != '\n') back += original.find('\r') == std::string::npos ? "\n" : "\r\n";
-    EXPECT_EQ(readBytes(path), back);
+    EXPECT_EQ(editAndRead({"del", path, "b"}, path), "0 " + back);
   }
 }
 
@@ -165,17 +160,15 @@ TEST_F(CliLineEditRules, EachEditChangesOnlyWhereTheFileSays) {
     const std::string path = folder.file("rows.ini", row.before);
     Args edit = row.edit;
     edit.insert(edit.begin() + 1, path);
-    auto run = runTool(edit);
-    ASSERT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(readBytes(path), row.after);
+    EXPECT_EQ(editAndRead(edit, path), "0 " + row.after);
   }
   // In UTF-16, with a byte-order mark, and read back by get.
   const std::string path = folder.file("wide.ini", utf16("r\u00f6ot = true\r\n[*]\r\n"));
-  ASSERT_EQ(runTool({"set", path, "", "r\u00f6ot", "f\u00e4lse"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), utf16("r\u00f6ot = f\u00e4lse\r\n[*]\r\n"));
+  EXPECT_EQ(editAndRead({"set", path, "", "r\u00f6ot", "f\u00e4lse"}, path),
+            "0 " + utf16("r\u00f6ot = f\u00e4lse\r\n[*]\r\n"));
   EXPECT_EQ(runTool({"get", path, "", "r\u00f6ot"}).out, "f\u00e4lse\n");
-  ASSERT_EQ(runTool({"set", path, "", "x", "1", "--encoding", "utf-8"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "r\u00f6ot = f\u00e4lse\r\nx = 1\r\n[*]\r\n");
+  EXPECT_EQ(editAndRead({"set", path, "", "x", "1", "--encoding", "utf-8"}, path),
+            "0 r\u00f6ot = f\u00e4lse\r\nx = 1\r\n[*]\r\n");
 }
 
 TEST_F(CliLineEditRules, MultiLineValuesTakeTheFilesIndentation) {
@@ -187,12 +180,11 @@ TEST_F(CliLineEditRules, MultiLineValuesTakeTheFilesIndentation) {
   auto same = runTool({"--verbose", "set", path, "a", "list", printed.substr(0, printed.size() - 1)});
   EXPECT_TRUE(has(same.err, "unchanged"));
   EXPECT_EQ(std::filesystem::last_write_time(path), before);
-  for (const char* value : {"one\n  two\n three", "  one\t\ntwo  \n\tthree"}) {
-    ASSERT_EQ(runTool({"set", path, "a", "list", value}).exitCode, 0);
-    EXPECT_EQ(readBytes(path), "[a]\nlist = one\n      two\n      three\nother = x\n");
-  }
-  ASSERT_EQ(runTool({"set", path, "a", "other", "p\nq"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "[a]\nlist = one\n      two\n      three\nother = p\n      q\n");
+  for (const char* value : {"one\n  two\n three", "  one\t\ntwo  \n\tthree"})
+    EXPECT_EQ(editAndRead({"set", path, "a", "list", value}, path),
+              "0 [a]\nlist = one\n      two\n      three\nother = x\n");
+  EXPECT_EQ(editAndRead({"set", path, "a", "other", "p\nq"}, path),
+            "0 [a]\nlist = one\n      two\n      three\nother = p\n      q\n");
 }
 
 TEST_F(CliLineEditRules, InvalidUTF8BytesAreShownAsReplacementsAndKept) {
@@ -209,8 +201,8 @@ TEST_F(CliLineEditRules, InvalidUTF8BytesAreShownAsReplacementsAndKept) {
   EXPECT_EQ(readBytes(path), expected);
   // A legacy file stays in its encoding: new text is written in it.
   const std::string latin = folder.file("latin.ini", "[s]\n# caf\xE9 cr\xE8me br\xFBl\xE9\x65 na\xEFve d\xE9j\xE0\nk=v\n");
-  ASSERT_EQ(runTool({"set", latin, "s", "k", "\xC3\xA9t\xC3\xA9"}).exitCode, 0);
-  EXPECT_EQ(readBytes(latin), "[s]\n# caf\xE9 cr\xE8me br\xFBl\xE9\x65 na\xEFve d\xE9j\xE0\nk=\xE9t\xE9\n");
+  EXPECT_EQ(editAndRead({"set", latin, "s", "k", "\xC3\xA9t\xC3\xA9"}, latin),
+            "0 [s]\n# caf\xE9 cr\xE8me br\xFBl\xE9\x65 na\xEFve d\xE9j\xE0\nk=\xE9t\xE9\n");
 }
 
 TEST_F(CliLineEditRules, EditsThatChangeNothingDoNotWrite) {
@@ -263,10 +255,10 @@ TEST_F(CliLineEditRules, TextTheLibraryDoesNotReadIsKept) {
   const std::string path =
       folder.file("semi.ini", "; written by the installer\nroot = true\n[a]\nk = v\n; keep me\nno equals here\nx=1\n");
   ASSERT_EQ(runTool({"set", path, "a", "k", "w"}).exitCode, 0);
-  ASSERT_EQ(runTool({"del", path, "a", "x"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "; written by the installer\nroot = true\n[a]\nk = w\n; keep me\nno equals here\n");
-  ASSERT_EQ(runTool({"set", path, "a", "k", "v", "--reformat"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "\n[a]\nk=v\n\n\n") << "--reformat writes the library's own text";
+  EXPECT_EQ(editAndRead({"del", path, "a", "x"}, path),
+            "0 ; written by the installer\nroot = true\n[a]\nk = w\n; keep me\nno equals here\n");
+  EXPECT_EQ(editAndRead({"set", path, "a", "k", "v", "--reformat"}, path), "0 \n[a]\nk=v\n\n\n")
+      << "--reformat writes the library's own text";
 }
 
 }  // namespace

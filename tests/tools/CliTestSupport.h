@@ -60,6 +60,11 @@ class TempFolder {
   std::filesystem::path _path;
 };
 
+/// A test with a fresh temporary folder.
+struct CliTest : ::testing::Test {
+  TempFolder folder;
+};
+
 /// A corvane process started with a pipe on its standard input.
 struct Started {
   pid_t pid = -1;
@@ -113,6 +118,13 @@ inline Run finish(Started& started) {
 inline Run runTool(std::vector<std::string> argv, const std::string& input = "") {
   Started started = startTool(std::move(argv), false, input);
   return finish(started);
+}
+
+/// Runs corvane with `argv` (standard input empty); gives its exit code, a
+/// space and the bytes of `path` after it: "0 [a]\nk=v\n".
+inline std::string editAndRead(std::vector<std::string> argv, const std::string& path) {
+  const int exitCode = runTool(std::move(argv)).exitCode;
+  return std::to_string(exitCode) + " " + readBytes(path);
 }
 
 /// UTF-8 text (Latin-1 characters) as UTF-16 bytes with a byte-order mark.
