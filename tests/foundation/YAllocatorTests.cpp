@@ -167,22 +167,20 @@ TEST(YAllocatorTest, AProducerWhoseBlocksAnotherThreadFreesStaysBounded) {
   std::size_t damaged = 0;
   bool done = false;
   std::thread consumer([&] {
+    std::unique_lock<std::mutex> lock(mutex);
     for (;;) {
-      Round round;
-      {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [&] { return done || !queue.empty(); });
-        if (queue.empty()) return;
-        round = std::move(queue.front());
-        queue.pop_front();
-      }
+      changed.wait(lock, [&] { return done || !queue.empty(); });
+      if (queue.empty()) return;
+      Round round = std::move(queue.front());
+      queue.pop_front();
+      lock.unlock();  // freed while the producer makes the next round
       std::size_t bad = 0;
       for (const Block& block : round.blocks) {
         bad += !intact(block);
         ydetail::smallDeallocate(block.memory, block.size);
       }
       round.strings.clear();
-      std::lock_guard<std::mutex> lock(mutex);
+      lock.lock();
       damaged += bad;
       ++released;
       changed.notify_all();
@@ -206,16 +204,12 @@ TEST(YAllocatorTest, AProducerWhoseBlocksAnotherThreadFreesStaysBounded) {
     std::unique_lock<std::mutex> lock(mutex);
     changed.wait(lock, [&] { return queue.size() < 2; });
     queue.push_back(std::move(round));
+    done = i == kRounds;  // the consumer ends once it has freed the last round
     changed.notify_all();
     if (i == kWarmUp || i == kRounds) {
       changed.wait(lock, [&] { return released == i; });
       if (i == kWarmUp) warm = residentBytes();
     }
-  }
-  {
-    std::lock_guard<std::mutex> lock(mutex);
-    done = true;
-    changed.notify_all();
   }
   consumer.join();
   EXPECT_EQ(damaged, 0u);
