@@ -127,8 +127,8 @@ TEST(YStringEncodingTest, DetectionByteOrderMarkFirstThenMostlyValidUTF8) {
       continue;
     }
     EXPECT_EQ(text, YString(c.text));
-    if (c.used == kLegacy) EXPECT_TRUE(used == YISOLatin1StringEncoding || used == YWindowsCP1252StringEncoding) << used;
-    else EXPECT_EQ(used, c.used);
+    EXPECT_TRUE(c.used == kLegacy ? used == YISOLatin1StringEncoding || used == YWindowsCP1252StringEncoding
+                                  : used == c.used) << used;
   }
   // A mark of the named encoding is dropped as well.
   EXPECT_EQ(YDecodeBytes(std::string("\xFF\xFEh\0", 4), YUTF16LittleEndianStringEncoding, nullptr), YString(u"h"));
