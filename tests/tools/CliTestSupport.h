@@ -127,6 +127,16 @@ inline std::string editAndRead(std::vector<std::string> argv, const std::string&
   return std::to_string(exitCode) + " " + readBytes(path);
 }
 
+/// What the shell command `command` prints.
+inline std::string shellOutput(const std::string& command) {
+  std::string out;
+  FILE* shell = ::popen(command.c_str(), "r");
+  char buffer[512];
+  for (std::size_t n; shell && (n = std::fread(buffer, 1, sizeof buffer, shell)) > 0;) out.append(buffer, n);
+  if (shell) ::pclose(shell);
+  return out;
+}
+
 /// UTF-8 text (Latin-1 characters) as UTF-16 bytes with a byte-order mark.
 inline std::string utf16(const std::string& utf8, bool bigEndian = false) {
   std::string out = bigEndian ? "\xFE\xFF" : "\xFF\xFE";

@@ -62,12 +62,7 @@ TEST_F(CliVerbs, GetPrintsNamesAndValuesInEveryFormat) {
   // What sh prints, the shell reads back.
   const std::string quoted = folder.file("quoted.ini", "[s]\nq = it's \"$HOME\" `x` \\n\n");
   const std::string script = folder.file("eval.sh", "eval \"$(\"$1\" get --format=sh \"$2\" s)\"; printf %s \"$q\"");
-  FILE* shell = ::popen(("/bin/sh " + script + " " + CORVANE_TOOL + " " + quoted).c_str(), "r");
-  ASSERT_NE(shell, nullptr);
-  char buffer[256] = {};
-  const std::size_t n = std::fread(buffer, 1, sizeof buffer - 1, shell);
-  ::pclose(shell);
-  EXPECT_EQ(std::string(buffer, n), "it's \"$HOME\" `x` \\n");
+  EXPECT_EQ(shellOutput("/bin/sh " + script + " " + CORVANE_TOOL + " " + quoted), "it's \"$HOME\" `x` \\n");
 }
 
 TEST_F(CliVerbs, MissingAndBrokenInputsExitWithTheirCodes) {
@@ -272,11 +267,7 @@ TEST_F(CliVerbs, BashCompletesVerbsSectionsAndOptions) {
       "complete.sh", "PATH=\"$1:$PATH\"; . \"$2\"; shift 2\n"
                      "COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _corvane; printf '%s|' \"${COMPREPLY[@]}\"");
   auto complete = [&](const std::string& words) {
-    FILE* shell = ::popen(("bash " + script + " " + tools + " " + CORVANE_COMPLETION + " " + words).c_str(), "r");
-    char buffer[512] = {};
-    const std::size_t n = shell ? std::fread(buffer, 1, sizeof buffer - 1, shell) : 0;
-    if (shell) ::pclose(shell);
-    return std::string(buffer, n);
+    return shellOutput("bash " + script + " " + tools + " " + CORVANE_COMPLETION + " " + words);
   };
   EXPECT_EQ(complete("corvane d"), "del|diff|dump|");
   EXPECT_EQ(complete("corvane --verbose set " + app + " ''"), "main|net-work|");
