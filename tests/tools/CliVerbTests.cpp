@@ -277,22 +277,13 @@ TEST_F(CliVerbs, BashCompletesVerbsSectionsAndOptions) {
 
 TEST_F(CliVerbs, UsageErrorsExitWithTwo) {
   const Args cases[] = {
-      {},
-      {"frobnicate", app},
-      {"help", "frobnicate"},
-      {"get"},
-      {"get", app, "a", "b", "c"},
-      {"fmt"},
-      {"set", app, "main", "name"},
-      {"set", app},
-      {"get", app, "main", "--force"},
-      {"get", app, "--format=yaml"},
-      {"diff", app, app, "--format=sh"},
-      {"set", app, "main", "name", "x", "--output"},
-      {"set", app, "main", "name", "x", "--encoding", "klingon"},
-      {"del", app, "main", "--verbose=yes"},
-      {"template", app},
-      {"--reformat", "set", app, "", "mode", "slow"},
+      // No verb or an unknown one; operands missing or too many.
+      {}, {"frobnicate", app}, {"help", "frobnicate"}, {"get"}, {"get", app, "a", "b", "c"}, {"fmt"},
+      {"set", app, "main", "name"}, {"set", app}, {"template", app},
+      // Options the verb does not take; option values missing or unknown.
+      {"get", app, "main", "--force"}, {"get", app, "--format=yaml"}, {"diff", app, app, "--format=sh"},
+      {"set", app, "main", "name", "x", "--output"}, {"set", app, "main", "name", "x", "--encoding", "klingon"},
+      {"del", app, "main", "--verbose=yes"}, {"--reformat", "set", app, "", "mode", "slow"},
   };
   for (const auto& args : cases) {
     auto run = runTool(args);
