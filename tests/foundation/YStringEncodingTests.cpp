@@ -163,21 +163,18 @@ bool writeText(const YString& text, const std::string& path, bool atomically,
   return text.writeToFileAtomicallyEncodingError(YString(path), atomically, encoding, error);
 }
 
-TEST(YFileTest, ReadingAMissingFileGivesNullAndAnError) {
-  filefault::TempDir dir;
-  std::shared_ptr<YError> error;
-  YStringEncoding used = 77;
-  EXPECT_TRUE(YString::stringWithContentsOfFileUsedEncodingError(YString(dir / "missing.ini"), &used, &error).isNull());
-  EXPECT_EQ(used, 77u);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->domain(), YFoundationErrorDomain);
-  EXPECT_EQ(error->code(), 4);
-  EXPECT_EQ(error->underlyingErrno(), ENOENT);
-}
-
-TEST(YFileTest, WritesAndReadsBackWithDetection) {
+TEST(YFileTest, WritesAndReadsBackWithDetectionAndAMissingFileGivesNullAndAnError) {
   filefault::TempDir dir;
   const YString file(dir / "a.ini");
+  // Before it exists: null, the encoding left as it was, and an error.
+  std::shared_ptr<YError> missing;
+  YStringEncoding untouched = 77;
+  EXPECT_TRUE(YString::stringWithContentsOfFileUsedEncodingError(file, &untouched, &missing).isNull());
+  EXPECT_EQ(untouched, 77u);
+  ASSERT_TRUE(missing);
+  EXPECT_EQ(missing->domain(), YFoundationErrorDomain);
+  EXPECT_EQ(missing->code(), 4);
+  EXPECT_EQ(missing->underlyingErrno(), ENOENT);
   // Detected encoding; 0: no mark, not detectable.
   const std::pair<YStringEncoding, YStringEncoding> cases[] = {
       {YUTF8StringEncoding, YUTF8StringEncoding},
