@@ -120,10 +120,11 @@ inline Run runTool(std::vector<std::string> argv, const std::string& input = "")
   return finish(started);
 }
 
-/// Runs corvane with `argv` (standard input empty); gives its exit code, a
-/// space and the bytes of `path` after it: "0 [a]\nk=v\n".
-inline std::string editAndRead(std::vector<std::string> argv, const std::string& path) {
-  const int exitCode = runTool(std::move(argv)).exitCode;
+/// Runs corvane with `argv` (standard input holds `input`); gives its exit
+/// code, a space and the bytes of `path` after it: "0 [a]\nk=v\n".
+inline std::string editAndRead(std::vector<std::string> argv, const std::string& path,
+                               const std::string& input = "") {
+  const int exitCode = runTool(std::move(argv), input).exitCode;
   return std::to_string(exitCode) + " " + readBytes(path);
 }
 

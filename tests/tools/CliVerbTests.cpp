@@ -104,10 +104,9 @@ TEST_F(CliVerbs, MissingAndBrokenInputsExitWithTheirCodes) {
 TEST_F(CliVerbs, SetAddsWhatIsMissingUnlessExistingIsGiven) {
   const std::string fresh = folder.path("fresh.ini");
   const mode_t mask = ::umask(027);
-  auto created = runTool({"set", fresh, "a", "k", "v"});
+  const std::string created = editAndRead({"set", fresh, "a", "k", "v"}, fresh);
   ::umask(mask);
-  ASSERT_EQ(created.exitCode, 0) << created.err;
-  EXPECT_EQ(readBytes(fresh), "[a]\nk=v\n");
+  EXPECT_EQ(created, "0 [a]\nk=v\n");
   EXPECT_EQ(std::filesystem::status(fresh).permissions(), std::filesystem::perms(0640));
   // A section alone; then an option in it; a value starting with "-".
   ASSERT_EQ(runTool({"set", fresh, "b"}).exitCode, 0);
@@ -156,14 +155,9 @@ TEST_F(CliVerbs, MergeSetsEverySectionAndOptionOfTheSource) {
             "[more]\nk = v\n");
   // From standard input, with or without "-"; a second merge changes nothing.
   const std::string target = folder.file("target.ini", "[a]\nx = 1\n");
-  for (const Args& args : {Args{"merge", target, "-"}, Args{"merge", target}}) {
-    auto run = runTool(args, "[a]\nx = 2\ny = 3\n");
-    EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(readBytes(target), "[a]\nx = 2\ny = 3\n");
-  }
-  auto strict = runTool({"merge", "--existing", target}, "[a]\nz = 1\n");
-  EXPECT_EQ(strict.exitCode, 1);
-  EXPECT_EQ(readBytes(target), "[a]\nx = 2\ny = 3\n");
+  for (const Args& args : {Args{"merge", target, "-"}, Args{"merge", target}})
+    EXPECT_EQ(editAndRead(args, target, "[a]\nx = 2\ny = 3\n"), "0 [a]\nx = 2\ny = 3\n") << args.back();
+  EXPECT_EQ(editAndRead({"merge", "--existing", target}, target, "[a]\nz = 1\n"), "1 [a]\nx = 2\ny = 3\n");
   EXPECT_EQ(runTool({"merge", target, folder.path("absent.ini")}).exitCode, 3);
 }
 
