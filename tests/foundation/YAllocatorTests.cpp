@@ -10,9 +10,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <deque>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -40,13 +40,9 @@ constexpr bool kPoolBypassed = false;
 constexpr std::size_t kMiB = std::size_t(1) << 20;
 
 std::size_t residentBytes() {
-  long pages = 0;
-  if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
-    long size = 0;
-    if (std::fscanf(statm, "%ld %ld", &size, &pages) != 2) pages = 0;
-    std::fclose(statm);
-  }
-  return static_cast<std::size_t>(pages) * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  std::size_t size = 0, pages = 0;  // 0 when the file cannot be read
+  std::ifstream("/proc/self/statm") >> size >> pages;
+  return pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
 // Resident bytes gained since `start` (negative when memory went back).
@@ -55,15 +51,12 @@ long long growthSince(std::size_t start) {
 }
 
 // Sizes 1 to 256 from a fixed pseudo-random sequence.
-class Sizes {
- public:
+struct Sizes {
+  std::uint64_t state = 42;
   std::size_t next() {
-    _state = _state * 6364136223846793005ull + 1442695040888963407ull;
-    return 1 + static_cast<std::size_t>(_state >> 33) % ydetail::kSmallObjectLimit;
+    state = state * 6364136223846793005ull + 1442695040888963407ull;
+    return 1 + static_cast<std::size_t>(state >> 33) % ydetail::kSmallObjectLimit;
   }
-
- private:
-  std::uint64_t _state = 42;
 };
 
 struct Block {
