@@ -162,4 +162,27 @@ inline ::testing::AssertionResult has(const std::string& text, const std::string
   return ::testing::AssertionFailure() << "\"" << part << "\" not in:\n" << text;
 }
 
+/// A run of corvane and what it gives: standard output, a part of standard
+/// error ("" for any) and the exit code.
+struct Expected {
+  std::vector<std::string> args;
+  std::string out, errHas;
+  int exitCode = 0;
+};
+
+/// Runs each row with `prefix` before its arguments and checks what it gives;
+/// a failing run's standard error starts with "corvane: ".
+inline void expectRuns(const std::vector<std::string>& prefix, const std::vector<Expected>& rows) {
+  for (const Expected& row : rows) {
+    std::vector<std::string> args = prefix;
+    args.insert(args.end(), row.args.begin(), row.args.end());
+    SCOPED_TRACE(::testing::PrintToString(args));
+    auto run = runTool(args);
+    EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
+    EXPECT_EQ(run.out, row.out);
+    EXPECT_TRUE(has(run.err, row.errHas));
+    EXPECT_TRUE(row.exitCode == 0 || run.err.rfind("corvane: ", 0) == 0) << run.err;
+  }
+}
+
 }  // namespace clitest

@@ -22,10 +22,7 @@ class CliVerbs : public CliTest {
 };
 
 TEST_F(CliVerbs, GetPrintsNamesAndValuesInEveryFormat) {
-  struct Case {
-    Args args;
-    std::string out, errHas;
-  } cases[] = {
+  expectRuns({"get"}, {
       {{app}, "main\nnet-work\n", ""},
       {{app, "main"}, "name\npaths\n", ""},
       {{app, "main", "name"}, "Corvane demo\n", ""},
@@ -45,15 +42,7 @@ TEST_F(CliVerbs, GetPrintsNamesAndValuesInEveryFormat) {
       {{"--format=ini", app, "main"}, "[main]\nname = Corvane demo\npaths = /usr/share\n    /opt/share\nname = second\n",
        ""},
       {{"--format=ini", app, "main", "paths"}, "paths = /usr/share\n    /opt/share\n", ""},
-  };
-  for (const Case& c : cases) {
-    Args args{"get"};
-    args.insert(args.end(), c.args.begin(), c.args.end());
-    auto run = runTool(args);
-    EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(run.out, c.out) << args[1];
-    EXPECT_TRUE(has(run.err, c.errHas));
-  }
+  });
   EXPECT_EQ(nlohmann::json::parse(runTool({"get", app, "--format=json"}).out), nlohmann::json::parse(R"({
     "": {"mode": "fast"}, "main": {"name": "Corvane demo", "paths": "/usr/share\n /opt/share"},
     "net-work": {"host": "example.org", "it's": "o'k"}})"));
@@ -69,34 +58,24 @@ TEST_F(CliVerbs, MissingAndBrokenInputsExitWithTheirCodes) {
   const std::string linkToNothing = folder.path("dangling.ini"), loop = folder.path("loop.ini");
   ASSERT_EQ(::symlink(folder.path("nothing.ini").c_str(), linkToNothing.c_str()), 0);
   ASSERT_EQ(::symlink(loop.c_str(), loop.c_str()), 0);
-  struct Case {
-    Args args;
-    int exitCode;
-    std::string errHas;
-  } cases[] = {
-      {{"get", app, "nowhere"}, 1, "app.ini: no section [nowhere]"},
-      {{"get", app, "main", "missing"}, 1, "app.ini: section [main] has no option 'missing'"},
-      {{"get", app, "", "missing"}, 1, "has no option 'missing'"},
-      {{"get", folder.file("empty.ini", ""), "main"}, 1, "no section [main]"},
-      {{"get", folder.path("absent.ini"), "main"}, 3, "absent.ini: no such file"},
-      {{"get", folder.path(""), "main"}, 3, "cannot read"},  // a folder
-      {{"get", linkToNothing}, 3, "which does not exist"},
-      {{"set", linkToNothing, "a", "k", "v"}, 3, "which does not exist"},
-      {{"get", loop}, 3, "loop"},
+  expectRuns({}, {
+      {{"get", app, "nowhere"}, "", "app.ini: no section [nowhere]", 1},
+      {{"get", app, "main", "missing"}, "", "app.ini: section [main] has no option 'missing'", 1},
+      {{"get", app, "", "missing"}, "", "has no option 'missing'", 1},
+      {{"get", folder.file("empty.ini", ""), "main"}, "", "no section [main]", 1},
+      {{"get", folder.path("absent.ini"), "main"}, "", "absent.ini: no such file", 3},
+      {{"get", folder.path(""), "main"}, "", "cannot read", 3},  // a folder
+      {{"get", linkToNothing}, "", "which does not exist", 3},
+      {{"set", linkToNothing, "a", "k", "v"}, "", "which does not exist", 3},
+      {{"get", loop}, "", "loop", 3},
       // Not text: a UTF-16 mark and an odd byte count; NUL bytes.
-      {{"get", folder.file("broken.ini", std::string("\xFF\xFE[\0a\0]", 7)), "a"}, 3, "broken.ini: not text"},
-      {{"get", folder.file("binary.ini", std::string("[a]\nk=\0\x01\x02\n", 10)), "a"}, 3, "binary data"},
-      {{"set", app, "main", "name", "x", "--output", folder.path("no/such/dir/out.ini")}, 3, "out.ini"},
-      {{"set", app, "main", "name", "\xE2\x82\xAC", "--encoding", "latin1"}, 3, "app.ini: cannot write the text in"},
-      {{"set", folder.path("no/such/dir/new.ini"), "a", "k", "v"}, 3, "new.ini: cannot open its folder"},
-  };
-  for (const Case& c : cases) {
-    auto run = runTool(c.args);
-    EXPECT_EQ(run.exitCode, c.exitCode) << c.args[0] << " " << c.args[1] << " " << run.err;
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err.rfind("corvane: ", 0), 0u) << run.err;
-    EXPECT_TRUE(has(run.err, c.errHas));
-  }
+      {{"get", folder.file("broken.ini", std::string("\xFF\xFE[\0a\0]", 7)), "a"}, "", "broken.ini: not text", 3},
+      {{"get", folder.file("binary.ini", std::string("[a]\nk=\0\x01\x02\n", 10)), "a"}, "", "binary data", 3},
+      {{"set", app, "main", "name", "x", "--output", folder.path("no/such/dir/out.ini")}, "", "out.ini", 3},
+      {{"set", app, "main", "name", "\xE2\x82\xAC", "--encoding", "latin1"}, "",
+       "app.ini: cannot write the text in", 3},
+      {{"set", folder.path("no/such/dir/new.ini"), "a", "k", "v"}, "", "new.ini: cannot open its folder", 3},
+  });
   EXPECT_EQ(readBytes(app), kApp);
   EXPECT_FALSE(std::filesystem::exists(folder.path("nothing.ini")));
 }
@@ -164,21 +143,11 @@ TEST_F(CliVerbs, MergeSetsEverySectionAndOptionOfTheSource) {
 TEST_F(CliVerbs, TemplatePutsValuesIntoTheLibrarysTemplates) {
   const std::string values = folder.file("values.ini", "[a]\nk=1\nx=2\n[b]\ny=3\n");
   const std::string refused = "the template holds comments, blank lines or line ends";
-  struct Case {
-    std::string templateText;
-    int exitCode;
-    std::string out, errHas;
-  } cases[] = {
-      {"[a]", 0, "[a]\nk=1\nx=2", ""},
-      {"[a]\nk=0\n", 4, "", refused},
-      {"# note\n", 4, "", refused},
-  };
-  for (const Case& c : cases) {
-    auto run = runTool({"template", folder.file("t.tmpl", c.templateText), values});
-    EXPECT_EQ(run.exitCode, c.exitCode);
-    EXPECT_EQ(run.out, c.out);
-    EXPECT_TRUE(has(run.err, c.errHas));
-  }
+  expectRuns({"template"}, {
+      {{folder.file("a.tmpl", "[a]"), values}, "[a]\nk=1\nx=2", ""},
+      {{folder.file("option.tmpl", "[a]\nk=0\n"), values}, "", refused, 4},
+      {{folder.file("comment.tmpl", "# note\n"), values}, "", refused, 4},
+  });
   EXPECT_TRUE(has(runTool({"help", "template"}).out, "'[main]' alone"));
 }
 
