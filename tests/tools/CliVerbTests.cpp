@@ -94,14 +94,12 @@ TEST_F(CliVerbs, SetAddsWhatIsMissingUnlessExistingIsGiven) {
             "0 [a]\nk=v\n[b]\nn=-1\nm=--verbose\n");
 
   // --existing: a missing file, section or option fails, writing nothing.
-  for (const Args& args : {Args{"set", "--existing", folder.path("none.ini"), "a", "k", "v"},
-                           Args{"set", "--existing", fresh, "c", "k", "v"}, Args{"set", "--existing", fresh, "c"},
-                           Args{"set", fresh, "--existing", "a", "x", "v"},
-                           Args{"set", "--existing", fresh, "", "x", "v"}}) {
-    auto run = runTool(args);
-    EXPECT_EQ(run.exitCode, 1) << args[2] << " " << args[3];
-    EXPECT_TRUE(has(run.err, "(--existing); nothing was written"));
-  }
+  const std::string refused = "(--existing); nothing was written";
+  expectRuns({"set"}, {{{"--existing", folder.path("none.ini"), "a", "k", "v"}, "", refused, 1},
+                       {{"--existing", fresh, "c", "k", "v"}, "", refused, 1},
+                       {{"--existing", fresh, "c"}, "", refused, 1},
+                       {{fresh, "--existing", "a", "x", "v"}, "", refused, 1},
+                       {{"--existing", fresh, "", "x", "v"}, "", refused, 1}});
   EXPECT_FALSE(std::filesystem::exists(folder.path("none.ini")));
   EXPECT_EQ(readBytes(fresh), "[a]\nk=v\n[b]\nn=-1\nm=--verbose\n");
   EXPECT_EQ(runTool({"set", "--existing", fresh, "a", "k", "w"}).exitCode, 0);
