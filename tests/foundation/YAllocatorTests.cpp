@@ -10,9 +10,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <deque>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -40,13 +40,9 @@ constexpr bool kPoolBypassed = false;
 constexpr std::size_t kMiB = std::size_t(1) << 20;
 
 std::size_t residentBytes() {
-  long pages = 0;
-  if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
-    long size = 0;
-    if (std::fscanf(statm, "%ld %ld", &size, &pages) != 2) pages = 0;
-    std::fclose(statm);
-  }
-  return static_cast<std::size_t>(pages) * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  std::size_t size = 0, pages = 0;  // 0 when the file cannot be read
+  std::ifstream("/proc/self/statm") >> size >> pages;
+  return pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
 // Resident bytes gained since `start` (negative when memory went back).
@@ -55,15 +51,12 @@ long long growthSince(std::size_t start) {
 }
 
 // Sizes 1 to 256 from a fixed pseudo-random sequence.
-class Sizes {
- public:
+struct Sizes {
+  std::uint64_t state = 42;
   std::size_t next() {
-    _state = _state * 6364136223846793005ull + 1442695040888963407ull;
-    return 1 + static_cast<std::size_t>(_state >> 33) % ydetail::kSmallObjectLimit;
+    state = state * 6364136223846793005ull + 1442695040888963407ull;
+    return 1 + static_cast<std::size_t>(state >> 33) % ydetail::kSmallObjectLimit;
   }
-
- private:
-  std::uint64_t _state = 42;
 };
 
 struct Block {
@@ -167,22 +160,20 @@ TEST(YAllocatorTest, AProducerWhoseBlocksAnotherThreadFreesStaysBounded) {
   std::size_t damaged = 0;
   bool done = false;
   std::thread consumer([&] {
+    std::unique_lock<std::mutex> lock(mutex);
     for (;;) {
-      Round round;
-      {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [&] { return done || !queue.empty(); });
-        if (queue.empty()) return;
-        round = std::move(queue.front());
-        queue.pop_front();
-      }
+      changed.wait(lock, [&] { return done || !queue.empty(); });
+      if (queue.empty()) return;
+      Round round = std::move(queue.front());
+      queue.pop_front();
+      lock.unlock();  // freed while the producer makes the next round
       std::size_t bad = 0;
       for (const Block& block : round.blocks) {
         bad += !intact(block);
         ydetail::smallDeallocate(block.memory, block.size);
       }
       round.strings.clear();
-      std::lock_guard<std::mutex> lock(mutex);
+      lock.lock();
       damaged += bad;
       ++released;
       changed.notify_all();
@@ -206,16 +197,12 @@ TEST(YAllocatorTest, AProducerWhoseBlocksAnotherThreadFreesStaysBounded) {
     std::unique_lock<std::mutex> lock(mutex);
     changed.wait(lock, [&] { return queue.size() < 2; });
     queue.push_back(std::move(round));
+    done = i == kRounds;  // the consumer ends once it has freed the last round
     changed.notify_all();
     if (i == kWarmUp || i == kRounds) {
       changed.wait(lock, [&] { return released == i; });
       if (i == kWarmUp) warm = residentBytes();
     }
-  }
-  {
-    std::lock_guard<std::mutex> lock(mutex);
-    done = true;
-    changed.notify_all();
   }
   consumer.join();
   EXPECT_EQ(damaged, 0u);

@@ -15,24 +15,20 @@ namespace {
 
 static constexpr const char YUnitName[] = "YTestUnit";
 
-struct Failure {
-  std::string method;
-  const YObject* object;
-  std::string unit;
-  int line;
-  YString description;
-};
-
+// Records each failure as "method unit:line description" and the object it names.
 class RecordingHandler : public YAssertionHandler {
  public:
-  std::vector<Failure> failures;
+  std::vector<std::string> failures;
+  std::vector<const YObject*> objects;
   void handleFailureInMethod(const char* method, const YObject* object, const char* unit, int line,
                              const YString& description) override {
-    failures.push_back(Failure{method, object, unit, line, description});
+    failures.push_back(std::string(method) + " " + unit + ":" + std::to_string(line) + " " +
+                       description.UTF8String());
+    objects.push_back(object);
   }
   void handleFailureInFunction(const char* function, const char* unit, int line,
                                const YString& description) override {
-    failures.push_back(Failure{function, nullptr, unit, line, description});
+    handleFailureInMethod(function, nullptr, unit, line, description);
   }
 };
 
@@ -95,19 +91,14 @@ TEST(YAssertionHandlerTest, ReturningHandlerRecordsAndIsPerThread) {
   YAssertionHandler::setCurrentHandler(previous);
   EXPECT_TRUE(otherThreadThrew);
 
-  ASSERT_EQ(recorder->failures.size(), 4u);
-  const Failure& f = recorder->failures[0];
-  EXPECT_EQ(f.method, "take");
-  EXPECT_EQ(f.object, checker.get());
-  EXPECT_EQ(f.unit, "YTestUnit");
-  EXPECT_EQ(f.line, checker->checkedLine);
-  EXPECT_EQ(f.description, YString(u"Invalid parameter not satisfying: element != nil"));
-  EXPECT_EQ(recorder->failures[1].line, 75);
-  EXPECT_EQ(recorder->failures[1].description, YString(u"Invalid parameter not satisfying: textWriter != nil"));
-  EXPECT_EQ(recorder->failures[2].method, "freeCheck");
-  EXPECT_EQ(recorder->failures[2].object, nullptr);
-  EXPECT_EQ(recorder->failures[2].line, freeCheckLine);
-  EXPECT_EQ(recorder->failures[3].description, YString(u"Options must belong to a Section"));
+  const std::string unmet = " Invalid parameter not satisfying: ";
+  const std::vector<std::string> expected = {
+      "take YTestUnit:" + std::to_string(checker->checkedLine) + unmet + "element != nil",
+      "takeAtFixedLine YTestUnit:75" + unmet + "textWriter != nil",
+      "freeCheck YTestUnit:" + std::to_string(freeCheckLine) + unmet + "element != nil",
+      "save YTestUnit:12 Options must belong to a Section"};
+  EXPECT_EQ(recorder->failures, expected);
+  EXPECT_EQ(recorder->objects, (std::vector<const YObject*>{checker.get(), checker.get(), nullptr, checker.get()}));
 }
 
 TEST(YLogTest, SinkAndDefaultLine) {

@@ -78,6 +78,12 @@ struct Recording {
 std::string describe(const std::shared_ptr<YError>& error) {
   return error ? error->localizedDescription().UTF8String() : "(no error)";
 }
+using Lines = std::vector<std::string>;
+/// The error's code, errno and description on one line.
+std::string summary(const std::shared_ptr<YError>& error) {
+  if (!error) return "(no error)";
+  return std::to_string(error->code()) + " " + std::to_string(error->underlyingErrno()) + " " + describe(error);
+}
 
 ino_t inodeOf(const std::string& path) {
   struct stat status{};
@@ -105,9 +111,7 @@ TEST(YFileWriteTest, AtomicSaveFlushesTheFileBeforeTheRenameAndTheFolderAfter) {
         const bool saved = YWriteFile(YString(dir / "t.ini"), "new", true, &error);
         return {saved ? "saved" : describe(error), recording.events()};
       });
-      ASSERT_EQ(report.size(), 2u) << report.back();
-      EXPECT_EQ(report[0], "saved");
-      EXPECT_EQ(report[1], "flush file; rename; flush folder; ");
+      EXPECT_EQ(report, (Lines{"saved", "flush file; rename; flush folder; "}));
       EXPECT_EQ(readBytes(dir / "t.ini"), "new");
       EXPECT_EQ(listing(dir.path), "t.ini ");
     }
@@ -126,11 +130,9 @@ TEST(YFileWriteTest, AFailedFlushOfTheFolderIsReported) {
   gFailFolderFlush = true;
   std::shared_ptr<YError> error;
   EXPECT_FALSE(YWriteFile(YString(dir / "t.ini"), "new", true, &error));
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->code(), YFileWriteNotFlushedError);
-  EXPECT_EQ(error->underlyingErrno(), EIO);
-  EXPECT_EQ(describe(error), "File '" + dir / "t.ini" +
-                                 "' was replaced, but its folder could not be flushed to disk: Input/output error");
+  EXPECT_EQ(summary(error), std::to_string(YFileWriteNotFlushedError) + " " + std::to_string(EIO) + " File '" +
+                                dir / "t.ini" + "' was replaced, but its folder could not be flushed to disk: " +
+                                "Input/output error");
   EXPECT_EQ(readBytes(dir / "t.ini"), "new");  // the rename happened; only its durability is in doubt
   EXPECT_EQ(listing(dir.path), "t.ini ");
 }
@@ -264,27 +266,18 @@ TEST(YFileWriteTest, OnlyStaleFilesOfOurPatternForTheTargetAreRemoved) {
   TempDir dir;
   writeBytes(dir / "t.ini", "old", 0644);
   const timespec old[2] = {{std::time(nullptr) - 7200, 0}, {std::time(nullptr) - 7200, 0}};
-  std::set<std::string> expected = {"t.ini"};
+  std::set<std::string> expected = {"t.ini", "other-link"};
   for (const Case& c : cases) {
     const std::string path = dir / c.name;
-    switch (c.kind) {
-      case kFile: writeBytes(path, "litter", 0600); break;
-      case kLink: ASSERT_EQ(::symlink("t.ini", path.c_str()), 0); break;
-      case kFolder: ASSERT_EQ(::mkdir(path.c_str(), 0700), 0); break;
-      case kTwoLinks:
-        writeBytes(path, "litter", 0600);
-        ASSERT_EQ(::link(path.c_str(), (dir / "other-link").c_str()), 0);
-        expected.insert("other-link");
-        break;
-      case kOtherOwner:
-        if (::geteuid() != 0) continue;
-        writeBytes(path, "litter", 0600);
-        ASSERT_EQ(::chown(path.c_str(), 65534, 65534), 0);
-        break;
-    }
-    if (c.old) {
-      ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), old, AT_SYMLINK_NOFOLLOW), 0);
-    }
+    if (c.kind == kOtherOwner && ::geteuid() != 0) continue;
+    int bad = 0;  // -1 once a call that sets the entry up failed
+    if (c.kind == kLink) bad |= ::symlink("t.ini", path.c_str());
+    else if (c.kind == kFolder) bad |= ::mkdir(path.c_str(), 0700);
+    else writeBytes(path, "litter", 0600);
+    if (c.kind == kTwoLinks) bad |= ::link(path.c_str(), (dir / "other-link").c_str());
+    if (c.kind == kOtherOwner) bad |= ::chown(path.c_str(), 65534, 65534);
+    if (c.old) bad |= ::utimensat(AT_FDCWD, path.c_str(), old, AT_SYMLINK_NOFOLLOW);
+    ASSERT_EQ(bad, 0) << c.name;
     if (!c.removed) expected.insert(c.name);
   }
   ASSERT_TRUE(YWriteFile(YString(dir / "t.ini"), "new", true, nullptr));
@@ -316,8 +309,8 @@ TEST(YFileWriteTest, WritingThroughFillsFifosAndDevicesAndNeverReplacesThem) {
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
     if (::access("/dev/full", W_OK) == 0) {
       EXPECT_FALSE(YWriteFile(YString("/dev/full"), bytes, through, &error));
-      EXPECT_EQ(error->code(), YFileWriteOutOfSpaceError);
-      EXPECT_EQ(describe(error), "Cannot write file '/dev/full': No space left on device");
+      EXPECT_EQ(summary(error), std::to_string(YFileWriteOutOfSpaceError) + " " + std::to_string(ENOSPC) +
+                                    " Cannot write file '/dev/full': No space left on device");
     }
 
     // A regular file is still replaced as usual.
@@ -353,12 +346,9 @@ TEST(YFileWriteTest, WritingThroughStandardOutputWritesIntoWhatItIs) {
     lines.push_back(inodeOf(file) == before ? "same file" : "replaced");
     return lines;
   });
-  ASSERT_EQ(report.size(), 5u) << report.back();
-  EXPECT_EQ(report[0], "saved");
-  EXPECT_EQ(report[1], "piped");
-  EXPECT_EQ(report[2], "Cannot write file '/dev/stdout': it is a FIFO (named pipe), not a regular file");
-  EXPECT_EQ(report[3], "saved");
-  EXPECT_EQ(report[4], "same file");
+  EXPECT_EQ(report, (Lines{"saved", "piped",
+                           "Cannot write file '/dev/stdout': it is a FIFO (named pipe), not a regular file", "saved",
+                           "same file"}));
   EXPECT_EQ(readBytes(file), "log\nadded\n");
 }
 
@@ -378,10 +368,7 @@ TEST(YFileWriteTest, AReaderThatGoesAwayFailsTheWriteWithoutSignal) {
     return {saved ? "saved" : std::to_string(error->underlyingErrno()),
             sigismember(&pending, SIGPIPE) ? "pending" : "none", sigismember(&blocked, SIGPIPE) ? "blocked" : "open"};
   });
-  ASSERT_EQ(report.size(), 3u) << report.back();
-  EXPECT_EQ(report[0], std::to_string(EPIPE));
-  EXPECT_EQ(report[1], "none");
-  EXPECT_EQ(report[2], "open");
+  EXPECT_EQ(report, (Lines{std::to_string(EPIPE), "none", "open"}));
 }
 
 TEST(YFileWriteTest, LinkCountFollowsSymbolicLinks) {
@@ -393,9 +380,8 @@ TEST(YFileWriteTest, LinkCountFollowsSymbolicLinks) {
   EXPECT_EQ(YFileLinkCount(YString(dir / "link"), nullptr), 2u);
   std::shared_ptr<YError> error;
   EXPECT_EQ(YFileLinkCount(YString(dir / "missing"), &error), std::nullopt);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->code(), YFileNoSuchFileError);
-  EXPECT_EQ(error->underlyingErrno(), ENOENT);
+  EXPECT_EQ(summary(error), std::to_string(YFileNoSuchFileError) + " " + std::to_string(ENOENT) +
+                                " Cannot examine file '" + dir / "missing" + "': No such file or directory");
 }
 
 }  // namespace

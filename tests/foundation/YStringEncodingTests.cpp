@@ -92,30 +92,46 @@ TEST(YStringEncodingTest, UnrepresentableTextAndInvalidBytesFailWithAnError) {
   }
 }
 
-TEST(YStringEncodingTest, DetectionByteOrderMarkFirstThenStrictUTF8) {
-  const YString text("hi\xE2\x82\xAC");  // hi€
-  const std::pair<std::string, YStringEncoding> cases[] = {
-      {"\xEF\xBB\xBFhi\xE2\x82\xAC", YUTF8StringEncoding},
-      {"hi\xE2\x82\xAC", YUTF8StringEncoding},
-      {std::string("\xFF\xFEh\0i\0\xAC\x20", 8), YUnicodeStringEncoding},
-      {std::string("\xFE\xFF\0h\0i\x20\xAC", 8), YUnicodeStringEncoding},
-      {std::string("\xFF\xFE\0\0h\0\0\0i\0\0\0\xAC\x20\0\0", 16), YUTF32StringEncoding},
-      {std::string("\0\0\xFE\xFF\0\0\0h\0\0\0i\0\0\x20\xAC", 16), YUTF32StringEncoding},
+// A byte-order mark decides; then UTF-8, kept when under 1% of the bytes are
+// invalid (each shown as U+FFFD); else the charset detector.
+TEST(YStringEncodingTest, DetectionByteOrderMarkFirstThenMostlyValidUTF8) {
+  constexpr YStringEncoding kLegacy = 0;  // Latin-1 or Windows-1252, the detector's choice
+  constexpr YStringEncoding kNotUTF8 = 1;  // anything but UTF-8, without replacements
+  const std::string ascii(198, 'a');
+  const std::u16string hi = u"hi\u20AC", replaced = std::u16string(198, u'a') + u"\uFFFD";
+  struct Case {
+    std::string bytes;
+    YStringEncoding used;
+    std::u16string text;
+  } cases[] = {
+      {"\xEF\xBB\xBFhi\xE2\x82\xAC", YUTF8StringEncoding, hi},
+      {"hi\xE2\x82\xAC", YUTF8StringEncoding, hi},
+      {std::string("\xFF\xFEh\0i\0\xAC\x20", 8), YUnicodeStringEncoding, hi},
+      {std::string("\xFE\xFF\0h\0i\x20\xAC", 8), YUnicodeStringEncoding, hi},
+      {std::string("\xFF\xFE\0\0h\0\0\0i\0\0\0\xAC\x20\0\0", 16), YUTF32StringEncoding, hi},
+      {std::string("\0\0\xFE\xFF\0\0\0h\0\0\0i\0\0\x20\xAC", 16), YUTF32StringEncoding, hi},
+      {ascii + "\xE9", YUTF8StringEncoding, replaced},                    // 1 in 199
+      {"\xEF\xBB\xBF" + ascii + "\xE9", YUTF8StringEncoding, replaced},  // behind a byte-order mark
+      {std::string(300, 'a') + "gr\xC3\xBC\xC3\x9F \xE9t\xE9", YUTF8StringEncoding,  // 2 in 311
+       std::u16string(300, u'a') + u"gr\u00FC\u00DF \uFFFDt\uFFFD"},
+      {std::string(98, 'a') + "\xE9", kNotUTF8, u""},  // 1 in 99
+      {*YEncodeString(kLatin, YISOLatin1StringEncoding, nullptr), kLegacy, kLatin.u16string()},
   };
-  for (const auto& [bytes, detected] : cases) {
-    SCOPED_TRACE(testing::PrintToString(bytes));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.bytes.substr(0, 40)));
     YStringEncoding used = 0;
-    EXPECT_EQ(YDecodeBytesDetectingEncoding(bytes, &used, nullptr), text);
-    EXPECT_EQ(used, detected);
+    const YString text = YDecodeBytesDetectingEncoding(c.bytes, &used, nullptr);
+    if (c.used == kNotUTF8) {
+      EXPECT_NE(used, YUTF8StringEncoding);
+      EXPECT_EQ(text.view().find(u'\uFFFD'), std::u16string_view::npos);
+      continue;
+    }
+    EXPECT_EQ(text, YString(c.text));
+    EXPECT_TRUE(c.used == kLegacy ? used == YISOLatin1StringEncoding || used == YWindowsCP1252StringEncoding
+                                  : used == c.used) << used;
   }
   // A mark of the named encoding is dropped as well.
   EXPECT_EQ(YDecodeBytes(std::string("\xFF\xFEh\0", 4), YUTF16LittleEndianStringEncoding, nullptr), YString(u"h"));
-
-  // Invalid UTF-8 goes to the charset detector.
-  YStringEncoding used = 0;
-  EXPECT_EQ(YDecodeBytesDetectingEncoding(*YEncodeString(kLatin, YISOLatin1StringEncoding, nullptr), &used, nullptr),
-            kLatin);
-  EXPECT_TRUE(used == YISOLatin1StringEncoding || used == YWindowsCP1252StringEncoding) << used;
 }
 
 TEST(YStringEncodingTest, ReplacingDecoderGivesOneReplacementPerInvalidSequence) {
@@ -141,48 +157,24 @@ TEST(YStringEncodingTest, ReplacingDecoderGivesOneReplacementPerInvalidSequence)
   }
 }
 
-TEST(YStringEncodingTest, DetectionKeepsUTF8WithFewInvalidBytes) {
-  // One stray byte in 199 is under 1% of the bytes; one in 99 is not.
-  const std::string ascii(198, 'a');
-  struct Case {
-    std::string bytes;
-    bool utf8;
-  } cases[] = {
-      {ascii + "\xE9", true},                                    // 1 in 199
-      {std::string(98, 'a') + "\xE9", false},                     // 1 in 99
-      {"\xEF\xBB\xBF" + ascii + "\xE9", true},                    // behind a byte-order mark
-      {std::string(300, 'a') + "gr\xC3\xBC\xC3\x9F \xE9t\xE9", true},  // 2 in 311, with valid sequences
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.bytes));
-    YStringEncoding used = 0;
-    YString text = YDecodeBytesDetectingEncoding(c.bytes, &used, nullptr);
-    EXPECT_EQ(used == YUTF8StringEncoding, c.utf8) << used;
-    EXPECT_EQ(text.view().find(u'\uFFFD') != std::u16string_view::npos, c.utf8);
-  }
-}
-
 // Writes `text` into `path` in `encoding`.
 bool writeText(const YString& text, const std::string& path, bool atomically,
                std::shared_ptr<YError>* error = nullptr, YStringEncoding encoding = YUTF8StringEncoding) {
   return text.writeToFileAtomicallyEncodingError(YString(path), atomically, encoding, error);
 }
 
-TEST(YFileTest, ReadingAMissingFileGivesNullAndAnError) {
-  filefault::TempDir dir;
-  std::shared_ptr<YError> error;
-  YStringEncoding used = 77;
-  EXPECT_TRUE(YString::stringWithContentsOfFileUsedEncodingError(YString(dir / "missing.ini"), &used, &error).isNull());
-  EXPECT_EQ(used, 77u);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->domain(), YFoundationErrorDomain);
-  EXPECT_EQ(error->code(), 4);
-  EXPECT_EQ(error->underlyingErrno(), ENOENT);
-}
-
-TEST(YFileTest, WritesAndReadsBackWithDetection) {
+TEST(YFileTest, WritesAndReadsBackWithDetectionAndAMissingFileGivesNullAndAnError) {
   filefault::TempDir dir;
   const YString file(dir / "a.ini");
+  // Before it exists: null, the encoding left as it was, and an error.
+  std::shared_ptr<YError> missing;
+  YStringEncoding untouched = 77;
+  EXPECT_TRUE(YString::stringWithContentsOfFileUsedEncodingError(file, &untouched, &missing).isNull());
+  EXPECT_EQ(untouched, 77u);
+  ASSERT_TRUE(missing);
+  EXPECT_EQ(missing->domain(), YFoundationErrorDomain);
+  EXPECT_EQ(missing->code(), 4);
+  EXPECT_EQ(missing->underlyingErrno(), ENOENT);
   // Detected encoding; 0: no mark, not detectable.
   const std::pair<YStringEncoding, YStringEncoding> cases[] = {
       {YUTF8StringEncoding, YUTF8StringEncoding},

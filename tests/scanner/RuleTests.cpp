@@ -26,46 +26,63 @@ TEST(RegularExpressionRule, SubtokensCountFromTokenStart) {
   EXPECT_EQ(tokenAt(*groupRule(u"(?<b>x)(?<a>y)", {{u"a", u"A"}, {u"b", u"B"}}), u"xy", 0), "t@0+2[B@0+1 A@1+1]");
 }
 
-TEST(RegularExpressionRule, AnchorsAndDot) {
+// Each rule matches only at the position it is given.
+TEST(Rules, MatchAtThePositionOnly) {
+  auto re = [](const char16_t* pattern, unsigned options = 0) -> std::shared_ptr<YRule> {
+    return regexRule(pattern, u"t", options);
+  };
+  auto eol = [](const char16_t* open) -> std::shared_ptr<YRule> {
+    return YEndOfLineRule::ruleWithOpenSequenceTokenClass(YString(open), YTokenClass::tokenClass(YString(u"t")));
+  };
   struct {
-    const char16_t* pattern;
-    unsigned options;
+    std::shared_ptr<YRule> rule;
     const char16_t* text;
     int position;
     const char* token;
   } cases[] = {
-      {u"b", 0, u"ab", 0, "none"},                // only at the position
-      {u"b", 0, u"ab", 1, "t@1+1"},
-      {u"^b", 0, u"ab", 1, "t@1+1"},              // ^ at the scanning position
-      {u"x\\z", 0, u"x\nx", 0, "none"},           // \z is not a line end
-      {u"x\\z", 0, u"x\nx", 2, "t@2+1"},          // but the end of the text
-      {u"x$", 0, u"x\n", 0, "t@0+1"},             // $ before a final LF
-      {u"x$", 0, u"x\nx", 0, "none"},
-      {u".+", 0, u"a\rb\nc", 0, "t@0+3"},         // . takes CR, stops at LF
-      {u".+", YRegularExpressionDotMatchesAll, u"a\nb", 0, "t@0+3"},
-      {u"a.^b", YRegularExpressionMultiline | YRegularExpressionDotMatchesAll, u"a\nb", 0, "t@0+3"},
-      {u"a?", 0, u"b", 0, "none"},                // an empty match is no match
-      {u"a*?", 0, u"aa", 0, "t@0+1"},             // ... so a lazy rule takes one unit
-      {u"(?=b)", 0, u"b", 0, "none"},
-      {u"K", YRegularExpressionCaseInsensitive, u"k", 0, "t@0+1"},
-      {u"(?i)k", 0, u"K", 0, "t@0+1"},            // inline caseless past the start filter
-      {u"[ab]x", 0, u"bx", 0, "t@0+2"},
-      {u"a b # note", YRegularExpressionExtended, u"ab", 0, "t@0+2"},
-      {u"a.b", YRegularExpressionLiteral, u"a.b", 0, "t@0+3"},
-      {u"a.b", YRegularExpressionLiteral, u"axb", 0, "none"},
-      {u"\u0100", 0, u"\u0100", 0, "t@0+1"},       // code units above 255
-      {u"\u00e9", YRegularExpressionCaseInsensitive | YRegularExpressionUnicode, u"\u00c9", 0, "t@0+1"},
-      {u".", 0, u"\U0001F600", 0, "t@0+1"},        // code units by default
-      {u".", YRegularExpressionUnicode, u"\U0001F600", 0, "t@0+2"},
-      {u".", YRegularExpressionUnicode, u"\xD800", 0, "none"},  // a lone surrogate never matches
-      {u"\\w+", YRegularExpressionUnicode, u"d\u00e9j\u00e0 vu", 0, "t@0+4"},  // Unicode properties
-      {u"\\w+", 0, u"d\u00e9j\u00e0 vu", 0, "t@0+1"},                         // ASCII ones
-      {u"[[:alpha:]]+", YRegularExpressionUnicode, u"\u00c9t\u00e9", 0, "t@0+3"},
+      // Regular expressions: anchors, the dot, options.
+      {re(u"b"), u"ab", 0, "none"},                // only at the position
+      {re(u"b"), u"ab", 1, "t@1+1"},
+      {re(u"^b"), u"ab", 1, "t@1+1"},              // ^ at the scanning position
+      {re(u"x\\z"), u"x\nx", 0, "none"},           // \z is not a line end
+      {re(u"x\\z"), u"x\nx", 2, "t@2+1"},          // but the end of the text
+      {re(u"x$"), u"x\n", 0, "t@0+1"},             // $ before a final LF
+      {re(u"x$"), u"x\nx", 0, "none"},
+      {re(u".+"), u"a\rb\nc", 0, "t@0+3"},         // . takes CR, stops at LF
+      {re(u".+", YRegularExpressionDotMatchesAll), u"a\nb", 0, "t@0+3"},
+      {re(u"a.^b", YRegularExpressionMultiline | YRegularExpressionDotMatchesAll), u"a\nb", 0, "t@0+3"},
+      {re(u"a?"), u"b", 0, "none"},                // an empty match is no match
+      {re(u"a*?"), u"aa", 0, "t@0+1"},             // ... so a lazy rule takes one unit
+      {re(u"(?=b)"), u"b", 0, "none"},
+      {re(u"K", YRegularExpressionCaseInsensitive), u"k", 0, "t@0+1"},
+      {re(u"(?i)k"), u"K", 0, "t@0+1"},            // inline caseless past the start filter
+      {re(u"[ab]x"), u"bx", 0, "t@0+2"},
+      {re(u"a b # note", YRegularExpressionExtended), u"ab", 0, "t@0+2"},
+      {re(u"a.b", YRegularExpressionLiteral), u"a.b", 0, "t@0+3"},
+      {re(u"a.b", YRegularExpressionLiteral), u"axb", 0, "none"},
+      {re(u"\u0100"), u"\u0100", 0, "t@0+1"},       // code units above 255
+      {re(u"\u00e9", YRegularExpressionCaseInsensitive | YRegularExpressionUnicode), u"\u00c9", 0, "t@0+1"},
+      {re(u"."), u"\U0001F600", 0, "t@0+1"},        // code units by default
+      {re(u".", YRegularExpressionUnicode), u"\U0001F600", 0, "t@0+2"},
+      {re(u".", YRegularExpressionUnicode), u"\xD800", 0, "none"},  // a lone surrogate never matches
+      {re(u"\\w+", YRegularExpressionUnicode), u"d\u00e9j\u00e0 vu", 0, "t@0+4"},  // Unicode properties
+      {re(u"\\w+"), u"d\u00e9j\u00e0 vu", 0, "t@0+1"},                         // ASCII ones
+      {re(u"[[:alpha:]]+", YRegularExpressionUnicode), u"\u00c9t\u00e9", 0, "t@0+3"},
+      // End-of-line rules stop before the line end.
+      {eol(u"#"), u"# a\nb", 0, "t@0+3"},        // LF
+      {eol(u"#"), u"# a\r\nb", 0, "t@0+3"},      // CR LF
+      {eol(u"#"), u"# a\rb\n", 0, "t@0+5"},      // a lone CR is text
+      {eol(u"#"), u"# a\r", 0, "t@0+4"},         // ... also at the end
+      {eol(u"#"), u"x# a", 1, "t@1+3"},          // end of text
+      {eol(u"#"), u"#\n", 0, "t@0+1"},           // just the sequence
+      {eol(u"#"), u"#\r\n", 0, "t@0+1"},
+      {eol(u"#"), u"a#", 0, "none"},
+      {eol(u"//"), u"/x", 0, "none"},
+      {eol(u"//"), u"// \U0001F600\n", 0, "t@0+5"},
+      {eol(u""), u"ab\n", 0, "t@0+2"},           // empty sequence: rest of a non-empty line
+      {eol(u""), u"\n", 0, "none"},
   };
-  for (const auto& c : cases) {
-    auto rule = regexRule(c.pattern, u"t", c.options);
-    EXPECT_EQ(tokenAt(*rule, c.text, c.position), c.token) << YString(c.pattern).UTF8String();
-  }
+  for (const auto& c : cases) EXPECT_EQ(tokenAt(*c.rule, c.text, c.position), c.token) << "row " << &c - cases;
 }
 
 TEST(RegularExpressionRule, InvalidPatternFailsEveryTimeNamingMessageAndOffset) {
@@ -91,6 +108,7 @@ TEST(RegularExpressionRule, InvalidPatternFailsEveryTimeNamingMessageAndOffset) 
     EXPECT_NE(messages[0].find(c.fragment), std::string::npos) << messages[0];
     EXPECT_EQ(messages[1], messages[0]);
   }
+  EXPECT_THROW(regexRule(u"a", u"t", 1u << 6), YInvalidArgumentException);  // unknown option bits
 }
 
 TEST(RegularExpressionRule, RulesOfOnePatternKeepTheirOwnOptionsClassesAndGroups) {
@@ -152,10 +170,6 @@ TEST(RegularExpressionRule, RulesOfOnePatternMatchIndependentlyOnTwoThreads) {
   EXPECT_EQ(wrong.load(), 0);
 }
 
-TEST(RegularExpressionRule, UnknownOptionBitsAreRefused) {
-  EXPECT_THROW(regexRule(u"a", u"t", 1u << 6), YInvalidArgumentException);
-}
-
 TEST(RegularExpressionRule, ScansOfLongTextsCompleteAndRunawayMatchesStillStop) {
   // The matching budget grows with the text: one lazy pass over 12 million
   // units (beyond the engine's default limit of ten million steps) completes.
@@ -187,32 +201,6 @@ TEST(Rules, NullArgumentsFailPreconditions) {
                                       "Invalid parameter not satisfying: openSequence != nil",
                                       "Invalid parameter not satisfying: buffer != nil",
                                       "Invalid parameter not satisfying: stream != nil"}));
-}
-
-TEST(EndOfLineRule, StopsBeforeTheLineEnd) {
-  struct {
-    const char16_t* open;
-    const char16_t* text;
-    int position;
-    const char* token;
-  } cases[] = {
-      {u"#", u"# a\nb", 0, "t@0+3"},        // LF
-      {u"#", u"# a\r\nb", 0, "t@0+3"},      // CR LF
-      {u"#", u"# a\rb\n", 0, "t@0+5"},      // a lone CR is text
-      {u"#", u"# a\r", 0, "t@0+4"},         // ... also at the end
-      {u"#", u"x# a", 1, "t@1+3"},          // end of text
-      {u"#", u"#\n", 0, "t@0+1"},           // just the sequence
-      {u"#", u"#\r\n", 0, "t@0+1"},
-      {u"#", u"a#", 0, "none"},
-      {u"//", u"/x", 0, "none"},
-      {u"//", u"// \U0001F600\n", 0, "t@0+5"},
-      {u"", u"ab\n", 0, "t@0+2"},           // empty sequence: rest of a non-empty line
-      {u"", u"\n", 0, "none"},
-  };
-  for (const auto& c : cases) {
-    auto rule = YEndOfLineRule::ruleWithOpenSequenceTokenClass(YString(c.open), YTokenClass::tokenClass(YString(u"t")));
-    EXPECT_EQ(tokenAt(*rule, c.text, c.position), c.token) << YString(c.text).UTF8String();
-  }
 }
 
 }  // namespace

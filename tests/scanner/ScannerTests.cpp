@@ -7,7 +7,12 @@ using namespace scannertest;
 
 namespace {
 
-TEST(RuleBasedScanner, PriorityEmptyMatchesAndUnmatchedText) {
+// Priority, empty matches and unmatched text; and the filters by which the
+// scanner skips a rule (its first code unit, code units every match must
+// hold), which may not skip a rule that matches.
+TEST(RuleBasedScanner, PriorityEmptyMatchesUnmatchedTextAndFilters) {
+  constexpr unsigned caseless = YRegularExpressionCaseInsensitive;
+  constexpr unsigned unicode = YRegularExpressionCaseInsensitive | YRegularExpressionUnicode;
   struct {
     std::vector<std::shared_ptr<YRule>> rules;
     YString text;
@@ -24,31 +29,18 @@ TEST(RuleBasedScanner, PriorityEmptyMatchesAndUnmatchedText) {
       {{regexRule(u"x", u"x")}, YString(u"\U0001F600x"), "unmatched@0+2 x@2+1"},
       {{regexRule(u".*", u"dot")}, YString(u""), ""},
       {{regexRule(u".*", u"dot")}, YString(), ""},
+      // Filters: the first letter, a letter every match holds, in every case a match may take.
+      {{regexRule(u"abc", u"t", caseless)}, YString(u"ABC.abc"), "t@0+3 unmatched@3+1 t@4+3"},
+      {{regexRule(u"x.*b", u"t", caseless)}, YString(u"X=B"), "t@0+3"},
+      {{regexRule(u"(?i)x.*b", u"t")}, YString(u"X=B"), "t@0+3"},
+      {{regexRule(u"a+k", u"t", unicode)}, YString(u"a\u212A"), "t@0+2"},  // KELVIN SIGN folds to k
+      {{regexRule(u"k", u"t", unicode)}, YString(u"\u212A"), "t@0+1"},
+      {{regexRule(u"s+", u"t", unicode)}, YString(u"\u017Fs"), "t@0+2"},  // LATIN SMALL LETTER LONG S folds to s
+      {{regexRule(u"\u00e9t\u00e9", u"t", unicode)}, YString(u"\u00c9T\u00c9"), "t@0+3"},
+      {{YEndOfLineRule::ruleWithOpenSequenceTokenClass(YString(u"//"), YTokenClass::tokenClass(YString(u"t")))},
+       YString(u"x// c\n"), "unmatched@0+1 t@1+4 unmatched@5+1"},
   };
   for (auto& c : cases) EXPECT_EQ(scanAll(c.text, ruleList(c.rules)), c.tokens) << c.text;
-}
-
-// The scanner skips a rule by its first code unit and by code units every
-// match must hold; neither filter may skip a rule that matches.
-TEST(RuleBasedScanner, FiltersKeepEveryCaseAMatchMayTake) {
-  constexpr unsigned caseless = YRegularExpressionCaseInsensitive;
-  constexpr unsigned unicode = YRegularExpressionCaseInsensitive | YRegularExpressionUnicode;
-  struct {
-    std::shared_ptr<YRule> rule;
-    const char16_t* text;
-    const char* tokens;
-  } cases[] = {
-      {regexRule(u"abc", u"t", caseless), u"ABC.abc", "t@0+3 unmatched@3+1 t@4+3"},  // first letter
-      {regexRule(u"x.*b", u"t", caseless), u"X=B", "t@0+3"},  // a letter every match holds
-      {regexRule(u"(?i)x.*b", u"t"), u"X=B", "t@0+3"},
-      {regexRule(u"a+k", u"t", unicode), u"a\u212A", "t@0+2"},  // KELVIN SIGN folds to k
-      {regexRule(u"k", u"t", unicode), u"\u212A", "t@0+1"},
-      {regexRule(u"s+", u"t", unicode), u"\u017Fs", "t@0+2"},  // LATIN SMALL LETTER LONG S folds to s
-      {regexRule(u"\u00e9t\u00e9", u"t", unicode), u"\u00c9T\u00c9", "t@0+3"},
-      {YEndOfLineRule::ruleWithOpenSequenceTokenClass(YString(u"//"), YTokenClass::tokenClass(YString(u"t"))),
-       u"x// c\n", "unmatched@0+1 t@1+4 unmatched@5+1"},
-  };
-  for (auto& c : cases) EXPECT_EQ(scanAll(YString(c.text), ruleList({c.rule})), c.tokens) << YString(c.text);
 }
 
 // A host's own rule may return any token; the scanner takes only one that
@@ -98,26 +90,21 @@ TEST(RuleBasedScanner, MovingTheStreamBackScansAgain) {
   }
 }
 
-TEST(RuleBasedScanner, StartsAtTheStreamPositionWithCaretThere) {
+// Where a scanner starts, which rules it uses, where a failed match leaves it.
+TEST(RuleBasedScanner, StartsAtTheStreamPositionReadsRulesOnceAndKeepsItsPlaceOnErrors) {
   auto stream = YUnicharStream::streamWithBuffer(YStringBuffer::bufferFromString(YString(u"xxab")));
   stream->setPosition(2);
   auto scanner = YRuleBasedScanner::scannerForStreamWithRules(stream, ruleList({regexRule(u"^a", u"a")}));
-  auto token = scanner->nextToken();
-  ASSERT_NE(token, nullptr);
-  EXPECT_EQ(dump(*token), "a@2+1");
+  EXPECT_EQ(drain(*scanner, 1), "a@2+1");  // caret at the stream position
   EXPECT_EQ(scanner->position(), 3);
   EXPECT_THROW(stream->setPosition(5), YRangeException);
-}
 
-TEST(RuleBasedScanner, RuleListIsReadAtCreation) {
   auto rules = YArray<YRule>::mutableArrayWithObjects({regexRule(u"a", u"a")});
-  auto scanner = scannerFor(YString(u"ab"), rules);
-  rules->addObject(regexRule(u"b", u"b"));
+  scanner = scannerFor(YString(u"ab"), rules);
+  rules->addObject(regexRule(u"b", u"b"));  // read at creation: too late
   EXPECT_EQ(drain(*scanner), "a@0+1 unmatched@1+1");
-}
 
-TEST(RuleBasedScanner, MatchErrorPassesToCallerAndKeepsPosition) {
-  auto scanner = scannerFor(YString(std::u16string(40, u'a')), ruleList({regexRule(u"(a+)+[bc]", u"t")}));
+  scanner = scannerFor(YString(std::u16string(40, u'a')), ruleList({regexRule(u"(a+)+[bc]", u"t")}));
   EXPECT_THROW(scanner->nextToken(), YRegularExpressionMatchException);
   EXPECT_EQ(scanner->position(), 0);
 }

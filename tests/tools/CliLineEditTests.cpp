@@ -93,10 +93,7 @@ TEST_P(CliLineEdits, EditsChangeOnlyTheirLines) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, CliLineEdits, ::testing::ValuesIn(kForms), ::testing::PrintToStringParamName());
 
-class CliLineEditRules : public ::testing::Test {
- protected:
-  TempFolder folder;
-};
+class CliLineEditRules : public CliTest {};
 
 TEST_F(CliLineEditRules, NewSectionStartsOnALineOfItsOwn) {
   const std::pair<std::string, std::string> cases[] = {
@@ -109,37 +106,24 @@ TEST_F(CliLineEditRules, NewSectionStartsOnALineOfItsOwn) {
   for (const auto& [original, expected] : cases) {
     SCOPED_TRACE(original);
     const std::string path = folder.file("a.ini", original);
-    ASSERT_EQ(runTool({"set", path, "b", "x", "1"}).exitCode, 0);
-    EXPECT_EQ(readBytes(path), expected);
-    ASSERT_EQ(runTool({"del", path, "b"}).exitCode, 0);
+    EXPECT_EQ(editAndRead({"set", path, "b", "x", "1"}, path), "0 " + expected);
     // Removing it gives the file back, but for the line end its last line gained.
     std::string back = original;
     if (!back.empty() && back.back() != '\n') back += original.find('\r') == std::string::npos ? "\n" : "\r\n";
-    EXPECT_EQ(readBytes(path), back);
+    EXPECT_EQ(editAndRead({"del", path, "b"}, path), "0 " + back);
   }
 }
 
-// Each row: a file, one edit, the file after it.
-struct EditRow {
-  std::string before;
-  Args edit;
-  std::string after;
-};
-
-void expectEdits(const TempFolder& folder, const std::vector<EditRow>& rows) {
-  for (const EditRow& row : rows) {
-    SCOPED_TRACE(row.before);
-    const std::string path = folder.file("rows.ini", row.before);
-    Args edit = row.edit;
-    edit.insert(edit.begin() + 1, path);
-    auto run = runTool(edit);
-    ASSERT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(readBytes(path), row.after);
-  }
-}
-
-TEST_F(CliLineEditRules, NewOptionsGoAfterTheLastOptionOrTheirCommentedDefault) {
-  expectEdits(folder, {
+// New options go after the last option of their section or after their
+// commented-out default; del keeps the comments above the next header; options
+// before the first section are those of the section "".
+TEST_F(CliLineEditRules, EachEditChangesOnlyWhereTheFileSays) {
+  const std::string editorconfig = "# top-most file\nroot = true\n\n[*]\nindent_style = space\n";
+  struct Row {
+    std::string before;
+    Args edit;
+    std::string after;
+  } rows[] = {
       // After the last option, before the comment that introduces the next section.
       {"[s]\nk = v\n\n# next\n[t]\n", {"set", "s", "n", "1"}, "[s]\nk = v\nn = 1\n\n# next\n[t]\n"},
       {"[s]\nk=v\n# about k\n", {"set", "s", "n", "1"}, "[s]\nk=v\nn=1\n# about k\n"},
@@ -153,38 +137,12 @@ TEST_F(CliLineEditRules, NewOptionsGoAfterTheLastOptionOrTheirCommentedDefault) 
       {"[s]\n# Portable = 1\n#Port\n", {"set", "s", "Port", "1"}, "[s]\nPort=1\n# Portable = 1\n#Port\n"},
       {"# top\n#root = true\n\n[*]\nk = v\n", {"set", "", "root", "true"},
        "# top\n#root = true\nroot = true\n\n[*]\nk = v\n"},
-  });
-}
-
-TEST_F(CliLineEditRules, DelKeepsTheCommentsAboveTheNextHeader) {
-  expectEdits(folder, {
+      // del of a section.
       {"[a]\nk=v\n\n# Section b\n[b]\nx=1\n", {"del", "a"}, "\n# Section b\n[b]\nx=1\n"},
       {"[a]\nk=v\n# about k\n\n[b]\n", {"del", "a"}, "\n[b]\n"},
       {"# top\n[a]\n# a only\n\n\n# b\n# more b\n[b]\n", {"del", "a"}, "# top\n\n\n# b\n# more b\n[b]\n"},
       {"[z]\n[a]\nk=v\n\n# end\n", {"del", "a"}, "[z]\n\n# end\n"},
-  });
-}
-
-TEST_F(CliLineEditRules, MultiLineValuesTakeTheFilesIndentation) {
-  const std::string original = "[a]\nlist = one\n      two\nother = x\n";
-  const std::string path = folder.file("multi.ini", original);
-  const std::string printed = runTool({"get", path, "a", "list"}).out;
-  ASSERT_EQ(printed, "one\n two\n");
-  const auto before = std::filesystem::last_write_time(path);
-  auto same = runTool({"--verbose", "set", path, "a", "list", printed.substr(0, printed.size() - 1)});
-  EXPECT_TRUE(has(same.err, "unchanged"));
-  EXPECT_EQ(std::filesystem::last_write_time(path), before);
-  for (const char* value : {"one\n  two\n three", "  one\t\ntwo  \n\tthree"}) {
-    ASSERT_EQ(runTool({"set", path, "a", "list", value}).exitCode, 0);
-    EXPECT_EQ(readBytes(path), "[a]\nlist = one\n      two\n      three\nother = x\n");
-  }
-  ASSERT_EQ(runTool({"set", path, "a", "other", "p\nq"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "[a]\nlist = one\n      two\n      three\nother = p\n      q\n");
-}
-
-TEST_F(CliLineEditRules, OptionsBeforeTheFirstSectionAreSectionEmpty) {
-  const std::string editorconfig = "# top-most file\nroot = true\n\n[*]\nindent_style = space\n";
-  expectEdits(folder, {
+      // Options before the first section.
       {editorconfig, {"set", "", "root", "false"}, "# top-most file\nroot = false\n\n[*]\nindent_style = space\n"},
       {editorconfig, {"set", "", "charset", "utf-8"},
        "# top-most file\nroot = true\ncharset = utf-8\n\n[*]\nindent_style = space\n"},
@@ -196,14 +154,37 @@ TEST_F(CliLineEditRules, OptionsBeforeTheFirstSectionAreSectionEmpty) {
       {"", {"set", "", "k", "v"}, "k=v\n"},
       {"a=1\na=2\n[s]\n", {"del", ""}, "[s]\n"},
       {"k=1\n[s]\nk=2\n", {"set", "s", "k", "3"}, "k=1\n[s]\nk=3\n"},
-  });
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.before);
+    const std::string path = folder.file("rows.ini", row.before);
+    Args edit = row.edit;
+    edit.insert(edit.begin() + 1, path);
+    EXPECT_EQ(editAndRead(edit, path), "0 " + row.after);
+  }
   // In UTF-16, with a byte-order mark, and read back by get.
   const std::string path = folder.file("wide.ini", utf16("r\u00f6ot = true\r\n[*]\r\n"));
-  ASSERT_EQ(runTool({"set", path, "", "r\u00f6ot", "f\u00e4lse"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), utf16("r\u00f6ot = f\u00e4lse\r\n[*]\r\n"));
+  EXPECT_EQ(editAndRead({"set", path, "", "r\u00f6ot", "f\u00e4lse"}, path),
+            "0 " + utf16("r\u00f6ot = f\u00e4lse\r\n[*]\r\n"));
   EXPECT_EQ(runTool({"get", path, "", "r\u00f6ot"}).out, "f\u00e4lse\n");
-  ASSERT_EQ(runTool({"set", path, "", "x", "1", "--encoding", "utf-8"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "r\u00f6ot = f\u00e4lse\r\nx = 1\r\n[*]\r\n");
+  EXPECT_EQ(editAndRead({"set", path, "", "x", "1", "--encoding", "utf-8"}, path),
+            "0 r\u00f6ot = f\u00e4lse\r\nx = 1\r\n[*]\r\n");
+}
+
+TEST_F(CliLineEditRules, MultiLineValuesTakeTheFilesIndentation) {
+  const std::string original = "[a]\nlist = one\n      two\nother = x\n";
+  const std::string path = folder.file("multi.ini", original);
+  const std::string printed = runTool({"get", path, "a", "list"}).out;
+  ASSERT_EQ(printed, "one\n two\n");
+  const auto before = std::filesystem::last_write_time(path);
+  auto same = runTool({"--verbose", "set", path, "a", "list", printed.substr(0, printed.size() - 1)});
+  EXPECT_TRUE(has(same.err, "unchanged"));
+  EXPECT_EQ(std::filesystem::last_write_time(path), before);
+  for (const char* value : {"one\n  two\n three", "  one\t\ntwo  \n\tthree"})
+    EXPECT_EQ(editAndRead({"set", path, "a", "list", value}, path),
+              "0 [a]\nlist = one\n      two\n      three\nother = x\n");
+  EXPECT_EQ(editAndRead({"set", path, "a", "other", "p\nq"}, path),
+            "0 [a]\nlist = one\n      two\n      three\nother = p\n      q\n");
 }
 
 TEST_F(CliLineEditRules, InvalidUTF8BytesAreShownAsReplacementsAndKept) {
@@ -220,27 +201,29 @@ TEST_F(CliLineEditRules, InvalidUTF8BytesAreShownAsReplacementsAndKept) {
   EXPECT_EQ(readBytes(path), expected);
   // A legacy file stays in its encoding: new text is written in it.
   const std::string latin = folder.file("latin.ini", "[s]\n# caf\xE9 cr\xE8me br\xFBl\xE9\x65 na\xEFve d\xE9j\xE0\nk=v\n");
-  ASSERT_EQ(runTool({"set", latin, "s", "k", "\xC3\xA9t\xC3\xA9"}).exitCode, 0);
-  EXPECT_EQ(readBytes(latin), "[s]\n# caf\xE9 cr\xE8me br\xFBl\xE9\x65 na\xEFve d\xE9j\xE0\nk=\xE9t\xE9\n");
+  EXPECT_EQ(editAndRead({"set", latin, "s", "k", "\xC3\xA9t\xC3\xA9"}, latin),
+            "0 [s]\n# caf\xE9 cr\xE8me br\xFBl\xE9\x65 na\xEFve d\xE9j\xE0\nk=\xE9t\xE9\n");
 }
 
 TEST_F(CliLineEditRules, EditsThatChangeNothingDoNotWrite) {
   const std::string path = folder.file("same.ini", "root = 1\n[a]\nk = v\n[b]\n");
-  struct stat before {};
-  ASSERT_EQ(::stat(path.c_str(), &before), 0);
-  for (const Args& edit : {Args{"set", path, "a", "k", "v"}, Args{"set", path, "a"}, Args{"set", path, "", "root", "1"},
-                           Args{"del", path, "a", "x"}, Args{"del", path, "c"}, Args{"merge", path}}) {
-    Args verbose = edit;
-    verbose.insert(verbose.begin() + 1, "--verbose");
-    auto result = runTool(verbose);
-    EXPECT_EQ(result.exitCode, 0) << edit[0] << " " << edit[2] << result.err;
+  // The file's inode and modification time.
+  auto identity = [&] {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 ? std::to_string(st.st_ino) + " " + std::to_string(st.st_mtim.tv_sec) +
+                                                "." + std::to_string(st.st_mtim.tv_nsec)
+                                          : "(none)";
+  };
+  const std::string before = identity();
+  for (const Args& edit :
+       {Args{"set", "--verbose", path, "a", "k", "v"}, Args{"set", "--verbose", path, "a"},
+        Args{"set", "--verbose", path, "", "root", "1"}, Args{"del", "--verbose", path, "a", "x"},
+        Args{"del", "--verbose", path, "c"}, Args{"merge", "--verbose", path}}) {
+    auto result = runTool(edit);
+    EXPECT_EQ(result.exitCode, 0) << edit[0] << " " << edit.back() << result.err;
     EXPECT_TRUE(has(result.err, "same.ini: unchanged"));
   }
-  struct stat after {};
-  ASSERT_EQ(::stat(path.c_str(), &after), 0);
-  EXPECT_EQ(after.st_ino, before.st_ino);
-  EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
-  EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+  EXPECT_EQ(identity(), before);
   // With --output the file is written all the same.
   const std::string copy = folder.path("copy.ini");
   ASSERT_EQ(runTool({"set", path, "a", "k", "v", "--output", copy}).exitCode, 0);
@@ -252,10 +235,9 @@ TEST_F(CliLineEditRules, PermissionsAndSymbolicLinksAreKept) {
   const std::string path = folder.file("a.ini", "[a]\nk = v\n"), link = folder.path("link.ini");
   ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
   ASSERT_EQ(::symlink(path.c_str(), link.c_str()), 0);
-  ASSERT_EQ(runTool({"set", link, "a", "k", "w"}).exitCode, 0);
+  EXPECT_EQ(editAndRead({"set", link, "a", "k", "w"}, path), "0 [a]\nk = w\n");
   EXPECT_TRUE(std::filesystem::is_symlink(link));
   EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0640));
-  EXPECT_EQ(readBytes(path), "[a]\nk = w\n");
   auto entries = std::distance(std::filesystem::directory_iterator(folder.path("")), {});
   EXPECT_EQ(entries, 2) << "no temporary file is left";
   // A hard link keeps the old text, and the tool says so.
@@ -272,10 +254,10 @@ TEST_F(CliLineEditRules, TextTheLibraryDoesNotReadIsKept) {
   const std::string path =
       folder.file("semi.ini", "; written by the installer\nroot = true\n[a]\nk = v\n; keep me\nno equals here\nx=1\n");
   ASSERT_EQ(runTool({"set", path, "a", "k", "w"}).exitCode, 0);
-  ASSERT_EQ(runTool({"del", path, "a", "x"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "; written by the installer\nroot = true\n[a]\nk = w\n; keep me\nno equals here\n");
-  ASSERT_EQ(runTool({"set", path, "a", "k", "v", "--reformat"}).exitCode, 0);
-  EXPECT_EQ(readBytes(path), "\n[a]\nk=v\n\n\n") << "--reformat writes the library's own text";
+  EXPECT_EQ(editAndRead({"del", path, "a", "x"}, path),
+            "0 ; written by the installer\nroot = true\n[a]\nk = w\n; keep me\nno equals here\n");
+  EXPECT_EQ(editAndRead({"set", path, "a", "k", "v", "--reformat"}, path), "0 \n[a]\nk=v\n\n\n")
+      << "--reformat writes the library's own text";
 }
 
 }  // namespace

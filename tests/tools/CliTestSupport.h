@@ -60,6 +60,11 @@ class TempFolder {
   std::filesystem::path _path;
 };
 
+/// A test with a fresh temporary folder.
+struct CliTest : ::testing::Test {
+  TempFolder folder;
+};
+
 /// A corvane process started with a pipe on its standard input.
 struct Started {
   pid_t pid = -1;
@@ -115,6 +120,24 @@ inline Run runTool(std::vector<std::string> argv, const std::string& input = "")
   return finish(started);
 }
 
+/// Runs corvane with `argv` (standard input holds `input`); gives its exit
+/// code, a space and the bytes of `path` after it: "0 [a]\nk=v\n".
+inline std::string editAndRead(std::vector<std::string> argv, const std::string& path,
+                               const std::string& input = "") {
+  const int exitCode = runTool(std::move(argv), input).exitCode;
+  return std::to_string(exitCode) + " " + readBytes(path);
+}
+
+/// What the shell command `command` prints.
+inline std::string shellOutput(const std::string& command) {
+  std::string out;
+  FILE* shell = ::popen(command.c_str(), "r");
+  char buffer[512];
+  for (std::size_t n; shell && (n = std::fread(buffer, 1, sizeof buffer, shell)) > 0;) out.append(buffer, n);
+  if (shell) ::pclose(shell);
+  return out;
+}
+
 /// UTF-8 text (Latin-1 characters) as UTF-16 bytes with a byte-order mark.
 inline std::string utf16(const std::string& utf8, bool bigEndian = false) {
   std::string out = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
@@ -137,6 +160,29 @@ inline std::string crlf(const std::string& text) {
 inline ::testing::AssertionResult has(const std::string& text, const std::string& part) {
   if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << "\"" << part << "\" not in:\n" << text;
+}
+
+/// A run of corvane and what it gives: standard output, a part of standard
+/// error ("" for any) and the exit code.
+struct Expected {
+  std::vector<std::string> args;
+  std::string out, errHas;
+  int exitCode = 0;
+};
+
+/// Runs each row with `prefix` before its arguments and checks what it gives;
+/// whatever it writes to standard error starts with "corvane: ".
+inline void expectRuns(const std::vector<std::string>& prefix, const std::vector<Expected>& rows) {
+  for (const Expected& row : rows) {
+    std::vector<std::string> args = prefix;
+    args.insert(args.end(), row.args.begin(), row.args.end());
+    SCOPED_TRACE(::testing::PrintToString(args));
+    auto run = runTool(args);
+    EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
+    EXPECT_EQ(run.out, row.out);
+    EXPECT_TRUE(has(run.err, row.errHas));
+    EXPECT_TRUE(run.err.empty() || run.err.rfind("corvane: ", 0) == 0) << run.err;
+  }
 }
 
 }  // namespace clitest

@@ -16,17 +16,13 @@ const std::string kApp =
     "# Application settings\nmode = fast\n\n[main]\nname = Corvane demo\npaths = /usr/share\n    /opt/share\n"
     "name = second\n\n[net-work]\nhost=example.org\nit's=o'k\n";
 
-class CliVerbs : public ::testing::Test {
+class CliVerbs : public CliTest {
  protected:
-  TempFolder folder;
   const std::string app = folder.file("app.ini", kApp);
 };
 
 TEST_F(CliVerbs, GetPrintsNamesAndValuesInEveryFormat) {
-  struct Case {
-    Args args;
-    std::string out, errHas;
-  } cases[] = {
+  expectRuns({"get"}, {
       {{app}, "main\nnet-work\n", ""},
       {{app, "main"}, "name\npaths\n", ""},
       {{app, "main", "name"}, "Corvane demo\n", ""},
@@ -46,15 +42,7 @@ TEST_F(CliVerbs, GetPrintsNamesAndValuesInEveryFormat) {
       {{"--format=ini", app, "main"}, "[main]\nname = Corvane demo\npaths = /usr/share\n    /opt/share\nname = second\n",
        ""},
       {{"--format=ini", app, "main", "paths"}, "paths = /usr/share\n    /opt/share\n", ""},
-  };
-  for (const Case& c : cases) {
-    Args args{"get"};
-    args.insert(args.end(), c.args.begin(), c.args.end());
-    auto run = runTool(args);
-    EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(run.out, c.out) << args[1];
-    EXPECT_TRUE(has(run.err, c.errHas));
-  }
+  });
   EXPECT_EQ(nlohmann::json::parse(runTool({"get", app, "--format=json"}).out), nlohmann::json::parse(R"({
     "": {"mode": "fast"}, "main": {"name": "Corvane demo", "paths": "/usr/share\n /opt/share"},
     "net-work": {"host": "example.org", "it's": "o'k"}})"));
@@ -63,46 +51,31 @@ TEST_F(CliVerbs, GetPrintsNamesAndValuesInEveryFormat) {
   // What sh prints, the shell reads back.
   const std::string quoted = folder.file("quoted.ini", "[s]\nq = it's \"$HOME\" `x` \\n\n");
   const std::string script = folder.file("eval.sh", "eval \"$(\"$1\" get --format=sh \"$2\" s)\"; printf %s \"$q\"");
-  FILE* shell = ::popen(("/bin/sh " + script + " " + CORVANE_TOOL + " " + quoted).c_str(), "r");
-  ASSERT_NE(shell, nullptr);
-  char buffer[256] = {};
-  const std::size_t n = std::fread(buffer, 1, sizeof buffer - 1, shell);
-  ::pclose(shell);
-  EXPECT_EQ(std::string(buffer, n), "it's \"$HOME\" `x` \\n");
+  EXPECT_EQ(shellOutput("/bin/sh " + script + " " + CORVANE_TOOL + " " + quoted), "it's \"$HOME\" `x` \\n");
 }
 
 TEST_F(CliVerbs, MissingAndBrokenInputsExitWithTheirCodes) {
   const std::string linkToNothing = folder.path("dangling.ini"), loop = folder.path("loop.ini");
   ASSERT_EQ(::symlink(folder.path("nothing.ini").c_str(), linkToNothing.c_str()), 0);
   ASSERT_EQ(::symlink(loop.c_str(), loop.c_str()), 0);
-  struct Case {
-    Args args;
-    int exitCode;
-    std::string errHas;
-  } cases[] = {
-      {{"get", app, "nowhere"}, 1, "app.ini: no section [nowhere]"},
-      {{"get", app, "main", "missing"}, 1, "app.ini: section [main] has no option 'missing'"},
-      {{"get", app, "", "missing"}, 1, "has no option 'missing'"},
-      {{"get", folder.file("empty.ini", ""), "main"}, 1, "no section [main]"},
-      {{"get", folder.path("absent.ini"), "main"}, 3, "absent.ini: no such file"},
-      {{"get", folder.path(""), "main"}, 3, "cannot read"},  // a folder
-      {{"get", linkToNothing}, 3, "which does not exist"},
-      {{"set", linkToNothing, "a", "k", "v"}, 3, "which does not exist"},
-      {{"get", loop}, 3, "loop"},
+  expectRuns({}, {
+      {{"get", app, "nowhere"}, "", "app.ini: no section [nowhere]", 1},
+      {{"get", app, "main", "missing"}, "", "app.ini: section [main] has no option 'missing'", 1},
+      {{"get", app, "", "missing"}, "", "has no option 'missing'", 1},
+      {{"get", folder.file("empty.ini", ""), "main"}, "", "no section [main]", 1},
+      {{"get", folder.path("absent.ini"), "main"}, "", "absent.ini: no such file", 3},
+      {{"get", folder.path(""), "main"}, "", "cannot read", 3},  // a folder
+      {{"get", linkToNothing}, "", "which does not exist", 3},
+      {{"set", linkToNothing, "a", "k", "v"}, "", "which does not exist", 3},
+      {{"get", loop}, "", "loop", 3},
       // Not text: a UTF-16 mark and an odd byte count; NUL bytes.
-      {{"get", folder.file("broken.ini", std::string("\xFF\xFE[\0a\0]", 7)), "a"}, 3, "broken.ini: not text"},
-      {{"get", folder.file("binary.ini", std::string("[a]\nk=\0\x01\x02\n", 10)), "a"}, 3, "binary data"},
-      {{"set", app, "main", "name", "x", "--output", folder.path("no/such/dir/out.ini")}, 3, "out.ini"},
-      {{"set", app, "main", "name", "\xE2\x82\xAC", "--encoding", "latin1"}, 3, "app.ini: cannot write the text in"},
-      {{"set", folder.path("no/such/dir/new.ini"), "a", "k", "v"}, 3, "new.ini: cannot open its folder"},
-  };
-  for (const Case& c : cases) {
-    auto run = runTool(c.args);
-    EXPECT_EQ(run.exitCode, c.exitCode) << c.args[0] << " " << c.args[1] << " " << run.err;
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err.rfind("corvane: ", 0), 0u) << run.err;
-    EXPECT_TRUE(has(run.err, c.errHas));
-  }
+      {{"get", folder.file("broken.ini", std::string("\xFF\xFE[\0a\0]", 7)), "a"}, "", "broken.ini: not text", 3},
+      {{"get", folder.file("binary.ini", std::string("[a]\nk=\0\x01\x02\n", 10)), "a"}, "", "binary data", 3},
+      {{"set", app, "main", "name", "x", "--output", folder.path("no/such/dir/out.ini")}, "", "out.ini", 3},
+      {{"set", app, "main", "name", "\xE2\x82\xAC", "--encoding", "latin1"}, "",
+       "app.ini: cannot write the text in", 3},
+      {{"set", folder.path("no/such/dir/new.ini"), "a", "k", "v"}, "", "new.ini: cannot open its folder", 3},
+  });
   EXPECT_EQ(readBytes(app), kApp);
   EXPECT_FALSE(std::filesystem::exists(folder.path("nothing.ini")));
 }
@@ -110,26 +83,23 @@ TEST_F(CliVerbs, MissingAndBrokenInputsExitWithTheirCodes) {
 TEST_F(CliVerbs, SetAddsWhatIsMissingUnlessExistingIsGiven) {
   const std::string fresh = folder.path("fresh.ini");
   const mode_t mask = ::umask(027);
-  auto created = runTool({"set", fresh, "a", "k", "v"});
+  const std::string created = editAndRead({"set", fresh, "a", "k", "v"}, fresh);
   ::umask(mask);
-  ASSERT_EQ(created.exitCode, 0) << created.err;
-  EXPECT_EQ(readBytes(fresh), "[a]\nk=v\n");
+  EXPECT_EQ(created, "0 [a]\nk=v\n");
   EXPECT_EQ(std::filesystem::status(fresh).permissions(), std::filesystem::perms(0640));
   // A section alone; then an option in it; a value starting with "-".
   ASSERT_EQ(runTool({"set", fresh, "b"}).exitCode, 0);
   ASSERT_EQ(runTool({"set", fresh, "b", "n", "-1"}).exitCode, 0);
-  ASSERT_EQ(runTool({"set", fresh, "b", "m", "--", "--verbose"}).exitCode, 0);
-  EXPECT_EQ(readBytes(fresh), "[a]\nk=v\n[b]\nn=-1\nm=--verbose\n");
+  EXPECT_EQ(editAndRead({"set", fresh, "b", "m", "--", "--verbose"}, fresh),
+            "0 [a]\nk=v\n[b]\nn=-1\nm=--verbose\n");
 
   // --existing: a missing file, section or option fails, writing nothing.
-  for (const Args& args : {Args{"set", "--existing", folder.path("none.ini"), "a", "k", "v"},
-                           Args{"set", "--existing", fresh, "c", "k", "v"}, Args{"set", "--existing", fresh, "c"},
-                           Args{"set", fresh, "--existing", "a", "x", "v"},
-                           Args{"set", "--existing", fresh, "", "x", "v"}}) {
-    auto run = runTool(args);
-    EXPECT_EQ(run.exitCode, 1) << args[2] << " " << args[3];
-    EXPECT_TRUE(has(run.err, "(--existing); nothing was written"));
-  }
+  const std::string refused = "(--existing); nothing was written";
+  expectRuns({"set"}, {{{"--existing", folder.path("none.ini"), "a", "k", "v"}, "", refused, 1},
+                       {{"--existing", fresh, "c", "k", "v"}, "", refused, 1},
+                       {{"--existing", fresh, "c"}, "", refused, 1},
+                       {{fresh, "--existing", "a", "x", "v"}, "", refused, 1},
+                       {{"--existing", fresh, "", "x", "v"}, "", refused, 1}});
   EXPECT_FALSE(std::filesystem::exists(folder.path("none.ini")));
   EXPECT_EQ(readBytes(fresh), "[a]\nk=v\n[b]\nn=-1\nm=--verbose\n");
   EXPECT_EQ(runTool({"set", "--existing", fresh, "a", "k", "w"}).exitCode, 0);
@@ -150,57 +120,47 @@ TEST_F(CliVerbs, DelOfAMissingItemIsDoneUnlessExistingIsGiven) {
   // Removing every head option, a section, an option.
   ASSERT_EQ(runTool({"del", app, ""}).exitCode, 0);
   ASSERT_EQ(runTool({"del", app, "main", "paths"}).exitCode, 0);
-  ASSERT_EQ(runTool({"del", app, "net-work"}).exitCode, 0);
-  EXPECT_EQ(readBytes(app), "# Application settings\n\n[main]\nname = Corvane demo\nname = second\n\n");
+  EXPECT_EQ(editAndRead({"del", app, "net-work"}, app),
+            "0 # Application settings\n\n[main]\nname = Corvane demo\nname = second\n\n");
 }
 
 TEST_F(CliVerbs, MergeSetsEverySectionAndOptionOfTheSource) {
   const std::string source = folder.file("source.ini", "top = 1\n[main]\nname = merged\nextra = yes\n[new]\n[more]\nk=v\n");
-  ASSERT_EQ(runTool({"merge", app, source}).exitCode, 0);
-  EXPECT_EQ(readBytes(app),
-            "# Application settings\nmode = fast\ntop = 1\n\n[main]\nname = merged\npaths = /usr/share\n    /opt/share\n"
-            "name = second\nextra = yes\n\n[net-work]\nhost=example.org\nit's=o'k\n\n[new]\n\n[more]\nk = v\n");
+  EXPECT_EQ(editAndRead({"merge", app, source}, app),
+            "0 # Application settings\nmode = fast\ntop = 1\n\n[main]\nname = merged\npaths = /usr/share\n"
+            "    /opt/share\nname = second\nextra = yes\n\n[net-work]\nhost=example.org\nit's=o'k\n\n[new]\n\n"
+            "[more]\nk = v\n");
   // From standard input, with or without "-"; a second merge changes nothing.
   const std::string target = folder.file("target.ini", "[a]\nx = 1\n");
-  for (const Args& args : {Args{"merge", target, "-"}, Args{"merge", target}}) {
-    auto run = runTool(args, "[a]\nx = 2\ny = 3\n");
-    EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(readBytes(target), "[a]\nx = 2\ny = 3\n");
-  }
-  auto strict = runTool({"merge", "--existing", target}, "[a]\nz = 1\n");
-  EXPECT_EQ(strict.exitCode, 1);
-  EXPECT_EQ(readBytes(target), "[a]\nx = 2\ny = 3\n");
+  for (const Args& args : {Args{"merge", target, "-"}, Args{"merge", target}})
+    EXPECT_EQ(editAndRead(args, target, "[a]\nx = 2\ny = 3\n"), "0 [a]\nx = 2\ny = 3\n") << args.back();
+  EXPECT_EQ(editAndRead({"merge", "--existing", target}, target, "[a]\nz = 1\n"), "1 [a]\nx = 2\ny = 3\n");
   EXPECT_EQ(runTool({"merge", target, folder.path("absent.ini")}).exitCode, 3);
 }
 
 TEST_F(CliVerbs, TemplatePutsValuesIntoTheLibrarysTemplates) {
   const std::string values = folder.file("values.ini", "[a]\nk=1\nx=2\n[b]\ny=3\n");
   const std::string refused = "the template holds comments, blank lines or line ends";
-  struct Case {
-    std::string templateText;
-    int exitCode;
-    std::string out, errHas;
-  } cases[] = {
-      {"[a]", 0, "[a]\nk=1\nx=2", ""},
-      {"[a]\nk=0\n", 4, "", refused},
-      {"# note\n", 4, "", refused},
-  };
-  for (const Case& c : cases) {
-    auto run = runTool({"template", folder.file("t.tmpl", c.templateText), values});
-    EXPECT_EQ(run.exitCode, c.exitCode);
-    EXPECT_EQ(run.out, c.out);
-    EXPECT_TRUE(has(run.err, c.errHas));
-  }
+  expectRuns({"template"}, {
+      {{folder.file("a.tmpl", "[a]"), values}, "[a]\nk=1\nx=2", ""},
+      {{folder.file("option.tmpl", "[a]\nk=0\n"), values}, "", refused, 4},
+      {{folder.file("comment.tmpl", "# note\n"), values}, "", refused, 4},
+  });
   EXPECT_TRUE(has(runTool({"help", "template"}).out, "'[main]' alone"));
 }
 
 TEST_F(CliVerbs, DiffListsWhatWasAddedRemovedAndChanged) {
   const std::string older = folder.file("old.ini", "root = 1\n[a]\nk = 1\nx = 2\n[gone]\nq = 1\n");
   const std::string newer = folder.file("new.ini", "[a]\r\nk = 5\r\ny = 3\r\n[b]\r\nz = line\r\n  two\r\n");
-  auto run = runTool({"diff", older, newer});
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(run.out,
-            "- [] root = 1\n~ [a] k = 1 -> 5\n- [a] x = 2\n+ [a] y = 3\n- [gone]\n+ [b]\n+ [b] z = line\\n two\n");
+  // The same reading in another form is no difference.
+  const std::string same = folder.file("same.ini", "\xEF\xBB\xBF[a]\nk=1\nx=2\nk=9\n[gone]\nq=1\n# note\n[a]\nk=7\n");
+  expectRuns({"diff"},
+             {{{older, newer},
+               "- [] root = 1\n~ [a] k = 1 -> 5\n- [a] x = 2\n+ [a] y = 3\n- [gone]\n+ [b]\n+ [b] z = line\\n two\n",
+               "", 1},
+              {{folder.file("o2.ini", "[a]\nk = 1\nx = 2\n[gone]\nq = 1\n"), same}, "", ""},
+              {{older, folder.path("absent.ini")}, "", "", 3},
+              {{older}, "", "", 2}});
   auto json = runTool({"diff", "--format=json", older, newer});
   EXPECT_EQ(json.exitCode, 1);
   const auto changes = nlohmann::json::parse(json.out);
@@ -208,13 +168,6 @@ TEST_F(CliVerbs, DiffListsWhatWasAddedRemovedAndChanged) {
   EXPECT_EQ(changes[1], nlohmann::json::parse(R"({"change": "changed", "section": "a", "option": "k",
                                                   "old": "1", "new": "5"})"));
   EXPECT_EQ(changes[4], nlohmann::json::parse(R"({"change": "removed", "section": "gone"})"));
-  // The same reading in another form is no difference.
-  const std::string same = folder.file("same.ini", "\xEF\xBB\xBF[a]\nk=1\nx=2\nk=9\n[gone]\nq=1\n# note\n[a]\nk=7\n");
-  auto equal = runTool({"diff", folder.file("o2.ini", "[a]\nk = 1\nx = 2\n[gone]\nq = 1\n"), same});
-  EXPECT_EQ(equal.exitCode, 0) << equal.out;
-  EXPECT_EQ(equal.out, "");
-  EXPECT_EQ(runTool({"diff", older, folder.path("absent.ini")}).exitCode, 3);
-  EXPECT_EQ(runTool({"diff", older}).exitCode, 2);
 }
 
 TEST_F(CliVerbs, DumpGivesTheElementTreeAsJson) {
@@ -273,11 +226,7 @@ TEST_F(CliVerbs, BashCompletesVerbsSectionsAndOptions) {
       "complete.sh", "PATH=\"$1:$PATH\"; . \"$2\"; shift 2\n"
                      "COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _corvane; printf '%s|' \"${COMPREPLY[@]}\"");
   auto complete = [&](const std::string& words) {
-    FILE* shell = ::popen(("bash " + script + " " + tools + " " + CORVANE_COMPLETION + " " + words).c_str(), "r");
-    char buffer[512] = {};
-    const std::size_t n = shell ? std::fread(buffer, 1, sizeof buffer - 1, shell) : 0;
-    if (shell) ::pclose(shell);
-    return std::string(buffer, n);
+    return shellOutput("bash " + script + " " + tools + " " + CORVANE_COMPLETION + " " + words);
   };
   EXPECT_EQ(complete("corvane d"), "del|diff|dump|");
   EXPECT_EQ(complete("corvane --verbose set " + app + " ''"), "main|net-work|");
@@ -287,22 +236,13 @@ TEST_F(CliVerbs, BashCompletesVerbsSectionsAndOptions) {
 
 TEST_F(CliVerbs, UsageErrorsExitWithTwo) {
   const Args cases[] = {
-      {},
-      {"frobnicate", app},
-      {"help", "frobnicate"},
-      {"get"},
-      {"get", app, "a", "b", "c"},
-      {"fmt"},
-      {"set", app, "main", "name"},
-      {"set", app},
-      {"get", app, "main", "--force"},
-      {"get", app, "--format=yaml"},
-      {"diff", app, app, "--format=sh"},
-      {"set", app, "main", "name", "x", "--output"},
-      {"set", app, "main", "name", "x", "--encoding", "klingon"},
-      {"del", app, "main", "--verbose=yes"},
-      {"template", app},
-      {"--reformat", "set", app, "", "mode", "slow"},
+      // No verb or an unknown one; operands missing or too many.
+      {}, {"frobnicate", app}, {"help", "frobnicate"}, {"get"}, {"get", app, "a", "b", "c"}, {"fmt"},
+      {"set", app, "main", "name"}, {"set", app}, {"template", app},
+      // Options the verb does not take; option values missing or unknown.
+      {"get", app, "main", "--force"}, {"get", app, "--format=yaml"}, {"diff", app, app, "--format=sh"},
+      {"set", app, "main", "name", "x", "--output"}, {"set", app, "main", "name", "x", "--encoding", "klingon"},
+      {"del", app, "main", "--verbose=yes"}, {"--reformat", "set", app, "", "mode", "slow"},
   };
   for (const auto& args : cases) {
     auto run = runTool(args);
