@@ -6,6 +6,7 @@
 #include <cassert>
 #include <cstdint>
 #include <ctime>
+#include <atomic>
 #include <mutex>
 
 // Under AddressSanitizer every block comes from operator new, so that the
@@ -119,11 +120,29 @@ long nowMilliseconds() noexcept {
 // Faults the pages in with one call where the kernel offers it.
 void populate(void* memory, std::size_t bytes) noexcept { ::madvise(memory, bytes, MADV_POPULATE_WRITE); }
 
+long nowNanoseconds() noexcept {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<long>(now.tv_sec) * 1000000000L + now.tv_nsec;
+}
+
+// Huge pages are cheaper to fault in than small ones where the kernel has
+// free 2 MiB blocks at hand, but can cost several times more where it must
+// find them first (a virtual machine whose host backs fresh memory lazily: on
+// the build machine 2 to 3 ms a MiB against 0.4 ms in small pages). So the
+// pool times what it faults in: while a huge-page step costs more than the
+// same bytes in small pages, the rest of the arena and large buffers use small
+// pages; each new arena tries huge pages again. Small pages cost this much a
+// MiB until the process has measured its own (its first 2 MiB).
+constexpr long kSmallPageNanosecondsPerMiB = 500000;
+std::atomic<bool> hugePagesDear{false};
+
 // `bytes` (a multiple of the page size) of address space starting on a 2 MiB
-// boundary and marked for huge pages; no page is faulted in yet. Null when the
-// system has no room. A reservation (`reserve`) is not charged against the
-// system's commit limit, as most of it may stay unused.
-char* mapHugeAligned(std::size_t bytes, bool reserve) noexcept {
+// boundary and marked for huge pages (unless `huge` is false); no page is
+// faulted in yet. Null when the system has no room. A reservation (`reserve`)
+// is not charged against the system's commit limit, as most of it may stay
+// unused.
+char* mapHugeAligned(std::size_t bytes, bool reserve, bool huge = true) noexcept {
   void* memory = ::mmap(nullptr, bytes + kHugePage, PROT_READ | PROT_WRITE,
                         MAP_PRIVATE | MAP_ANONYMOUS | (reserve ? MAP_NORESERVE : 0), -1, 0);
   if (memory == MAP_FAILED) return nullptr;
@@ -133,7 +152,7 @@ char* mapHugeAligned(std::size_t bytes, bool reserve) noexcept {
   const std::uintptr_t end = start + bytes + kHugePage;
   if (end > aligned + bytes) ::munmap(reinterpret_cast<void*>(aligned + bytes), end - (aligned + bytes));
   // Where transparent huge pages are offered only on request; elsewhere a no-op.
-  ::madvise(reinterpret_cast<void*>(aligned), bytes, MADV_HUGEPAGE);
+  if (huge) ::madvise(reinterpret_cast<void*>(aligned), bytes, MADV_HUGEPAGE);
   return reinterpret_cast<char*>(aligned);
 }
 
@@ -155,6 +174,9 @@ struct ChunkStore {
   char* end = nullptr;
   bool reservedBefore = false;
   std::size_t smallPageSteps = 0;  // chunks still to fault in one by one (see takeChunk)
+  bool hugeSteps = false;          // the arena's unfaulted rest is marked for huge pages
+  long smallSpent = 0;             // faulting in the small-page steps: nanoseconds
+  std::size_t smallBytes = 0;      // and bytes
 };
 
 // Never destroyed: blocks may be freed while the process exits.
@@ -203,6 +225,7 @@ Chunk* takeChunk(ChunkStore& store) {
       char* arena = mapHugeAligned(bytes, true);
       if (!arena) arena = mapHugeAligned(bytes = kHugePage, true);
       if (!arena) throw std::bad_alloc();
+      store.hugeSteps = true;
       if (!store.reservedBefore) {
         // The process's first 2 MiB are faulted in a chunk at a time in small
         // pages, so that a program needing a few blocks stays small.
@@ -215,12 +238,29 @@ Chunk* takeChunk(ChunkStore& store) {
     }
     if (store.next == store.faulted) {
       std::size_t step = kHugePage;
-      if (store.smallPageSteps) {
+      const bool small = store.smallPageSteps > 0;
+      if (small) {
         --store.smallPageSteps;
         step = kChunkSize;
       }
+      const long start = nowNanoseconds();
       populate(store.faulted, step);
+      const long spent = nowNanoseconds() - start;
       store.faulted += step;
+      if (small) {
+        store.smallSpent += spent;
+        store.smallBytes += step;
+      } else if (store.hugeSteps) {
+        const long smallPerMiB = store.smallBytes >= kHugePage
+                                     ? static_cast<long>(store.smallSpent * (1 << 20) / store.smallBytes)
+                                     : kSmallPageNanosecondsPerMiB;
+        const bool dear = spent > smallPerMiB * static_cast<long>(step >> 20);
+        hugePagesDear.store(dear, std::memory_order_relaxed);
+        if (dear && store.faulted < store.end) {
+          ::madvise(store.faulted, static_cast<std::size_t>(store.end - store.faulted), MADV_NOHUGEPAGE);
+          store.hugeSteps = false;
+        }
+      }
     }
     chunk = reinterpret_cast<Chunk*>(store.next);
     store.next += kChunkSize;
@@ -433,7 +473,7 @@ void spill(ThreadFreeLists& cache, unsigned c, FreeBlock* block) noexcept {
 // offers them), else with MAP_POPULATE.
 void* mapLarge(std::size_t bytes) {
   if (bytes >= 2 * kHugePage) {
-    if (char* memory = mapHugeAligned(bytes, false)) {
+    if (char* memory = mapHugeAligned(bytes, false, !hugePagesDear.load(std::memory_order_relaxed))) {
       populate(memory, bytes);
       return memory;
     }
