@@ -282,8 +282,9 @@ TEST(YObjectObservingTest, RegistrationChangesDuringDelivery) {
   other->setValue(true);
   ASSERT_EQ(twice->notes.size(), 1u);
   EXPECT_EQ(twice->notes[0].context, &one);
+  other->removeObserver(twice.get(), YModifiedKey);
 
-  // An observer registered while the change runs is notified at its did-change.
+  // An observer registered while a change of an unobserved object runs is notified at its did-change.
   auto joining = std::make_shared<Recorder>();
   other->during = [&] { other->addObserver(joining.get(), YModifiedKey, YKeyValueObservingOptionNew, nullptr); };
   other->setValue(false);
