@@ -121,7 +121,7 @@ TEST_F(Saving, UnrepresentableTextFailsAndLeavesTheTargetAlone) {
 TEST_F(Saving, UTF8TakesSurrogatePairsAndRefusesLoneOnes) {
   const std::string path = dir / "pairs.ini";
   // One comment ends in the first half of a pair whose second half begins the next.
-  auto section = withChildren(YIniSection::sectionWithName(S("s")), {opt("k", "v")});
+  auto section = sec("s", {opt("k", "v")});
   auto document = withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()),
                                {YIniComment::commentWithString(YString(u"a\xD83D")),
                                 YIniComment::commentWithString(YString(u"\xDE00" u"b")), section});

@@ -98,7 +98,7 @@ TEST(TypedValues, Doubles) {
 }
 
 TEST(TypedValues, MissingIsNotMalformedAndNeitherReadsAsZero) {
-  auto s = withChildren(YIniSection::sectionWithName(S("s")), {opt("bad", "x"), opt("gone", "1")});
+  auto s = sec("s", {opt("bad", "x"), opt("gone", "1")});
   s->commit();
   s->setValueForOptionWithName(YString(), S("gone"));  // committed: stays, with a null value
   for (const char* name : {"absent", "gone"}) {
@@ -243,7 +243,7 @@ TEST(TypedValues, NumbersIgnoreTheLocale) {
 
 TEST(TypedValues, SettersGoThroughTheOptionsOwnChangeTracking) {
   auto first = opt("port", "80"), second = opt("port", "81");
-  auto s = withChildren(YIniSection::sectionWithName(S("s")), {lf(), first, second, cmt("# end")});
+  auto s = sec("s", {lf(), first, second, cmt("# end")});
   auto document = withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()), {s});
   document->commit();
   KeyObserver optionModified(*first, YModifiedKey), documentModified(*document, YModifiedKey);
