@@ -290,13 +290,6 @@ TEST(PreservingSave, BytesKeepTheFilesEncodingMarkAndLineEnds) {
   }
 }
 
-TEST(PreservingSave, UndecodableBytesInMemoryLoadNothingAndLeaveNoSource) {
-  auto broken = YIniDocument::documentWithDataFactory(std::string("\xFF\xFE[", 3),
-                                                      YIniStandardElementFactory::standardFactory());
-  EXPECT_FALSE(broken->hasSource());
-  EXPECT_EQ(broken->elements()->count(), 0u);
-}
-
 TEST(PreservingSave, LegacyEncodingKeepsItsBytesAndRefusesWhatItCannotHold) {
   // windows-1252 is detected from the accented words; "€" is 0x80 there.
   TempDir folder;
@@ -375,8 +368,7 @@ TEST(PreservingSave, OptionsBeforeTheFirstSectionAreReadFromTheSource) {
       read.emplace_back(utf8(option.name), utf8(option.value), option.lineNumber);
     EXPECT_EQ(read, c.options);
   }
-  auto built = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
-  EXPECT_TRUE(built->headOptions().empty());
+  EXPECT_TRUE(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory())->headOptions().empty());
 }
 
 TEST(PreservingSave, SourceLinesAndTheStopAreReported) {
@@ -412,6 +404,10 @@ TEST(PreservingSave, DocumentsWithoutSourceAreWrittenAnew) {
   built->addElement(sec("s", {opt("k", "v")}));
   EXPECT_EQ(preserved(*built), "[s]\nk=v\n");
   EXPECT_EQ(preservedBytes(*built), "[s]\nk=v\n");
+  // Undecodable bytes in memory load nothing and leave no source.
+  auto broken = YIniDocument::documentWithDataFactory(std::string("\xFF\xFE[", 3), built->factory());
+  EXPECT_FALSE(broken->hasSource());
+  EXPECT_EQ(broken->elements()->count(), 0u);
 }
 
 // A factory that changes what it is given: the snapshot is what it made.
