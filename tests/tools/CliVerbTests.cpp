@@ -108,13 +108,9 @@ TEST_F(CliVerbs, SetAddsWhatIsMissingUnlessExistingIsGiven) {
 
 TEST_F(CliVerbs, DelOfAMissingItemIsDoneUnlessExistingIsGiven) {
   const auto before = std::filesystem::last_write_time(app);
-  for (const Args& args : {Args{"del", app, "nowhere"}, Args{"del", app, "main", "missing"}, Args{"del", app, "", "x"}}) {
-    auto run = runTool(args);
-    EXPECT_EQ(run.exitCode, 0) << run.err;
-    Args strict = args;
-    strict.insert(strict.begin() + 1, "--existing");
-    EXPECT_EQ(runTool(strict).exitCode, 1) << args[2];
-  }
+  expectRuns({"del"}, {{{app, "nowhere"}, "", ""}, {{app, "main", "missing"}, "", ""}, {{app, "", "x"}, "", ""},
+                       {{"--existing", app, "nowhere"}, "", "", 1}, {{"--existing", app, "main", "missing"}, "", "", 1},
+                       {{"--existing", app, "", "x"}, "", "", 1}});
   EXPECT_EQ(std::filesystem::last_write_time(app), before);
   EXPECT_EQ(runTool({"del", folder.path("absent.ini"), "a"}).exitCode, 3);
   // Removing every head option, a section, an option.
