@@ -29,7 +29,8 @@ std::string describe(const std::shared_ptr<YError>& error) { return error ? erro
 /// A failed call's error as "domain code errno"; "no failure" when `succeeded`.
 std::string failure(bool succeeded, const std::shared_ptr<YError>& error) {
   if (succeeded || !error) return succeeded ? "no failure" : "no error";
-  return error->domain().UTF8String() + " " + std::to_string(error->code()) + " " + std::to_string(error->underlyingErrno());
+  return error->domain().UTF8String() + " " + std::to_string(error->code()) + " " +
+         std::to_string(error->underlyingErrno());
 }
 /// "YFoundationErrorDomain `code` `errno`".
 std::string foundationError(std::int64_t code, int errnum = 0) {

@@ -89,7 +89,8 @@ TEST_F(CliSafety, ReadOnlyFilesNeedForceEvenForRoot) {
   ASSERT_EQ(::chmod(path.c_str(), 0444), 0);
   ASSERT_EQ(::chmod(out.c_str(), 0444), 0);
   expectRuns({}, {{{"set", path, "a", "k", "w"}, "", "read-only", 3}, {{"del", path, "a"}, "", "read-only", 3},
-                  {{"merge", path}, "", "read-only", 3}, {{"set", path, "a", "k", "w", "--output", out}, "", "read-only", 3}},
+                  {{"merge", path}, "", "read-only", 3},
+                  {{"set", path, "a", "k", "w", "--output", out}, "", "read-only", 3}},
              "[a]\nk = x\n");
   EXPECT_EQ(readBytes(path), "[a]\nk = v\n");
   EXPECT_EQ(readBytes(out), "");
