@@ -115,7 +115,7 @@ TEST(Composite, ModifiedFollowsChildrenThroughDetachingDuplicatesAndStrangers) {
 TEST(Composite, RecomputationAsksChildrenHoldingMutableStrings) {
   YString m = YString::mutableStringWithString(S("v"));
   auto k = YIniOption::optionWithNameAndValue(S("k"), m), x = opt("x", "1");
-  auto s = withChildren(YIniSection::sectionWithName(S("a")), {k, x});
+  auto s = sec("a", {k, x});
   s->commit();
   m.appendString(S("!"));
   EXPECT_TRUE(k->isModified());

@@ -12,6 +12,7 @@
 #include "YFoundation.h"
 #include "YIniComment.h"
 #include "YIniOption.h"
+#include "YIniSection.h"
 
 /// Records failed preconditions instead of throwing, while installed.
 class RecordingAssertionHandler : public YAssertionHandler {
@@ -95,6 +96,10 @@ template <class T>
 std::shared_ptr<T> withChildren(std::shared_ptr<T> parent, const std::vector<std::shared_ptr<YIniElement>>& children) {
   for (const auto& child : children) parent->addElement(child);
   return parent;
+}
+/// A section `name` holding `children`.
+inline std::shared_ptr<YIniSection> sec(const char* name, const std::vector<std::shared_ptr<YIniElement>>& children) {
+  return withChildren(YIniSection::sectionWithName(S(name)), children);
 }
 
 /// The dynamic type of the object `pointer` points to.

@@ -40,7 +40,7 @@ TEST(Leaf, EverySetterRevertAndCommitAnnouncesOnce) {
   }
 }
 
-TEST(Leaf, NullAndEmptyDifferAndRevertCommitRestore) {
+TEST(Leaf, NullAndEmptyDifferAndRevertCommitRestoreAndDescriptionsShowThem) {
   const std::vector<std::tuple<const char*, const char*, bool>> values = {
       {nullptr, "", true}, {"", nullptr, true}, {nullptr, nullptr, false}, {"v", "v", false}};
   for (const auto& [initial, later, modified] : values) {
@@ -58,6 +58,9 @@ TEST(Leaf, NullAndEmptyDifferAndRevertCommitRestore) {
 
   auto option = YIniOption::option();
   EXPECT_EQ(utf8(option->name()) + "=" + utf8(option->value()), "=<null>");
+  auto described = opt("k", nullptr);
+  EXPECT_EQ(utf8(described->description()),
+            "{ " + utf8(described->defaultDescription()) + ", name: \"k\", value: \"(null)\" }");
   option->setValue(S("new"));
   option->commit();
   option->setValue(S("other"));
@@ -103,12 +106,6 @@ TEST(Leaf, CopiesAreCommittedCommentsAlwaysPlainOptionsKeepTheirClass) {
   EXPECT_EQ(utf8(commentCopy->stringValue()), "# d");  // the current text
   EXPECT_FALSE(commentCopy->isModified());
   EXPECT_EQ(dynamicType(YIniComment::commentWithString(S("x"))), typeid(YIniComment));
-}
-
-TEST(Leaf, Description) {
-  auto option = opt("k", nullptr);
-  const std::string generic = utf8(option->defaultDescription());
-  EXPECT_EQ(utf8(option->description()), "{ " + generic + ", name: \"k\", value: \"(null)\" }");
 }
 
 }  // namespace

@@ -16,10 +16,7 @@ std::string abbreviated(const std::string& text) {
   for (std::size_t i = 0; i < text.size();) {
     std::size_t j = i;
     while (j < text.size() && text[j] == text[i]) ++j;
-    if (j - i >= 64)
-      out += "<" + std::to_string(j - i) + "*" + text[i] + ">";
-    else
-      out.append(text, i, j - i);
+    out += j - i >= 64 ? "<" + std::to_string(j - i) + "*" + text[i] + ">" : text.substr(i, j - i);
     i = j;
   }
   return out;

@@ -31,6 +31,7 @@ TEST(Merge, TemplateDecidesSectionsAndOrderDocumentSuppliesValues) {
       {"[a]q=0", "[a]q=0\nk=1\nx=2"},   // one this document lacks keeps the template's value
       {"[b]y=0", "[b]y=3"},
       {"[b][a]", "[b][a]"},               // one header: the name runs to the last bracket
+      {"k=v", ""},                        // the standard reader drops options before the first section
       {"[a]\nk=0\n", nullptr}, {"# c", nullptr}, {"\n[a]", nullptr}, {"[a]\n", nullptr},
   };
   for (const auto& [templ, expected] : cases) {
@@ -40,15 +41,7 @@ TEST(Merge, TemplateDecidesSectionsAndOrderDocumentSuppliesValues) {
   }
 }
 
-TEST(Merge, DuplicateNamesEachWriteTheFirstOptionOfTheName) {
-  auto document = documentWith({{"a", {{"k", "1"}, {"x", "2"}, {"k", "dup"}}}});
-  EXPECT_EQ(visible(document->stringValueMergedWith(YString(u"[a]"))), "[a]\\nk=1\\nx=2\\nk=1");
-}
-
 TEST(Merge, OptionWithoutAnActiveSectionName) {
-  auto document = documentWith({{"a", {{"k", "1"}}}});
-  // The standard reader drops options before the first section.
-  EXPECT_EQ(visible(document->stringValueMergedWith(YString(u"k=v"))), "");
   // A host factory whose sections have no name leaves the merge without an
   // active section name when an option arrives.
   struct NamelessSections : YIniStandardElementFactory {
@@ -67,8 +60,10 @@ TEST(Merge, OptionWithoutAnActiveSectionName) {
             "YIniDocument+Extensions:229:Invalid parameter not satisfying: activeSectionName != nil");
 }
 
-TEST(Merge, WriteOptionsWithNames) {
-  auto document = documentWith({{"a", {{"k", "1"}, {"x", "2"}}}});
+// Duplicate names each write the first option of the name.
+TEST(Merge, WriteOptionsWithNamesAndDuplicateNames) {
+  auto document = documentWith({{"a", {{"k", "1"}, {"x", "2"}, {"k", "dup"}}}});
+  EXPECT_EQ(visible(document->stringValueMergedWith(YString(u"[a]"))), "[a]\\nk=1\\nx=2\\nk=1");
   const std::vector<std::tuple<std::vector<YString>, YString, std::string>> cases = {
       {{YString(u"k"), YString(u"x")}, YString(u"a"), "\\nk=1\\nx=2"},
       {{YString(u"k"), YString(u"k")}, YString(u"a"), "\\nk=1\\nk=1"},
@@ -121,7 +116,7 @@ TEST_F(Saving, UnrepresentableTextFailsAndLeavesTheTargetAlone) {
 TEST_F(Saving, UTF8TakesSurrogatePairsAndRefusesLoneOnes) {
   const std::string path = dir / "pairs.ini";
   // One comment ends in the first half of a pair whose second half begins the next.
-  auto section = withChildren(YIniSection::sectionWithName(S("s")), {opt("k", "v")});
+  auto section = sec("s", {opt("k", "v")});
   auto document = withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()),
                                {YIniComment::commentWithString(YString(u"a\xD83D")),
                                 YIniComment::commentWithString(YString(u"\xDE00" u"b")), section});

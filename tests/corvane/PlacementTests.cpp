@@ -8,10 +8,6 @@
 
 namespace {
 
-std::shared_ptr<YIniSection> section(const std::vector<std::shared_ptr<YIniElement>>& children) {
-  return withChildren(YIniSection::sectionWithName(S("s")), children);
-}
-
 TEST(Placement, NewOptionGoesAfterTheLastOptionOrTheHeaderLineEnd) {
   struct Case {
     const char* name;
@@ -37,7 +33,7 @@ TEST(Placement, NewOptionGoesAfterTheLastOptionOrTheHeaderLineEnd) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    auto s = section(c.children);
+    auto s = sec("s", c.children);
     EXPECT_EQ(indexForNewOption(*s), c.index);
     auto option = insertOptionWithNameAndValue(*s, S("new"), S("1"));
     EXPECT_EQ(s->elements()->objectAtIndex(c.index), option);
@@ -46,7 +42,7 @@ TEST(Placement, NewOptionGoesAfterTheLastOptionOrTheHeaderLineEnd) {
 }
 
 TEST(Placement, InsertionIsOneAnnouncedListChangeAndKeepsExistingOptions) {
-  auto s = section({lf(), opt("k", "1"), cmt("# end")});
+  auto s = sec("s", {lf(), opt("k", "1"), cmt("# end")});
   s->commit();
   KeyObserver elements(*s, S("elements"));
   auto option = insertOptionWithNameAndValue(*s, S("k"), S("2"));  // a second k: the first is not looked for
@@ -60,7 +56,7 @@ TEST(Placement, InsertionIsOneAnnouncedListChangeAndKeepsExistingOptions) {
   EXPECT_EQ(s->options()->count(), 1u);
   EXPECT_THROW(insertOptionWithNameAndValue(*s, S("x"), S("1")), YInvalidArgumentException);  // list immutable
 
-  auto t = section({});
+  auto t = sec("s", {});
   EXPECT_PRECONDITION(insertOptionWithNameAndValue(*t, YString(), S("1")), "optionName != nil");
   EXPECT_PRECONDITION(insertOptionWithNameAndValue(*t, S("k"), YString()), "value != nil");
   EXPECT_EQ(t->elements()->count(), 0u);

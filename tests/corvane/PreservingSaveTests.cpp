@@ -40,12 +40,9 @@ Edit setting(const char* s, const char* k, const char* v) {
 Edit removingOption(const char* s, const char* k) {
   return [=](YIniDocument& d) { section(d, s)->removeOptionWithName(S(k)); };
 }
-std::shared_ptr<YIniSection> newSection(const char* name, const std::vector<std::shared_ptr<YIniElement>>& children) {
-  return withChildren(YIniSection::sectionWithName(S(name)), children);
-}
 /// The edit that adds a section `name` holding option `k` = `v` at the document's end.
 Edit addingSection(const char* name, const char* k, const char* v) {
-  return [=](YIniDocument& d) { d.addElement(newSection(name, {opt(k, v)})); };
+  return [=](YIniDocument& d) { d.addElement(sec(name, {opt(k, v)})); };
 }
 /// The edit that inserts option `k` = `v` at `index` into section `s`.
 Edit inserting(const char* s, const char* k, const char* v, std::size_t index) {
@@ -193,13 +190,13 @@ const EditCase kEdits[] = {
     {"SectionTakesTheFilesCrLf", "[a]\r\nk=1\r\n", addingSection("c", "y", "3"),
      "[a]\r\nk=1\r\n[c]\r\ny=3\r\n"},
     {"SectionWithoutBlankLineWhenTheFileHasNone", "[a]\nk = 1\n[b]\n",
-     [](YIniDocument& d) { d.addElement(newSection("c", {lf()})); }, "[a]\nk = 1\n[b]\n[c]\n"},
+     [](YIniDocument& d) { d.addElement(sec("c", {lf()})); }, "[a]\nk = 1\n[b]\n[c]\n"},
     {"CommentEndsTheOpenLine", "[a]", [](YIniDocument& d) { section(d, "a")->addComment(cmt("# new")); },
      "[a]\n# new"},
     {"OptionsBeforeTheFirstSectionStayBeforeEverySection", "root = 1\n# c\n[a]\nk=v\n",
      [](YIniDocument& d) {
        d.removeElement(section(d, "a"));
-       d.insertObjectInElementsAtIndex(newSection("b", {opt("x", "1")}), 0);
+       d.insertObjectInElementsAtIndex(sec("b", {opt("x", "1")}), 0);
      },
      "root = 1\n[b]\nx=1\n# c\n"},
     {"IndentedTailStaysUnreadAfterANewOption", "[a]\n  stray\n", setting("a", "k", "v"),
@@ -293,13 +290,6 @@ TEST(PreservingSave, BytesKeepTheFilesEncodingMarkAndLineEnds) {
   }
 }
 
-TEST(PreservingSave, UndecodableBytesInMemoryLoadNothingAndLeaveNoSource) {
-  auto broken = YIniDocument::documentWithDataFactory(std::string("\xFF\xFE[", 3),
-                                                      YIniStandardElementFactory::standardFactory());
-  EXPECT_FALSE(broken->hasSource());
-  EXPECT_EQ(broken->elements()->count(), 0u);
-}
-
 TEST(PreservingSave, LegacyEncodingKeepsItsBytesAndRefusesWhatItCannotHold) {
   // windows-1252 is detected from the accented words; "€" is 0x80 there.
   TempDir folder;
@@ -378,8 +368,7 @@ TEST(PreservingSave, OptionsBeforeTheFirstSectionAreReadFromTheSource) {
       read.emplace_back(utf8(option.name), utf8(option.value), option.lineNumber);
     EXPECT_EQ(read, c.options);
   }
-  auto built = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
-  EXPECT_TRUE(built->headOptions().empty());
+  EXPECT_TRUE(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory())->headOptions().empty());
 }
 
 TEST(PreservingSave, SourceLinesAndTheStopAreReported) {
@@ -412,9 +401,13 @@ TEST(PreservingSave, DocumentsWithoutSourceAreWrittenAnew) {
   EXPECT_EQ(preserved(*copy), "[a]\nk=1\n\n[b]\nx=2\n");
   auto built = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
   EXPECT_FALSE(built->hasSource());
-  built->addElement(withChildren(YIniSection::sectionWithName(S("s")), {opt("k", "v")}));
+  built->addElement(sec("s", {opt("k", "v")}));
   EXPECT_EQ(preserved(*built), "[s]\nk=v\n");
   EXPECT_EQ(preservedBytes(*built), "[s]\nk=v\n");
+  // Undecodable bytes in memory load nothing and leave no source.
+  auto broken = YIniDocument::documentWithDataFactory(std::string("\xFF\xFE[", 3), built->factory());
+  EXPECT_FALSE(broken->hasSource());
+  EXPECT_EQ(broken->elements()->count(), 0u);
 }
 
 // A factory that changes what it is given: the snapshot is what it made.

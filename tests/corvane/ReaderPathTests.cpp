@@ -66,9 +66,7 @@ TEST(ReaderPaths, RuleCornersReadAlike) {
       u"[\u3000]\n\u3000=\u3000\n", u"[a]\n" + lone + u"=" + lone + u"\n" + lone + u"\n",
       u"[a]\nk=v\n" + lone + u"\n  " + lone, u"[a]\nk=[x]\n#=\n;k=v\n",
   };
-  for (const auto& text : texts) {
-    EXPECT_EQ(readerpaths::compare(YString(text)), "") << visible(YString(text));
-  }
+  for (const auto& text : texts) EXPECT_EQ(readerpaths::compare(YString(text)), "") << visible(YString(text));
 }
 
 // INI-like text from a seed: headers with and without "]", options with "="

@@ -101,19 +101,14 @@ TEST(ReadingFormat, RulePriorityAnchorsCodeUnitsAndTrimming) {
   }
 }
 
-TEST(ReadingEnumerator, EarlyEndResumesAfterTheStrayLineAndEndIsFinal) {
-  auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(
-      YString(u"[a]\n  stray\n[b]"), YIniStandardElementFactory::standardFactory());
+TEST(ReadingEnumerator, EarlyEndResumesAfterTheStrayLineEndIsFinalNullTextYieldsNothingAndFactoryIsRequired) {
+  const auto factory = YIniStandardElementFactory::standardFactory();
+  auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(YString(u"[a]\n  stray\n[b]"), factory);
   EXPECT_EQ(describeAll(enumerator->allObjects(), false), (std::vector<std::string>{"S:a", "C:\\n"}));
   EXPECT_EQ(describeAll(enumerator->allObjects(), false), (std::vector<std::string>{"S:b"}));
   EXPECT_EQ(enumerator->nextObject(), nullptr);
   EXPECT_EQ(enumerator->allObjects()->count(), 0u);
-}
-
-TEST(ReadingEnumerator, NullTextYieldsNothingAndFactoryIsRequired) {
-  auto enumerator =
-      YIniDocumentEnumerator::enumeratorWithStringFactory(YString(), YIniStandardElementFactory::standardFactory());
-  EXPECT_EQ(enumerator->nextObject(), nullptr);
+  EXPECT_EQ(YIniDocumentEnumerator::enumeratorWithStringFactory(YString(), factory)->nextObject(), nullptr);
   EXPECT_PRECONDITION(YIniDocumentEnumerator::enumeratorWithStringFactory(YString(u"[a]"), nullptr), "factory != nil");
   EXPECT_THROW(YIniDocumentEnumerator(YString(u"[a]"), nullptr), YInternalInconsistencyException);
 }

@@ -10,10 +10,6 @@
 
 namespace {
 
-std::shared_ptr<YIniSection> section(const char* name, const std::vector<std::shared_ptr<YIniElement>>& children) {
-  return withChildren(YIniSection::sectionWithName(S(name)), children);
-}
-
 TEST(Section, NameHasItsOwnChangeTracking) {
   auto s = YIniSection::sectionWithName(S("a"));
   KeyObserver observer(*s, YModifiedKey);
@@ -33,7 +29,7 @@ TEST(Section, NameHasItsOwnChangeTracking) {
 }
 
 TEST(Section, LookupsTakeTheFirstExactMatch) {
-  auto s = section("s", {opt("a", "1"), cmt("# c"), opt("a", "2"), opt("key", "3")});
+  auto s = sec("s", {opt("a", "1"), cmt("# c"), opt("a", "2"), opt("key", "3")});
   EXPECT_EQ(utf8(s->valueForOptionWithName(S("a"))), "1");
   EXPECT_EQ(s->comments()->count(), 1u);
   EXPECT_EQ(strings(s->optionNames()), (std::vector<std::string>{"a", "a", "key"}));
@@ -50,7 +46,7 @@ TEST(Section, LookupsTakeTheFirstExactMatch) {
 }
 
 TEST(Section, SetNullValueRemovesANewOptionAndKeepsACommittedOne) {
-  auto s = section("s", {opt("old", "1"), cmt("# end")});
+  auto s = sec("s", {opt("old", "1"), cmt("# end")});
   s->commit();
   s->addElement(opt("fresh", "2"));
   s->setValueForOptionWithName(YString(), S("fresh"));
@@ -67,14 +63,14 @@ TEST(Section, SetNullValueRemovesANewOptionAndKeepsACommittedOne) {
   s->revert();
   EXPECT_EQ(utf8(s->valueForOptionWithName(S("old"))), "1");
 
-  auto t = section("t", {opt("k"), cmt("# end")});
+  auto t = sec("t", {opt("k"), cmt("# end")});
   t->setValueForOptionWithName(S("2"), S("new"));  // appended after the trailing comment
   EXPECT_EQ(dynamicType(t->elements()->lastObject()), typeid(YIniOption));
 }
 
 TEST(Section, InitialOptionsAndRemoveAllOptions) {
   auto k = opt("k", "1");
-  auto s = section("s", {cmt("# a"), k, lf(), opt("x", "2")});
+  auto s = sec("s", {cmt("# a"), k, lf(), opt("x", "2")});
   s->commit();
   k->setName(S("renamed"));  // found among the committed options by its current name
   s->addElement(opt("late", "3"));
@@ -89,11 +85,11 @@ TEST(Section, RemoveCommentsStartingAtIndex) {
   const std::vector<std::tuple<const char*, std::int32_t, std::size_t>> cases = {
       {"\n", 1, 3}, {"\n", 0, 5}, {"\n", -1, 5}, {"\n", 5, 5}, {nullptr, 1, 5}, {"# c", 3, 4}, {"# c", 2, 5}};
   for (const auto& [text, index, remaining] : cases) {
-    auto s = section("s", {opt("k"), lf(), lf(), cmt("# c"), lf()});
+    auto s = sec("s", {opt("k"), lf(), lf(), cmt("# c"), lf()});
     s->removeCommentsStartingAtIndex(S(text), index);
     EXPECT_EQ(s->elements()->count(), remaining) << "at " << index;
   }
-  auto s = section("s", {opt("k")});
+  auto s = sec("s", {opt("k")});
   auto c1 = cmt("# 1");
   s->addComment(c1);
   EXPECT_PRECONDITION(s->addComment(nullptr), "comment != nil");
@@ -104,7 +100,7 @@ TEST(Section, RemoveCommentsStartingAtIndex) {
 }
 
 TEST(Section, CopyTakesTheCommittedName) {
-  auto s = section("a", {opt("k"), cmt("# c")});
+  auto s = sec("a", {opt("k"), cmt("# c")});
   s->commit();
   s->setName(S("b"));
   s->optionWithName(S("k"))->setValue(S("changed"));
@@ -136,7 +132,7 @@ TEST(SectionWriter, LineEndRule) {
         auto* comment = YCast<YIniComment>(child.get());
         elements.push_back(hostComments && comment ? std::make_shared<HostComment>(comment->stringValue()) : child);
       }
-      auto s = section("a", elements);
+      auto s = sec("a", elements);
       for (bool writeOptions : {false, true}) {
         YString target = YString::mutableString();
         YIniSectionWriter::writerWithSectionWriteOptions(s, writeOptions)->write(YStringWriter::writerWithString(target));
@@ -150,7 +146,7 @@ TEST(SectionWriter, LineEndRule) {
 
 TEST(SectionWriter, WritingTrimsOptionNamesThroughSetName) {
   auto k = opt("  k\t"), x = opt("x", "1");
-  auto s = section("a", {k, x, opt("n\n")});
+  auto s = sec("a", {k, x, opt("n\n")});
   s->commit();
   KeyObserver kObserver(*k, YModifiedKey), xObserver(*x, YModifiedKey);
   EXPECT_EQ(s->stringValue().u16string(), u"[a]\nk=v\nx=1\nn\n=v\n");  // line ends are not trimmed
@@ -162,7 +158,7 @@ TEST(SectionWriter, WritingTrimsOptionNamesThroughSetName) {
 }
 
 TEST(SectionWriter, NewLineAtIndexAndPreconditions) {
-  YIniSectionWriter writer(section("a", {lf(), opt("k"), cmt("# c")}), true);
+  YIniSectionWriter writer(sec("a", {lf(), opt("k"), cmt("# c")}), true);
   for (int i : {-1, 0, 1, 2, 3}) EXPECT_EQ(writer.newLineAtAtIndex(i), i == 0) << i;
 
   RecordingScope recording;

@@ -98,7 +98,7 @@ TEST(TypedValues, Doubles) {
 }
 
 TEST(TypedValues, MissingIsNotMalformedAndNeitherReadsAsZero) {
-  auto s = withChildren(YIniSection::sectionWithName(S("s")), {opt("bad", "x"), opt("gone", "1")});
+  auto s = sec("s", {opt("bad", "x"), opt("gone", "1")});
   s->commit();
   s->setValueForOptionWithName(YString(), S("gone"));  // committed: stays, with a null value
   for (const char* name : {"absent", "gone"}) {
@@ -234,16 +234,14 @@ TEST(TypedValues, NumbersIgnoreTheLocale) {
   EXPECT_EQ(integerValueForOptionWithName(*holding(S("-1234567")), S("k")).value(), -1234567);
   auto s = YIniSection::sectionWithName(S("s"));
   ASSERT_TRUE(setDoubleValueForOptionWithName(*s, 1234567.25, S("d")));
-  EXPECT_EQ(utf8(s->valueForOptionWithName(S("d"))), "1234567.25");
   setIntegerValueForOptionWithName(*s, 1234567, S("i"));
-  EXPECT_EQ(utf8(s->valueForOptionWithName(S("i"))), "1234567");
   ASSERT_TRUE(setListValueForOptionWithName(*s, ystrings({"1.5", "2"}), S("l")));
-  EXPECT_EQ(utf8(s->valueForOptionWithName(S("l"))), "1.5, 2");
+  EXPECT_EQ(utf8(s->stringValue()), "[s]\nd=1234567.25\ni=1234567\nl=1.5, 2\n");
 }
 
 TEST(TypedValues, SettersGoThroughTheOptionsOwnChangeTracking) {
   auto first = opt("port", "80"), second = opt("port", "81");
-  auto s = withChildren(YIniSection::sectionWithName(S("s")), {lf(), first, second, cmt("# end")});
+  auto s = sec("s", {lf(), first, second, cmt("# end")});
   auto document = withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()), {s});
   document->commit();
   KeyObserver optionModified(*first, YModifiedKey), documentModified(*document, YModifiedKey);
@@ -287,8 +285,7 @@ TEST(TypedDocument, GettersTellAMissingSectionFromAMissingOption) {
   auto document = load("[server]\nport=80x\nhosts=a,,b,\n[server]\nmore=1\n");
   auto port = integerValueForOptionWithNameInSectionWithName(*document, S("port"), S("server"));
   EXPECT_EQ(failureOf(port), Failure::Malformed);
-  EXPECT_EQ(utf8(port.error().sectionName), "server");
-  EXPECT_EQ(utf8(port.error().text), "80x");
+  EXPECT_EQ(utf8(port.error().sectionName) + " " + utf8(port.error().text), "server 80x");
   EXPECT_EQ(utf8(port.error().description()), "option \"port\" in section \"server\": \"80x\" is not a valid integer");
 
   auto noOption = boolValueForOptionWithNameInSectionWithName(*document, S("more"), S("server"));  // first section only

@@ -26,6 +26,16 @@ const YString kJapanese("\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E\xE3\x81\xAE\xE3\x8
 const YString kLoneSurrogate(std::u16string_view(u"a\xD800" "b", 3));
 
 std::string describe(const std::shared_ptr<YError>& error) { return error ? error->description().UTF8String() : ""; }
+/// A failed call's error as "domain code errno"; "no failure" when `succeeded`.
+std::string failure(bool succeeded, const std::shared_ptr<YError>& error) {
+  if (succeeded || !error) return succeeded ? "no failure" : "no error";
+  return error->domain().UTF8String() + " " + std::to_string(error->code()) + " " +
+         std::to_string(error->underlyingErrno());
+}
+/// "YFoundationErrorDomain `code` `errno`".
+std::string foundationError(std::int64_t code, int errnum = 0) {
+  return "YFoundationErrorDomain " + std::to_string(code) + " " + std::to_string(errnum);
+}
 
 void expectRoundTrip(const YString& text, YStringEncoding encoding) {
   SCOPED_TRACE(YStringEncodingName(encoding));
@@ -69,12 +79,9 @@ TEST(YStringEncodingTest, UnrepresentableTextAndInvalidBytesFailWithAnError) {
       {YString(u"x"), YSymbolStringEncoding},               {YString(u"x"), 9999},
   };
   for (const auto& [text, encoding] : unrepresentable) {
-    SCOPED_TRACE(YStringEncodingName(encoding));
     std::shared_ptr<YError> error;
-    EXPECT_FALSE(YEncodeString(text, encoding, &error));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->domain(), YFoundationErrorDomain);
-    EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
+    EXPECT_EQ(failure(YEncodeString(text, encoding, &error).has_value(), error),
+              foundationError(YFileWriteInapplicableStringEncodingError)) << YStringEncodingName(encoding);
   }
   const std::pair<std::string, YStringEncoding> invalid[] = {
       {"a\x80", YASCIIStringEncoding},
@@ -84,11 +91,9 @@ TEST(YStringEncodingTest, UnrepresentableTextAndInvalidBytesFailWithAnError) {
       {"\xFF", YNonLossyASCIIStringEncoding},
   };
   for (const auto& [bytes, encoding] : invalid) {
-    SCOPED_TRACE(YStringEncodingName(encoding));
     std::shared_ptr<YError> error;
-    EXPECT_TRUE(YDecodeBytes(bytes, encoding, &error).isNull());
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), YFileReadInapplicableStringEncodingError);
+    EXPECT_EQ(failure(!YDecodeBytes(bytes, encoding, &error).isNull(), error),
+              foundationError(YFileReadInapplicableStringEncodingError)) << YStringEncodingName(encoding);
   }
 }
 
@@ -169,12 +174,9 @@ TEST(YFileTest, WritesAndReadsBackWithDetectionAndAMissingFileGivesNullAndAnErro
   // Before it exists: null, the encoding left as it was, and an error.
   std::shared_ptr<YError> missing;
   YStringEncoding untouched = 77;
-  EXPECT_TRUE(YString::stringWithContentsOfFileUsedEncodingError(file, &untouched, &missing).isNull());
+  EXPECT_EQ(failure(!YString::stringWithContentsOfFileUsedEncodingError(file, &untouched, &missing).isNull(), missing),
+            foundationError(4, ENOENT));
   EXPECT_EQ(untouched, 77u);
-  ASSERT_TRUE(missing);
-  EXPECT_EQ(missing->domain(), YFoundationErrorDomain);
-  EXPECT_EQ(missing->code(), 4);
-  EXPECT_EQ(missing->underlyingErrno(), ENOENT);
   // Detected encoding; 0: no mark, not detectable.
   const std::pair<YStringEncoding, YStringEncoding> cases[] = {
       {YUTF8StringEncoding, YUTF8StringEncoding},
@@ -214,9 +216,8 @@ TEST(YFileTest, LongUTF8TextIsWrittenWholeOrNotAtAll) {
     }
     units[at + 1] = u'b';
     std::shared_ptr<YError> error;
-    EXPECT_FALSE(writeText(YString(units), path, true, &error));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
+    EXPECT_EQ(failure(writeText(YString(units), path, true, &error), error),
+              foundationError(YFileWriteInapplicableStringEncodingError));
     EXPECT_EQ(filefault::readBytes(path), text.UTF8String());
   }
   EXPECT_FALSE(writeText(YString(), path, true));  // a null text is no text

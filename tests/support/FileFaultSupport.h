@@ -79,6 +79,12 @@ inline std::string state(const std::string& path) {
   return readBytes(path) + " mode " + std::to_string(::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0);
 }
 
+/// The entry's inode and mode, not following a last symbolic link; "(none)" when there is none.
+inline std::string identity(const std::string& path) {
+  struct stat st{};
+  return ::lstat(path.c_str(), &st) == 0 ? std::to_string(st.st_ino) + " " + std::to_string(st.st_mode) : "(none)";
+}
+
 using ::failed;
 
 /// Runs `body` in a forked child that is ended after `seconds` (a save that

@@ -215,14 +215,10 @@ TEST_F(CliLineEditRules, EditsThatChangeNothingDoNotWrite) {
                                           : "(none)";
   };
   const std::string before = identity();
-  for (const Args& edit :
-       {Args{"set", "--verbose", path, "a", "k", "v"}, Args{"set", "--verbose", path, "a"},
-        Args{"set", "--verbose", path, "", "root", "1"}, Args{"del", "--verbose", path, "a", "x"},
-        Args{"del", "--verbose", path, "c"}, Args{"merge", "--verbose", path}}) {
-    auto result = runTool(edit);
-    EXPECT_EQ(result.exitCode, 0) << edit[0] << " " << edit.back() << result.err;
-    EXPECT_TRUE(has(result.err, "same.ini: unchanged"));
-  }
+  const std::string unchanged = "same.ini: unchanged";
+  expectRuns({"--verbose"}, {{{"set", path, "a", "k", "v"}, "", unchanged}, {{"set", path, "a"}, "", unchanged},
+                             {{"set", path, "", "root", "1"}, "", unchanged}, {{"del", path, "a", "x"}, "", unchanged},
+                             {{"del", path, "c"}, "", unchanged}, {{"merge", path}, "", unchanged}});
   EXPECT_EQ(identity(), before);
   // With --output the file is written all the same.
   const std::string copy = folder.path("copy.ini");

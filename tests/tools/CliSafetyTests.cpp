@@ -88,12 +88,10 @@ TEST_F(CliSafety, ReadOnlyFilesNeedForceEvenForRoot) {
   const std::string path = folder.file("locked.ini", "[a]\nk = v\n"), out = folder.file("out.ini", "");
   ASSERT_EQ(::chmod(path.c_str(), 0444), 0);
   ASSERT_EQ(::chmod(out.c_str(), 0444), 0);
-  for (const Args& args : {Args{"set", path, "a", "k", "w"}, Args{"del", path, "a"}, Args{"merge", path},
-                           Args{"set", path, "a", "k", "w", "--output", out}}) {
-    auto run = runTool(args, "[a]\nk = x\n");
-    EXPECT_EQ(run.exitCode, 3) << args[0];
-    EXPECT_TRUE(has(run.err, "read-only"));
-  }
+  expectRuns({}, {{{"set", path, "a", "k", "w"}, "", "read-only", 3}, {{"del", path, "a"}, "", "read-only", 3},
+                  {{"merge", path}, "", "read-only", 3},
+                  {{"set", path, "a", "k", "w", "--output", out}, "", "read-only", 3}},
+             "[a]\nk = x\n");
   EXPECT_EQ(readBytes(path), "[a]\nk = v\n");
   EXPECT_EQ(readBytes(out), "");
   EXPECT_EQ(editAndRead({"set", "--force", path, "a", "k", "w"}, path), "0 [a]\nk = w\n");

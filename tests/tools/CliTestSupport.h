@@ -170,14 +170,16 @@ struct Expected {
   int exitCode = 0;
 };
 
-/// Runs each row with `prefix` before its arguments and checks what it gives;
-/// whatever it writes to standard error starts with "corvane: ".
-inline void expectRuns(const std::vector<std::string>& prefix, const std::vector<Expected>& rows) {
+/// Runs each row with `prefix` before its arguments (standard input holds
+/// `input`) and checks what it gives; whatever it writes to standard error
+/// starts with "corvane: ".
+inline void expectRuns(const std::vector<std::string>& prefix, const std::vector<Expected>& rows,
+                       const std::string& input = "") {
   for (const Expected& row : rows) {
     std::vector<std::string> args = prefix;
     args.insert(args.end(), row.args.begin(), row.args.end());
     SCOPED_TRACE(::testing::PrintToString(args));
-    auto run = runTool(args);
+    auto run = runTool(args, input);
     EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
     EXPECT_EQ(run.out, row.out);
     EXPECT_TRUE(has(run.err, row.errHas));

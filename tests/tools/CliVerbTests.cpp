@@ -108,13 +108,9 @@ TEST_F(CliVerbs, SetAddsWhatIsMissingUnlessExistingIsGiven) {
 
 TEST_F(CliVerbs, DelOfAMissingItemIsDoneUnlessExistingIsGiven) {
   const auto before = std::filesystem::last_write_time(app);
-  for (const Args& args : {Args{"del", app, "nowhere"}, Args{"del", app, "main", "missing"}, Args{"del", app, "", "x"}}) {
-    auto run = runTool(args);
-    EXPECT_EQ(run.exitCode, 0) << run.err;
-    Args strict = args;
-    strict.insert(strict.begin() + 1, "--existing");
-    EXPECT_EQ(runTool(strict).exitCode, 1) << args[2];
-  }
+  expectRuns({"del"}, {{{app, "nowhere"}, "", ""}, {{app, "main", "missing"}, "", ""}, {{app, "", "x"}, "", ""},
+                       {{"--existing", app, "nowhere"}, "", "", 1}, {{"--existing", app, "main", "missing"}, "", "", 1},
+                       {{"--existing", app, "", "x"}, "", "", 1}});
   EXPECT_EQ(std::filesystem::last_write_time(app), before);
   EXPECT_EQ(runTool({"del", folder.path("absent.ini"), "a"}).exitCode, 3);
   // Removing every head option, a section, an option.
@@ -244,20 +240,15 @@ TEST_F(CliVerbs, UsageErrorsExitWithTwo) {
       {"set", app, "main", "name", "x", "--output"}, {"set", app, "main", "name", "x", "--encoding", "klingon"},
       {"del", app, "main", "--verbose=yes"}, {"--reformat", "set", app, "", "mode", "slow"},
   };
-  for (const auto& args : cases) {
-    auto run = runTool(args);
-    EXPECT_EQ(run.exitCode, 2) << (args.empty() ? "(none)" : args[0]) << " " << run.err;
-    EXPECT_EQ(run.err.rfind("corvane: ", 0), 0u) << run.err;
-  }
   // Names and values the library could not read back.
   const std::string path = folder.file("a.ini", "[a]\nk=v\n");
   const Args unreadable[] = {{"a", "k", "one\n\ntwo"}, {"a", "k=x", "1"}, {"a\nb", "k", "1"}, {"a", "", "1"},
                              {"a", "k\nx", "1"},       {" a", "k", "1"},  {"a", "#k", "1"},  {"", "k", "1\n2"}};
-  for (const Args& c : unreadable) {
-    auto run = runTool({"set", path, c[0], c[1], c[2]});
-    EXPECT_EQ(run.exitCode, 2) << c[0] << "/" << c[1] << "/" << c[2];
-    EXPECT_TRUE(has(run.err, "corvane: " + path + ": cannot")) << run.err;
-  }
+  std::vector<Expected> rows;
+  for (const Args& args : cases) rows.push_back({args, "", "corvane: ", 2});
+  for (const Args& c : unreadable)
+    rows.push_back({{"set", path, c[0], c[1], c[2]}, "", "corvane: " + path + ": cannot", 2});
+  expectRuns({}, rows);
   EXPECT_EQ(readBytes(app), kApp);
   EXPECT_EQ(readBytes(path), "[a]\nk=v\n");
 }
