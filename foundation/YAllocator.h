@@ -38,7 +38,7 @@ void smallDeallocateSlowly(void* block, std::size_t size) noexcept;
 /// Memory for `size` bytes, aligned to 16. Sizes up to kSmallObjectLimit are
 /// carved, in 16-byte size classes and with no per-block header, from 64 KiB
 /// chunks of pre-faulted memory (in transparent huge pages where the kernel
-/// offers them), and recycled through bounded per-thread free lists; larger
+/// offers them and they fault in faster than small pages), and recycled through bounded per-thread free lists; larger
 /// ones go to operator new. Throws std::bad_alloc when no memory is left.
 ///
 /// Resident memory follows the peak live set: blocks beyond a thread's lists
@@ -75,6 +75,11 @@ inline void smallDeallocate(void* block, std::size_t size) noexcept {
   smallDeallocateSlowly(block, size);
 }
 
+/// Memory for `size` bytes of one large buffer. Sizes from 1 MiB up are
+/// mapped with their pages faulted in at once (much cheaper than a fault per
+/// page on first touch), from 4 MiB up in huge pages where the kernel offers
+/// them and they fault in faster than small pages; smaller ones go to
+/// operator new. Throws std::bad_alloc when no memory is left.
 void* largeAllocate(std::size_t size);
 /// Gives back a buffer from largeAllocate(); `size` as asked for. A mapped
 /// buffer goes straight back to the system.
