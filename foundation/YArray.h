@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "YAllocator.h"
 #include "YException.h"
 #include "YObject.h"
 
@@ -68,36 +69,37 @@ class YArray : public YObject {
     std::uint64_t _mutations;
   };
 
-  /// Use the factory functions; the constructor is public only for make_shared.
+  /// Use the factory functions; the constructor is public only for them
+  /// (lists come from the small-object pool, with their counts).
   YArray(std::vector<Element> items, bool isMutable) : _items(std::move(items)), _mutable(isMutable) {}
 
   /// A new immutable list of `items` (nulls are refused).
   static std::shared_ptr<YArray> arrayWithObjects(std::vector<Element> items) {
     checkNoNulls(items);
-    return std::make_shared<YArray>(std::move(items), false);
+    return YMakeShared<YArray>(std::move(items), false);
   }
   /// A new, empty immutable list.
-  static std::shared_ptr<YArray> array() { return std::make_shared<YArray>(std::vector<Element>{}, false); }
+  static std::shared_ptr<YArray> array() { return YMakeShared<YArray>(std::vector<Element>{}, false); }
   /// A new, empty mutable list.
   static std::shared_ptr<YArray> mutableArray(std::size_t capacity = 0) {
-    auto list = std::make_shared<YArray>(std::vector<Element>{}, true);
+    auto list = YMakeShared<YArray>(std::vector<Element>{}, true);
     list->_items.reserve(capacity);
     return list;
   }
   /// A new mutable list of `items` (nulls are refused).
   static std::shared_ptr<YArray> mutableArrayWithObjects(std::vector<Element> items) {
     checkNoNulls(items);
-    return std::make_shared<YArray>(std::move(items), true);
+    return YMakeShared<YArray>(std::move(items), true);
   }
 
   /// An immutable list of the same entries (a snapshot).
-  std::shared_ptr<YArray> copy() const { return std::make_shared<YArray>(_items, false); }
+  std::shared_ptr<YArray> copy() const { return YMakeShared<YArray>(_items, false); }
   /// A mutable list of the same entries.
-  std::shared_ptr<YArray> mutableCopy() const { return std::make_shared<YArray>(_items, true); }
+  std::shared_ptr<YArray> mutableCopy() const { return YMakeShared<YArray>(_items, true); }
   /// This list's entries as a list of a base class.
   template <class U>
   std::shared_ptr<YArray<U>> arrayOfBase(bool isMutable = false) const {
-    return std::make_shared<YArray<U>>(std::vector<std::shared_ptr<U>>(_items.begin(), _items.end()), isMutable);
+    return YMakeShared<YArray<U>>(std::vector<std::shared_ptr<U>>(_items.begin(), _items.end()), isMutable);
   }
 
   /// Whether the list can be changed (fixed at creation).
