@@ -72,8 +72,6 @@ YMutableStringRep* newMutableRep(const char16_t* chars, std::size_t length, std:
   return rep;
 }
 
-inline void retain(YStringRep* rep) noexcept { ydetail::retainRep(rep); }
-
 // Out of line, so that releasing an immutable string needs no saved registers.
 [[gnu::noinline]] void freeMutableRep(YMutableStringRep* rep) noexcept {
   freeBytes(rep->buffer, rep->capacity * sizeof(char16_t));
@@ -81,22 +79,21 @@ inline void retain(YStringRep* rep) noexcept { ydetail::retainRep(rep); }
   ydetail::smallDeallocate(rep, sizeof(YMutableStringRep));
 }
 
-inline void release(YStringRep* rep) noexcept {
-  if (!rep) return;
+// A count that releaseSharedRep() did not drop: the last one, or any while
+// other threads run.
+inline void releaseUnshared(YStringRep* rep) noexcept {
   // The only handle left cannot race with another: no other thread holds
   // one to copy from, so the last release skips the locked decrement.
-  const std::uint32_t refs = rep->refs.load(std::memory_order_acquire);
-  if (refs != 1) {
-    if (ydetail::stringsSingleThreaded()) {
-      rep->refs.store(refs - 1, std::memory_order_relaxed);
-      return;
-    }
-    if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-  }
+  if (rep->refs.load(std::memory_order_acquire) != 1 && rep->refs.fetch_sub(1, std::memory_order_acq_rel) != 1)
+    return;
   if (rep->isMutable) return freeMutableRep(static_cast<YMutableStringRep*>(rep));
   const std::size_t size = immutableRepSize(rep->length);
   rep->~YStringRep();
   freeBytes(rep, size);
+}
+
+inline void release(YStringRep* rep) noexcept {
+  if (rep && !ydetail::releaseSharedRep(rep)) releaseUnshared(rep);
 }
 
 void ensureCapacity(YMutableStringRep* rep, std::size_t needed) {
@@ -198,9 +195,8 @@ YString::YString(const char* utf8) {
   if (utf8) *this = fromUTF8(utf8);
 }
 
-
 YString& YString::operator=(const YString& other) noexcept {
-  retain(other._rep);
+  ydetail::retainRep(other._rep);
   release(_rep);
   _rep = other._rep;
   return *this;
@@ -215,7 +211,8 @@ YString& YString::operator=(YString&& other) noexcept {
   return *this;
 }
 
-void YString::releaseRep() noexcept { release(_rep); }
+// The destructor has already tried to drop a shared count inline.
+void YString::releaseRep() noexcept { releaseUnshared(_rep); }
 
 YString YString::fromUTF8(std::string_view utf8) {
   // Measured first, then decoded straight into the string's own storage.

@@ -316,7 +316,7 @@ class YString {
 
  private:
   explicit YString(ydetail::YStringRep* rep) noexcept : _rep(rep) {}
-  void releaseRep() noexcept;
+  void releaseRep() noexcept;  // a count ~YString() could not drop inline
   YString snapshotOfMutable() const;
   void requireMutable(const char* operation) const {
     if (!isMutable()) throwNotMutable(operation);
