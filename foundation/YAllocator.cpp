@@ -3,10 +3,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cassert>
 #include <cstdint>
 #include <ctime>
-#include <atomic>
 #include <mutex>
 
 // Under AddressSanitizer every block comes from operator new, so that the
@@ -132,9 +132,8 @@ long nowNanoseconds() noexcept {
 // the build machine 2 to 3 ms a MiB against 0.4 ms in small pages). So the
 // pool times what it faults in: while a huge-page step costs more than the
 // same bytes in small pages, the rest of the arena and large buffers use small
-// pages; each new arena tries huge pages again. Small pages cost this much a
-// MiB until the process has measured its own (its first 2 MiB).
-constexpr long kSmallPageNanosecondsPerMiB = 500000;
+// pages; each new arena tries huge pages again. The small-page cost is the
+// process's own, measured on its first 2 MiB, which come before any huge step.
 std::atomic<bool> hugePagesDear{false};
 
 // `bytes` (a multiple of the page size) of address space starting on a 2 MiB
@@ -175,8 +174,7 @@ struct ChunkStore {
   bool reservedBefore = false;
   std::size_t smallPageSteps = 0;  // chunks still to fault in one by one (see takeChunk)
   bool hugeSteps = false;          // the arena's unfaulted rest is marked for huge pages
-  long smallSpent = 0;             // faulting in the small-page steps: nanoseconds
-  std::size_t smallBytes = 0;      // and bytes
+  long smallSpent = 0;             // nanoseconds faulting in the first 2 MiB in small pages
 };
 
 // Never destroyed: blocks may be freed while the process exits.
@@ -249,12 +247,8 @@ Chunk* takeChunk(ChunkStore& store) {
       store.faulted += step;
       if (small) {
         store.smallSpent += spent;
-        store.smallBytes += step;
       } else if (store.hugeSteps) {
-        const long smallPerMiB = store.smallBytes >= kHugePage
-                                     ? static_cast<long>(store.smallSpent * (1 << 20) / store.smallBytes)
-                                     : kSmallPageNanosecondsPerMiB;
-        const bool dear = spent > smallPerMiB * static_cast<long>(step >> 20);
+        const bool dear = spent > store.smallSpent;  // a huge step faults in as many bytes
         hugePagesDear.store(dear, std::memory_order_relaxed);
         if (dear && store.faulted < store.end) {
           ::madvise(store.faulted, static_cast<std::size_t>(store.end - store.faulted), MADV_NOHUGEPAGE);

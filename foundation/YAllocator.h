@@ -38,8 +38,9 @@ void smallDeallocateSlowly(void* block, std::size_t size) noexcept;
 /// Memory for `size` bytes, aligned to 16. Sizes up to kSmallObjectLimit are
 /// carved, in 16-byte size classes and with no per-block header, from 64 KiB
 /// chunks of pre-faulted memory (in transparent huge pages where the kernel
-/// offers them and they fault in faster than small pages), and recycled through bounded per-thread free lists; larger
-/// ones go to operator new. Throws std::bad_alloc when no memory is left.
+/// offers them and they fault in faster than small pages), and recycled
+/// through bounded per-thread free lists; larger ones go to operator new.
+/// Throws std::bad_alloc when no memory is left.
 ///
 /// Resident memory follows the peak live set: blocks beyond a thread's lists
 /// (128 KiB a class) go back to their chunks, whichever thread frees them, and
