@@ -1,11 +1,17 @@
 // A program outside the Corvane tree, built against an installed Corvane
 // (through find_package or pkg-config): loads an INI text, changes one value
-// and prints the library's version and the edited text.
+// and prints the library's version and the edited text. Built with
+// CORVANE_CONSUMER_PLUGIN it is a plugin instead, run by loader.c.
 #include <cstdio>
 
 #include "CorvaneVersion.h"
 #include "YIniDocument.h"
 #include "YIniStandardElementFactory.h"
+
+#ifdef CORVANE_CONSUMER_PLUGIN
+extern "C" int corvane_consumer_main();
+#define main corvane_consumer_main
+#endif
 
 int main() {
   auto document = YIniDocument::documentFromStringFactory(

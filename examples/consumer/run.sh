@@ -2,7 +2,8 @@
 # Installs a built Corvane tree twice, with --prefix into a temporary folder and
 # staged with DESTDIR, and against each builds the consumer program outside the
 # tree, once through find_package(Corvane) and once through
-# `pkg-config --cflags --libs corvane`, runs it and checks its output.
+# `pkg-config --cflags --libs corvane`, runs it and checks its output; also
+# as a plugin that a program loads with dlopen after it started.
 # Usage: examples/consumer/run.sh BUILD_DIR
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -15,17 +16,19 @@ cmake --install "$build" --prefix "$work/prefix" > "$work/install-prefix.log"
 DESTDIR="$work/stage" cmake --install "$build" > "$work/install-destdir.log"
 configured_prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")
 
-check() {  # check WHAT PROGRAM VERSION
+check() {  # check WHAT VERSION PROGRAM [ARGUMENT...]
+  local what=$1 version=$2
+  shift 2
   local expected
-  expected=$(printf 'corvane %s\n# settings\n[window]\nwidth=1024\nheight=600' "$3")
+  expected=$(printf 'corvane %s\n# settings\n[window]\nwidth=1024\nheight=600' "$version")
   local actual
-  actual=$("$2") || { echo "$1: the consumer failed" >&2; exit 1; }
+  actual=$("$@") || { echo "$what: the consumer failed" >&2; exit 1; }
   if [ "$actual" != "$expected" ]; then
-    echo "$1: unexpected output" >&2
+    echo "$what: unexpected output" >&2
     diff <(echo "$expected") <(echo "$actual") >&2 || true
     exit 1
   fi
-  echo "$1: ok"
+  echo "$what: ok"
 }
 
 for install in prefix destdir; do
@@ -49,10 +52,16 @@ for install in prefix destdir; do
     > "$work/$install-cmake.log" 2>&1 || { cat "$work/$install-cmake.log"; exit 1; }
   cmake --build "$work/$install-cmake" > "$work/$install-cmake-build.log" 2>&1 \
     || { cat "$work/$install-cmake-build.log"; exit 1; }
-  check "$install, find_package" "$work/$install-cmake/consumer" "$version"
+  check "$install, find_package" "$version" "$work/$install-cmake/consumer"
 
   # shellcheck disable=SC2046  # pkg-config's output is a list of words
   ${CXX:-c++} "$source/consumer.cpp" -o "$work/$install-pkg-config" \
     $(pkg-config --cflags --libs corvane) -Wl,-rpath,"$libdir"
-  check "$install, pkg-config" "$work/$install-pkg-config" "$version"
+  check "$install, pkg-config" "$version" "$work/$install-pkg-config"
+
+  # shellcheck disable=SC2046
+  ${CXX:-c++} "$source/consumer.cpp" -DCORVANE_CONSUMER_PLUGIN -shared -fPIC -o "$work/$install-plugin.so" \
+    $(pkg-config --cflags --libs corvane) -Wl,-rpath,"$libdir"
+  ${CC:-cc} "$source/loader.c" -o "$work/$install-loader" -ldl
+  check "$install, dlopen" "$version" "$work/$install-loader" "$work/$install-plugin.so"
 done
