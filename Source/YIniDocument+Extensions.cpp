@@ -66,7 +66,18 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
   std::shared_ptr<YIniSection> currentSection;
   try {
     while (std::shared_ptr<YIniElement> element = enumerator->nextObject()) {
-      // Each element is passed on, not copied: its count changes once.
+      // Each element is passed on, not copied: its count changes once. The
+      // standard factory's elements are of exactly the library's classes,
+      // options the most common: known at once without a kind test.
+      if (quiet && currentSection && ydetail::isExactly<YIniOption>(*element)) {
+        flush(*currentSection);
+        place(*currentSection, std::move(element));
+        continue;
+      }
+      if (quiet && ydetail::isExactly<YIniComment>(*element)) {
+        pending->addObject(std::static_pointer_cast<YIniComment>(std::move(element)));
+        continue;
+      }
       if (auto* section = YCast<YIniSection>(element.get())) {
         flush(currentSection ? static_cast<YIniCompositeElement&>(*currentSection)
                              : static_cast<YIniCompositeElement&>(*this));

@@ -6,7 +6,6 @@
 #include "NSString+Extensions.h"
 #include "YAssertionHandler.h"
 #include "YCharacterSet.h"
-#include "YStringWritable.h"
 #include "YStringWriter.h"
 #include "YUTF8Writer.h"
 #include "YIniCompositeElement.h"
@@ -53,9 +52,13 @@ bool YIniSectionWriter::newLineAtPosition(std::size_t position) const {
   if (!_section) return false;
   const auto& elements = _section->elementsList()->vector();
   if (position >= elements.size()) return false;
-  // The library's own comment answers from its text, running nobody's code.
-  if (const YIniElement* raw = elements[position].get(); raw && ydetail::isExactly<YIniComment>(*raw))
-    return endsWithCharacter(static_cast<const YIniComment*>(raw)->_string, u'\n');
+  // The library's own comment answers from its text, running nobody's code;
+  // its own option is no comment.
+  if (const YIniElement* raw = elements[position].get(); raw) {
+    if (ydetail::isExactly<YIniComment>(*raw))
+      return endsWithCharacter(static_cast<const YIniComment*>(raw)->_string, u'\n');
+    if (ydetail::isExactly<YIniOption>(*raw)) return false;
+  }
   // Held while its text is asked for: stringValue() may run host code.
   std::shared_ptr<YIniElement> element = elements[position];
   auto* comment = YCast<YIniComment>(element.get());
@@ -88,8 +91,13 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   // notifies observers, which may edit the section).
   for (std::size_t i = 0; i < _section->elementsList()->count(); ++i) {
     std::shared_ptr<YIniElement> element = _section->elementsList()->objectAtIndex(i);
-    if (silence && !isLibraryLeaf(element.get())) silence->forget();
-    if (auto* option = YCast<YIniOption>(element.get())) {
+    const bool leaf = isLibraryLeaf(element.get());
+    if (silence && !leaf) silence->forget();
+    // The library's own leaves are told apart without a kind test.
+    YIniOption* option = !leaf                                     ? YCast<YIniOption>(element.get())
+                         : ydetail::isExactly<YIniOption>(*element) ? static_cast<YIniOption*>(element.get())
+                                                                    : nullptr;
+    if (option) {
       if (option->name().isNull()) continue;
       if (mayNeedTrimming(option->name())) {
         YString name = option->name().stringByTrimmingCharactersInSet(whitespace);
@@ -103,7 +111,7 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
       const std::size_t count = _section->elementsList()->count();
       if (i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1))) textWriter->writeLine();
     } else if (auto* comment = YCast<YIniComment>(element.get())) {
-      YStringWritable(comment->stringValue()).write(textWriter);
+      textWriter->write(comment->stringValue());
     }
   }
 }
