@@ -331,12 +331,16 @@ void YIniCompositeElement::modifiedChangedForElement(YIniElement* element) {
 }
 
 bool YIniCompositeElement::nobodyHearsUnchanged(const YIniElement& child) noexcept {
-  if (child.observationCount() != 1) return false;
+  if (child.observationCount() != 1 || child.mayChangeUnannounced()) return false;
   const Observation r = child.observationAtIndex(0);
   if (r.options != YKeyValueObservingOptionNew || r.context || !YKeysEqual(r.key, YModifiedKey)) return false;
-  const auto* parent = YCast<YIniCompositeElement>(r.observer);
-  if (!parent || !parent->isLibraryClass() || parent->_bits.ignoreChanges || !parent->answersWithoutAsking() ||
-      child.mayChangeUnannounced())
+  // A silent scope over this parent has found, for an earlier child, all that
+  // is asked of the parent below, and nothing has run since that could change it.
+  SilenceScope* scope = currentScope();
+  const bool silentHere = scope && scope->_silent && static_cast<const YObject*>(scope->_parent) == r.observer;
+  const auto* parent = silentHere ? scope->_parent : YCast<YIniCompositeElement>(r.observer);
+  if (!silentHere && (!parent || !parent->isLibraryClass() || parent->_bits.ignoreChanges ||
+                      !parent->answersWithoutAsking()))
     return false;
   // The parent's kept state of this child stays right: it was filed under
   // what it is, and that does not change.
@@ -345,9 +349,8 @@ bool YIniCompositeElement::nobodyHearsUnchanged(const YIniElement& child) noexce
     if (cache.unannounced.count(&child)) return false;
     if (cache.modifiedKnown && cache.modified.count(&child) != (child.isModified() ? 1u : 0u)) return false;
   }
-  SilenceScope* scope = currentScope();
+  if (silentHere) return true;
   const bool kept = scope && scope->_parent == parent;
-  if (kept && scope->_silent) return true;
   const bool silent = parent->hasModifiedElements() == parent->_bits.modified && parent->announcesOnlyToComposites();
   if (kept) scope->_silent = silent;
   return silent;

@@ -20,15 +20,35 @@ void YIniOptionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   writeOptionTo(_option.get(), *textWriter);
 }
 
+namespace {
+// The pieces of the line "%@=%@": the name (a null one prints as "(null)"),
+// "=", the value (empty when null).
+struct OptionPieces {
+  std::u16string_view name, equals, value;
+  explicit OptionPieces(const YIniOption* option) : equals(u"=") {
+    if (!option) {
+      name = u"(null)";
+      return;
+    }
+    name = option->name().isNull() ? std::u16string_view(u"(null)") : option->name().view();
+    value = option->value().view();
+  }
+};
+}  // namespace
+
+void YIniOptionWriter::writeOptionLineTo(const YIniOption* option, YTextWriter& target) {
+  const OptionPieces p(option);
+  if (ydetail::isExactly<YStringWriter>(target))
+    static_cast<YStringWriter&>(target).writePieces({p.name, p.equals, p.value, u"\n"});
+  else
+    static_cast<YUTF8Writer&>(target).writePieces({p.name, p.equals, p.value, u"\n"});
+}
+
 void YIniOptionWriter::writeOptionTo(const YIniOption* option, YTextWriter& target) {
-  // The line is "%@=%@": the name (a null one prints as "(null)"), "=", the
-  // value (empty when null); built in one piece. The pieces are read before
-  // any writer code runs (a host's writer gets a finished string).
-  static const YString absent;
-  const YString& name = option ? option->name() : absent;
-  const YString& value = option ? option->value() : absent;
-  const std::u16string_view pieces[] = {name.isNull() ? std::u16string_view(u"(null)") : name.view(), u"=",
-                                        value.view()};
+  // Built in one piece. The pieces are read before any writer code runs (a
+  // host's writer gets a finished string).
+  const OptionPieces p(option);
+  const std::u16string_view pieces[] = {p.name, p.equals, p.value};
   if (ydetail::isExactly<YStringWriter>(target)) {
     static_cast<YStringWriter&>(target).writePieces({pieces[0], pieces[1], pieces[2]});
     return;

@@ -26,6 +26,9 @@ class YIniOptionWriter : public YTextWritable {
   /// Writes the line of `option` (null writes "(null)=") to `target`, as
   /// write() does, without a writer object.
   static void writeOptionTo(const YIniOption* option, YTextWriter& target);
+  /// The line of `option` with a line end after it, into exactly a
+  /// YStringWriter or YUTF8Writer (`target`), in one piece.
+  static void writeOptionLineTo(const YIniOption* option, YTextWriter& target);
 
  private:
   std::shared_ptr<YIniOption> _option;

@@ -107,6 +107,16 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
         option->setName(option->name());
       }
       if (option->value().isNull()) continue;
+      if (silence && leaf) {
+        // The library's own option and writer run nobody's code: the line end
+        // is known before the line is written, and goes with it.
+        const std::size_t count = _section->elementsList()->count();
+        if (i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1)))
+          YIniOptionWriter::writeOptionLineTo(option, target);
+        else
+          YIniOptionWriter::writeOptionTo(option, target);
+        continue;
+      }
       YIniOptionWriter::writeOptionTo(option, target);
       const std::size_t count = _section->elementsList()->count();
       if (i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1))) textWriter->writeLine();
