@@ -314,8 +314,11 @@ void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement> element) {
   // room for a few instead of growing one by one.
   constexpr std::size_t kLoadedListCapacity = 8;
   if (_elements->count() == 0) _elements->reserveCapacity(kLoadedListCapacity);
+  YIniElement& child = *element;
   _elements->addObject(std::move(element));
-  subscribeChild(_elements->vector().back());
+  // Only the library's own composites append quietly, and they subscribe no
+  // differently: the child is observed as subscribeChild() would.
+  child.addObserver(this, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
 }
 
 void YIniCompositeElement::settleQuietly() { _bits.modified = hasModifiedElements(); }
