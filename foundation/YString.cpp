@@ -427,25 +427,28 @@ void YString::appendCharacters(const char16_t* chars, std::size_t len) const {
 void YString::appendPieces(std::initializer_list<std::u16string_view> pieces) const {
   requireMutable("appendPieces");
   auto* rep = static_cast<YMutableStringRep*>(_rep);
-  std::less<const char16_t*> before;
   std::size_t total = 0;
-  for (auto piece : pieces) {
-    if (!piece.empty() && !before(piece.data(), rep->buffer) && before(piece.data(), rep->buffer + rep->capacity)) {
-      // A piece of this string's own text would move as the buffer grows:
-      // the pieces are copied out first.
-      std::u16string all;
-      for (auto each : pieces) all.append(each);
-      appendCharacters(all.data(), all.size());
-      return;
+  for (auto piece : pieces) total += piece.size();
+  if (total > rep->capacity - rep->length) {
+    // The buffer grows, and a piece of this string's own text would move
+    // with it: such pieces are copied out first.
+    std::less<const char16_t*> before;
+    for (auto piece : pieces) {
+      if (!piece.empty() && !before(piece.data(), rep->buffer) && before(piece.data(), rep->buffer + rep->capacity)) {
+        std::u16string all;
+        for (auto each : pieces) all.append(each);
+        appendCharacters(all.data(), all.size());
+        return;
+      }
     }
-    total += piece.size();
+    if (total > kMaxLength) throw std::bad_alloc();
+    ensureCapacity(rep, rep->length + total);
   }
-  if (total > kMaxLength) throw std::bad_alloc();
-  ensureCapacity(rep, rep->length + total);
+  // Room enough: the pieces, within the text, lie before where they go.
   char16_t* out = rep->buffer + rep->length;
   for (auto piece : pieces) {
-    if (piece.size() <= 4) {
-      for (char16_t c : piece) *out++ = c;  // the brackets and "=" of a line
+    if (piece.size() <= 8) {
+      for (char16_t c : piece) *out++ = c;  // brackets, "=", line ends, short names
     } else {
       std::memcpy(out, piece.data(), piece.size() * sizeof(char16_t));
       out += piece.size();

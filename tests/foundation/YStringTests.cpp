@@ -70,10 +70,13 @@ TEST(YStringTest, MutationRules) {
   EXPECT_EQ(text.length(), 128u);
   text.deleteCharactersInRange(0, 124);
   EXPECT_EQ(text, YString(u"abc-"));
-  // Pieces, short and long, some from its own buffer, past the capacity.
+  // Pieces, short and long, some from its own buffer, within the capacity and past it.
   text.appendPieces({u"[", text.view().substr(1, 2), u"]", u"0123456789", text.view()});
   text.appendPieces({u"!", u"0123456789ABCDEF0123456789ABCDEF"});
   EXPECT_EQ(text, YString(u"abc-[bc]0123456789abc-!0123456789ABCDEF0123456789ABCDEF"));
+  YString small = mutableOf(u"abcd");  // room for 8
+  small.appendPieces({small.view(), u"0123456789", small.view().substr(1, 2)});
+  EXPECT_EQ(small, YString(u"abcdabcd0123456789bc"));
   EXPECT_THROW(fixed.appendPieces({u"x"}), YInvalidArgumentException);
 }
 
