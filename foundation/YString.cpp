@@ -195,13 +195,6 @@ YString::YString(const char* utf8) {
   if (utf8) *this = fromUTF8(utf8);
 }
 
-YString& YString::operator=(const YString& other) noexcept {
-  ydetail::retainRep(other._rep);
-  release(_rep);
-  _rep = other._rep;
-  return *this;
-}
-
 YString& YString::operator=(YString&& other) noexcept {
   if (this != &other) {
     release(_rep);

@@ -184,7 +184,14 @@ class YString {
   /// Takes `other`'s string; `other` becomes null.
   YString(YString&& other) noexcept : _rep(other._rep) { other._rep = nullptr; }
   /// Makes this handle share `other`'s string.
-  YString& operator=(const YString& other) noexcept;
+  YString& operator=(const YString& other) noexcept {
+    if (_rep != other._rep) {  // the same string again changes no count
+      const YString old(std::move(*this));  // let go of when it ends
+      _rep = other._rep;
+      ydetail::retainRep(_rep);
+    }
+    return *this;
+  }
   /// Takes `other`'s string; `other` becomes null.
   YString& operator=(YString&& other) noexcept;
   /// Lets go of the string; the last handle frees it.
