@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <typeinfo>
+#include <vector>
 
 #include "YAssertionHandler.h"
 #include "YFile.h"
@@ -57,11 +58,18 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
     for (YIniCompositeElement* composite : filled) composite->settleQuietly();
     settleQuietly();
   };
+  // Comments wait for the element after them, which tells where they go.
   auto pending = YArray<YIniComment>::mutableArray();
+  std::vector<std::shared_ptr<YIniElement>> quietPending;  // the same, placed quietly
   auto flush = [&](YIniCompositeElement& target) {
     if (!quiet) return addCommentsToObject(pending, target);
-    for (const auto& comment : pending->vector()) place(target, comment);
-    pending->removeAllObjects();
+    if (quietPending.empty()) return;
+    for (auto& comment : quietPending) target.appendQuietly(std::move(comment));
+    quietPending.clear();
+  };
+  auto hold = [&](std::shared_ptr<YIniElement> element, YIniComment* comment) {
+    if (quiet) return quietPending.push_back(std::move(element));
+    pending->addObject(std::shared_ptr<YIniComment>(std::move(element), comment));
   };
   std::shared_ptr<YIniSection> currentSection;
   try {
@@ -75,7 +83,7 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
         continue;
       }
       if (quiet && ydetail::isExactly<YIniComment>(*element)) {
-        pending->addObject(std::static_pointer_cast<YIniComment>(std::move(element)));
+        quietPending.push_back(std::move(element));
         continue;
       }
       if (auto* section = YCast<YIniSection>(element.get())) {
@@ -93,7 +101,7 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
         flush(*currentSection);
         place(*currentSection, std::move(element));
       } else if (auto* comment = YCast<YIniComment>(element.get())) {
-        pending->addObject(std::shared_ptr<YIniComment>(std::move(element), comment));
+        hold(std::move(element), comment);
       }
     }
     flush(*this);
