@@ -87,6 +87,12 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   std::optional<YIniCompositeElement::SilenceScope> silence;
   if (ydetail::isExactly<YStringWriter>(target) || ydetail::isExactly<YUTF8Writer>(target)) silence.emplace(*_section);
 
+  // An option line needs its own line end unless a comment ending in one
+  // follows it; the last one always does.
+  auto lineEndAfter = [this](std::size_t i) {
+    const std::size_t count = _section->elementsList()->count();
+    return i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1));
+  };
   // The list is read again at every step: writing may change it (setName
   // notifies observers, which may edit the section).
   for (std::size_t i = 0; i < _section->elementsList()->count(); ++i) {
@@ -110,16 +116,14 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
       if (silence && leaf) {
         // The library's own option and writer run nobody's code: the line end
         // is known before the line is written, and goes with it.
-        const std::size_t count = _section->elementsList()->count();
-        if (i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1)))
+        if (lineEndAfter(i))
           YIniOptionWriter::writeOptionLineTo(option, target);
         else
           YIniOptionWriter::writeOptionTo(option, target);
         continue;
       }
       YIniOptionWriter::writeOptionTo(option, target);
-      const std::size_t count = _section->elementsList()->count();
-      if (i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1))) textWriter->writeLine();
+      if (lineEndAfter(i)) textWriter->writeLine();
     } else if (auto* comment = YCast<YIniComment>(element.get())) {
       textWriter->write(comment->stringValue());
     }
