@@ -53,8 +53,10 @@ bool isWideBlank(char16_t c, bool lineEnds) {
 }
 template <bool lineEnds>
 inline bool isBlank(char16_t c) {
-  if (c < 0x80) return c == u' ' || c == u'\t' || (lineEnds && c >= u'\n' && c <= u'\r');
-  return isWideBlank(c, lineEnds);
+  constexpr std::uint64_t kAsciiBlanks =
+      1ULL << u' ' | 1ULL << u'\t' | (lineEnds ? 1ULL << u'\n' | 1ULL << u'\v' | 1ULL << u'\f' | 1ULL << u'\r' : 0);
+  if (c < 64) return (kAsciiBlanks >> c) & 1;
+  return c >= 0x80 && isWideBlank(c, lineEnds);
 }
 
 // The piece [begin, end) of `text` (in range) without leading and trailing
@@ -78,7 +80,7 @@ bool isFragment(Kind kind) noexcept { return kind == Kind::fragment || kind == K
 // The piece [start, end) of `text` trimmed as trimmed() does; a piece out
 // of range throws YRangeException.
 template <bool lineEnds>
-YString trimmedPiece(const YString& text, std::size_t start, std::size_t end) {
+[[gnu::always_inline]] inline YString trimmedPiece(const YString& text, std::size_t start, std::size_t end) {
   if (start > end || end > text.length()) return text.substringWithRange(start, end - start);  // throws
   return trimmed<lineEnds>(text.characters(), start, end);
 }
@@ -139,6 +141,12 @@ struct YIniDocumentEnumerator::Reading {
   Line& ahead() noexcept { return lines[current ^ 1U]; }
   // The next token of the text into `into`.
   bool next(Line& into);
+  // Whether the next token may be a continuation line. Only a line that
+  // opens with a space is one: where the recogniser reads, any other is
+  // left to the next call unread rather than read ahead.
+  bool mayContinue() const noexcept {
+    return !recognizesLines || (position < text.size() && text[position] == u' ');
+  }
   void makeScanner();
   void lineFromMatch(Line& into) const;
 };
@@ -301,13 +309,13 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken() {
   std::size_t end = line.end;  // continuation lines move it on
   YString joined;              // built only when continuation lines follow
   Line& next = reading.ahead();
-  bool more = reading.next(next);
+  bool more = reading.mayContinue() && reading.next(next);
   while (more && isFragment(next.kind)) {
     if (joined.isNull()) joined = YString::mutableStringWithString(value);
     joined.appendString(kContinuationJoint);
     joined.appendString(trimmedPiece<true>(_documentString, next.start, next.end));
     end = next.end;
-    more = reading.next(next);
+    more = reading.mayContinue() && reading.next(next);
   }
   reading.hasAhead = more;
   if (!joined.isNull()) value = joined.copy();
