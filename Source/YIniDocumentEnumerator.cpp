@@ -75,6 +75,12 @@ using Kind = YIniLineRecognizer::Kind;
 // reading like a stray continuation line.
 constexpr Kind kForeign = static_cast<Kind>(0xFF);
 
+// The kinds of YIniSourceRecord entries, as record() takes them.
+constexpr int kRecordedSection = static_cast<int>(YIniSourceRecord::Kind::Section);
+constexpr int kRecordedOption = static_cast<int>(YIniSourceRecord::Kind::Option);
+constexpr int kRecordedComment = static_cast<int>(YIniSourceRecord::Kind::Comment);
+constexpr int kRecordedUnknown = static_cast<int>(YIniSourceRecord::Kind::Unknown);
+
 bool isFragment(Kind kind) noexcept { return kind == Kind::fragment || kind == Kind::fragmentTerminating; }
 
 // The piece [start, end) of `text` trimmed as trimmed() does; a piece out
@@ -268,13 +274,13 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::nextObject() {
       case Kind::newLine: {
         YString text = tokenText(_documentString, line);
         auto comment = _factory->commentWithString(text);
-        if (_record && comment) record(static_cast<int>(YIniSourceRecord::Kind::Comment), line.end, *comment, text);
+        if (_record && comment) record(kRecordedComment, line.start, line.end, *comment, text);
         return comment;
       }
       case Kind::unknown: {
         YLog("Unrecognized text sequence %@", tokenText(_documentString, line));
         auto comment = _factory->commentWithString(kEmpty);
-        if (_record && comment) record(static_cast<int>(YIniSourceRecord::Kind::Unknown), line.end, *comment, kEmpty);
+        if (_record && comment) record(kRecordedUnknown, line.start, line.end, *comment, kEmpty);
         return comment;
       }
       default:  // a continuation line that follows no option
@@ -284,9 +290,9 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::nextObject() {
   }
 }
 
-void YIniDocumentEnumerator::record(int kind, std::size_t end, YIniElement& element, const YString& first,
-                                    const YString& second) {
-  _record->noteElement(static_cast<YIniSourceRecord::Kind>(kind), static_cast<std::uint32_t>(_reading->line().start),
+void YIniDocumentEnumerator::record(int kind, std::size_t start, std::size_t end, YIniElement& element,
+                                    const YString& first, const YString& second) {
+  _record->noteElement(static_cast<YIniSourceRecord::Kind>(kind), static_cast<std::uint32_t>(start),
                        static_cast<std::uint32_t>(end), element, first, second);
 }
 
@@ -295,7 +301,7 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken() {
   YString name = trimmedPiece<false>(_documentString, header.keyStart, header.keyEnd);
   std::shared_ptr<YIniSection> section = _factory->sectionWithName(name);
   _activeSection = section;
-  if (_record && section) record(static_cast<int>(YIniSourceRecord::Kind::Section), header.end, *section, name);
+  if (_record && section) record(kRecordedSection, header.start, header.end, *section, name);
   return section;
 }
 
@@ -320,7 +326,7 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken() {
   reading.hasAhead = more;
   if (!joined.isNull()) value = joined.copy();
   auto option = _factory->optionWithNameValueInSection(name, value, _activeSection);
-  if (_record && option) record(static_cast<int>(YIniSourceRecord::Kind::Option), end, *option, name, value);
+  if (_record && option) record(kRecordedOption, line.start, end, *option, name, value);
   return option;
 }
 

@@ -77,8 +77,8 @@ class YIniDocumentEnumerator : public YObject {
   // The elements made from the current token.
   std::shared_ptr<YIniElement> sectionFromToken();
   std::shared_ptr<YIniElement> optionFromToken();
-  // Notes the element made from the current token, ending at `end`, in _record.
-  void record(int kind, std::size_t end, YIniElement& element, const YString& first,
+  // Notes in _record the element made from the text [start, end).
+  void record(int kind, std::size_t start, std::size_t end, YIniElement& element, const YString& first,
               const YString& second = YString());
 
   YString _documentString;
