@@ -1,5 +1,7 @@
 #include "YIniDocumentEnumerator.h"
 
+#include <utility>
+
 #include "YAssertionHandler.h"
 #include "YCharacterSet.h"
 #include "YEndOfLineRule.h"
@@ -134,8 +136,9 @@ struct YIniDocumentEnumerator::Reading {
   bool recognizesLines = false;  // tokens come from YIniLineRecognizer
   std::size_t position = 0;      // where it reads on
   Line lines[2]{};
-  unsigned current = 0;   // lines[current] is the token being read
-  bool hasAhead = false;  // the other was read ahead and comes next
+  Line* current = &lines[0];  // the token being read
+  Line* other = &lines[1];    // the one read ahead, when hasAhead
+  bool hasAhead = false;
   // The rules' way: their classes, their scanner and its latest match,
   // made when first needed.
   YIniReaderClasses classes;
@@ -143,8 +146,12 @@ struct YIniDocumentEnumerator::Reading {
   std::shared_ptr<YRuleBasedScanner> scanner;
   YTokenMatch match;
 
-  Line& line() noexcept { return lines[current]; }
-  Line& ahead() noexcept { return lines[current ^ 1U]; }
+  Reading() = default;
+  Reading(const Reading&) = delete;  // `current` and `other` point into it
+  Reading& operator=(const Reading&) = delete;
+
+  Line& line() noexcept { return *current; }
+  Line& ahead() noexcept { return *other; }
   // The next token of the text into `into`.
   bool next(Line& into);
   // Whether the next token may be a continuation line. Only a line that
@@ -251,7 +258,7 @@ bool YIniDocumentEnumerator::takeToken() {
   Reading& reading = *_reading;
   if (reading.hasAhead) {
     reading.hasAhead = false;
-    reading.current ^= 1U;
+    std::swap(reading.current, reading.other);
     return true;
   }
   return reading.next(reading.line());
