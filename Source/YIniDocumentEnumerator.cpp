@@ -1,5 +1,7 @@
 #include "YIniDocumentEnumerator.h"
 
+#include <utility>
+
 #include "YAssertionHandler.h"
 #include "YCharacterSet.h"
 #include "YEndOfLineRule.h"
@@ -51,22 +53,55 @@ bool isWideBlank(char16_t c, bool lineEnds) {
   static const YCharacterSet whitespaceAndNewlines = YCharacterSet::whitespaceAndNewlineCharacterSet();
   return (lineEnds ? whitespaceAndNewlines : whitespace).characterIsMember(c);
 }
-inline bool isBlank(char16_t c, bool lineEnds) {
-  if (c < 0x80) return c == u' ' || c == u'\t' || (lineEnds && c >= u'\n' && c <= u'\r');
-  return isWideBlank(c, lineEnds);
+template <bool lineEnds>
+inline bool isBlank(char16_t c) {
+  constexpr std::uint64_t kAsciiBlanks =
+      1ULL << u' ' | 1ULL << u'\t' | (lineEnds ? 1ULL << u'\n' | 1ULL << u'\v' | 1ULL << u'\f' | 1ULL << u'\r' : 0);
+  if (c < 64) return (kAsciiBlanks >> c) & 1;
+  return c >= 0x80 && isWideBlank(c, lineEnds);
 }
 
-// The piece [start, start + length) of `text` without leading and trailing
+// The piece [begin, end) of `text` (in range) without leading and trailing
 // whitespace, and line ends too with `lineEnds`, cut out in one copy.
-YString trimmedPiece(const YString& text, std::int32_t start, std::int32_t length, bool lineEnds) {
-  if (start < 0 || length < 0 || static_cast<std::size_t>(start) + static_cast<std::size_t>(length) > text.length())
-    return text.substringWithRange(static_cast<std::size_t>(start), static_cast<std::size_t>(length));  // throws
-  const char16_t* c = text.characters();
-  std::size_t begin = static_cast<std::size_t>(start);
-  std::size_t end = begin + static_cast<std::size_t>(length);
-  while (begin < end && isBlank(c[begin], lineEnds)) ++begin;
-  while (end > begin && isBlank(c[end - 1], lineEnds)) --end;
-  return YString::stringWithCharacters(c + begin, end - begin);
+template <bool lineEnds>
+inline YString trimmed(const char16_t* text, std::size_t begin, std::size_t end) {
+  while (begin < end && isBlank<lineEnds>(text[begin])) ++begin;
+  while (end > begin && isBlank<lineEnds>(text[end - 1])) --end;
+  return YString::stringWithCharacters(text + begin, end - begin);
+}
+
+using Line = YIniLineRecognizer::Line;
+using Kind = YIniLineRecognizer::Kind;
+
+// The class of a token the rules made that none of theirs is: it ends the
+// reading like a stray continuation line.
+constexpr Kind kForeign = static_cast<Kind>(0xFF);
+
+// The kinds of YIniSourceRecord entries, as record() takes them.
+constexpr int kRecordedSection = static_cast<int>(YIniSourceRecord::Kind::Section);
+constexpr int kRecordedOption = static_cast<int>(YIniSourceRecord::Kind::Option);
+constexpr int kRecordedComment = static_cast<int>(YIniSourceRecord::Kind::Comment);
+constexpr int kRecordedUnknown = static_cast<int>(YIniSourceRecord::Kind::Unknown);
+
+bool isFragment(Kind kind) noexcept { return kind == Kind::fragment || kind == Kind::fragmentTerminating; }
+
+// The piece [start, end) of `text` trimmed as trimmed() does; a piece out
+// of range throws YRangeException.
+template <bool lineEnds>
+[[gnu::always_inline]] inline YString trimmedPiece(const YString& text, std::size_t start, std::size_t end) {
+  if (start > end || end > text.length()) return text.substringWithRange(start, end - start);  // throws
+  return trimmed<lineEnds>(text.characters(), start, end);
+}
+
+// The text of a comment or unrecognised token.
+YString tokenText(const YString& document, const Line& line) {
+  const std::u16string_view text = document.view();
+  const std::size_t length = line.end - line.start;
+  // Blank lines are the most common comment: they share one string each.
+  if (length == 1 && line.start < text.size() && text[line.start] == u'\n') return kLineFeed;
+  if (length == 2 && line.start + 1 < text.size() && text[line.start] == u'\r' && text[line.start + 1] == u'\n')
+    return kCarriageReturnLineFeed;
+  return document.substringWithRange(line.start, length);
 }
 
 }  // namespace
@@ -94,38 +129,118 @@ std::shared_ptr<YArray<YRule>> YIniReaderRules(const YIniReaderClasses& classes)
   return rules;
 }
 
+struct YIniDocumentEnumerator::Reading {
+  // The text scanned: the document string, or a snapshot of a mutable one.
+  std::shared_ptr<YStringBuffer> buffer;
+  std::u16string_view text;
+  bool recognizesLines = false;  // tokens come from YIniLineRecognizer
+  std::size_t position = 0;      // where it reads on
+  Line lines[2]{};
+  Line* current = &lines[0];  // the token being read
+  Line* other = &lines[1];    // the one read ahead, when hasAhead
+  bool hasAhead = false;
+  // The rules' way: their classes, their scanner and its latest match,
+  // made when first needed.
+  YIniReaderClasses classes;
+  std::shared_ptr<YUnicharStream> stream;
+  std::shared_ptr<YRuleBasedScanner> scanner;
+  YTokenMatch match;
+
+  Reading() = default;
+  Reading(const Reading&) = delete;  // `current` and `other` point into it
+  Reading& operator=(const Reading&) = delete;
+
+  Line& line() noexcept { return *current; }
+  Line& ahead() noexcept { return *other; }
+  // The next token of the text into `into`.
+  bool next(Line& into);
+  // Whether the next token may be a continuation line. Only a line that
+  // opens with a space is one: where the recogniser reads, any other is
+  // left to the next call unread rather than read ahead.
+  bool mayContinue() const noexcept {
+    return !recognizesLines || (position < text.size() && text[position] == u' ');
+  }
+  void makeScanner();
+  void lineFromMatch(Line& into) const;
+};
+
+bool YIniDocumentEnumerator::Reading::next(Line& into) {
+  if (recognizesLines) {
+    if (position >= text.size()) return false;
+    if (YIniLineRecognizer::lineAtPosition(text, position, into)) {
+      position = into.end;
+      return true;
+    }
+    // Declined: the rules read on from the same place.
+    if (!scanner) makeScanner();
+    stream->setPosition(static_cast<std::int32_t>(position));
+  } else if (!scanner) {
+    makeScanner();
+  }
+  if (!scanner->nextMatch(match)) return false;
+  lineFromMatch(into);
+  position = into.end;
+  return true;
+}
+
+void YIniDocumentEnumerator::Reading::makeScanner() {
+  for (auto* tokenClass : {&classes.comment, &classes.newLine, &classes.section, &classes.option, &classes.fragment,
+                           &classes.fragmentTerminating, &classes.optionTerminating, &classes.unknown, &classes.key,
+                           &classes.value})
+    *tokenClass = std::make_shared<YTokenClass>();
+  stream = YUnicharStream::streamWithBuffer(buffer);
+  stream->setPosition(static_cast<std::int32_t>(position));
+  scanner = YRuleBasedScanner::scannerForStreamWithRules(stream, YIniReaderRules(classes));
+}
+
+void YIniDocumentEnumerator::Reading::lineFromMatch(Line& into) const {
+  const YTokenClass* c = match.tokenClass;
+  into.start = static_cast<std::size_t>(match.position);
+  into.end = into.start + static_cast<std::size_t>(match.length);
+  auto group = [&](std::size_t index, std::size_t& start, std::size_t& end) {
+    const YTokenMatch::Subtoken& sub = match.subtokens.at(index);
+    start = into.start + static_cast<std::size_t>(sub.position);
+    end = start + static_cast<std::size_t>(sub.length);
+  };
+  if (c == classes.section.get()) {
+    into.kind = Kind::section;
+    group(0, into.keyStart, into.keyEnd);
+  } else if (c == classes.option.get() || c == classes.optionTerminating.get()) {
+    into.kind = c == classes.option.get() ? Kind::option : Kind::optionTerminating;
+    group(0, into.keyStart, into.keyEnd);
+    group(1, into.valueStart, into.valueEnd);
+  } else if (c == classes.comment.get()) {
+    into.kind = Kind::comment;
+  } else if (c == classes.newLine.get()) {
+    into.kind = Kind::newLine;
+  } else if (c == classes.fragment.get()) {
+    into.kind = Kind::fragment;
+  } else if (c == classes.fragmentTerminating.get()) {
+    into.kind = Kind::fragmentTerminating;
+  } else if (c == classes.unknown.get()) {
+    into.kind = Kind::unknown;
+  } else {
+    into.kind = kForeign;
+  }
+}
+
 bool YIniDocumentEnumerator::checkFactory(const YIniElementFactory* factory) {
   return !YCParameterFailed(factory != nullptr, "factory != nil");
 }
 
 YIniDocumentEnumerator::YIniDocumentEnumerator(const YString& documentString,
-                                               std::shared_ptr<YIniElementFactory> factory) {
+                                               std::shared_ptr<YIniElementFactory> factory)
+    : _reading(std::make_unique<Reading>()) {
   if (YParameterFailed(factory != nullptr, "theFactory != nil")) return;
-  _commentLiteral = std::make_shared<YTokenClass>();
-  _sectionLiteral = std::make_shared<YTokenClass>();
-  _optionLiteral = std::make_shared<YTokenClass>();
-  _optionLiteralTerminating = std::make_shared<YTokenClass>();
-  _optionFragmentLiteral = std::make_shared<YTokenClass>();
-  _optionFragmentLiteralTerminating = std::make_shared<YTokenClass>();
-  _keyLiteral = std::make_shared<YTokenClass>();
-  _valueLiteral = std::make_shared<YTokenClass>();
-  _singleNewLineLiteral = std::make_shared<YTokenClass>();
-  _unknownLiteral = std::make_shared<YTokenClass>();
-
   _documentString = documentString;
-  _stream = YUnicharStream::streamWithBuffer(YStringBuffer::bufferFromString(_documentString));
+  Reading& reading = *_reading;
+  reading.buffer = YStringBuffer::bufferFromString(_documentString);
+  reading.text = reading.buffer->characters();
   // The recogniser answers for exactly the reader's rules, and faster: the
   // rules and their scanner are made only when it is switched off.
-  _recognizesLines = YIniLineRecognizer::isEnabled();
-  if (!_recognizesLines) makeScanner();
+  reading.recognizesLines = YIniLineRecognizer::isEnabled();
+  if (!reading.recognizesLines) reading.makeScanner();
   _factory = std::move(factory);
-}
-
-void YIniDocumentEnumerator::makeScanner() {
-  auto rules = YIniReaderRules({_commentLiteral, _singleNewLineLiteral, _sectionLiteral, _optionLiteral,
-                                _optionFragmentLiteral, _optionFragmentLiteralTerminating, _optionLiteralTerminating,
-                                _unknownLiteral, _keyLiteral, _valueLiteral});
-  _scanner = YRuleBasedScanner::scannerForStreamWithRules(_stream, rules);
 }
 
 YIniDocumentEnumerator::~YIniDocumentEnumerator() = default;
@@ -138,133 +253,87 @@ YString YIniDocumentEnumerator::extractStringStartLength(const YString& string, 
       .stringByTrimmingCharactersInSet(YCharacterSet::whitespaceCharacterSet());
 }
 
-YString YIniDocumentEnumerator::tokenText(const YTokenMatch& token) const {
-  const std::u16string_view text = _documentString.view();
-  // Blank lines are the most common comment: they share one string each.
-  if (token.length == 1 && static_cast<std::size_t>(token.position) < text.size() && text[token.position] == u'\n')
-    return kLineFeed;
-  if (token.length == 2 && static_cast<std::size_t>(token.position) + 1 < text.size() &&
-      text[token.position] == u'\r' && text[token.position + 1] == u'\n')
-    return kCarriageReturnLineFeed;
-  return _documentString.substringWithRange(static_cast<std::size_t>(token.position),
-                                            static_cast<std::size_t>(token.length));
-}
-
-bool YIniDocumentEnumerator::isFragment(const YTokenMatch& token) const noexcept {
-  return token.tokenClass == _optionFragmentLiteral.get() || token.tokenClass == _optionFragmentLiteralTerminating.get();
-}
-
-bool YIniDocumentEnumerator::takeToken(YTokenMatch& token) {
-  if (_hasActiveToken) {
-    _hasActiveToken = false;
-    std::swap(token, _activeToken);
+bool YIniDocumentEnumerator::takeToken() {
+  if (!_factory) return false;
+  Reading& reading = *_reading;
+  if (reading.hasAhead) {
+    reading.hasAhead = false;
+    std::swap(reading.current, reading.other);
     return true;
   }
-  return scan(token);
-}
-
-bool YIniDocumentEnumerator::scan(YTokenMatch& token) {
-  if (!_factory) return false;
-  if (_recognizesLines) {
-    YUnicharStream& stream = *_stream;
-    const std::u16string_view text = stream.characters();
-    const std::size_t position = static_cast<std::size_t>(stream.position());
-    if (position >= text.size()) {
-      token.reset();
-      return false;
-    }
-    const YIniLineRecognizer::Classes classes{_commentLiteral.get(),
-                                              _singleNewLineLiteral.get(),
-                                              _sectionLiteral.get(),
-                                              _optionLiteral.get(),
-                                              _optionFragmentLiteral.get(),
-                                              _optionFragmentLiteralTerminating.get(),
-                                              _optionLiteralTerminating.get(),
-                                              _unknownLiteral.get(),
-                                              _keyLiteral.get(),
-                                              _valueLiteral.get()};
-    if (YIniLineRecognizer::tokenAtPosition(text, position, classes, token)) {
-      // The scanner goes on from the same place should it be asked next.
-      stream.setPosition(token.position + token.length);
-      return true;
-    }
-  }
-  if (!_scanner) makeScanner();
-  return _scanner->nextMatch(token);
+  return reading.next(reading.line());
 }
 
 std::shared_ptr<YIniElement> YIniDocumentEnumerator::nextObject() {
   // Options before the first section are dropped; a loop (not a nested call
   // per option) keeps any number of them off the stack.
   for (;;) {
-    if (!takeToken(_token)) return nullptr;
-    const YTokenClass* c = _token.tokenClass;
-    if (c == _sectionLiteral.get()) return sectionFromToken(_token);
-    if (c == _optionLiteral.get() || c == _optionLiteralTerminating.get()) {
-      if (!_activeSection) continue;
-      return optionFromToken(_token);
+    if (!takeToken()) return nullptr;
+    const Line& line = _reading->line();
+    switch (line.kind) {
+      case Kind::section:
+        return sectionFromToken();
+      case Kind::option:
+      case Kind::optionTerminating:
+        if (!_activeSection) continue;
+        return optionFromToken();
+      case Kind::comment:
+      case Kind::newLine: {
+        YString text = tokenText(_documentString, line);
+        auto comment = _factory->commentWithString(text);
+        if (_record && comment) record(kRecordedComment, line.start, line.end, *comment, text);
+        return comment;
+      }
+      case Kind::unknown: {
+        YLog("Unrecognized text sequence %@", tokenText(_documentString, line));
+        auto comment = _factory->commentWithString(kEmpty);
+        if (_record && comment) record(kRecordedUnknown, line.start, line.end, *comment, kEmpty);
+        return comment;
+      }
+      default:  // a continuation line that follows no option
+        if (_record) _record->noteStop(static_cast<std::uint32_t>(line.start));
+        return nullptr;
     }
-    if (c == _commentLiteral.get() || c == _singleNewLineLiteral.get()) {
-      YString text = tokenText(_token);
-      auto comment = _factory->commentWithString(text);
-      if (_record && comment)
-        record(static_cast<int>(YIniSourceRecord::Kind::Comment), _token.position + _token.length, *comment, text);
-      return comment;
-    }
-    if (c == _unknownLiteral.get()) {
-      YLog("Unrecognized text sequence %@", tokenText(_token));
-      auto comment = _factory->commentWithString(kEmpty);
-      if (_record && comment)
-        record(static_cast<int>(YIniSourceRecord::Kind::Unknown), _token.position + _token.length, *comment, kEmpty);
-      return comment;
-    }
-    if (_record) _record->noteStop(static_cast<std::uint32_t>(_token.position));
-    return nullptr;
   }
 }
 
-void YIniDocumentEnumerator::record(int kind, std::int32_t end, YIniElement& element, const YString& first,
-                                    const YString& second) {
-  _record->noteElement(static_cast<YIniSourceRecord::Kind>(kind), static_cast<std::uint32_t>(_token.position), static_cast<std::uint32_t>(end), element,
-                       first, second);
+void YIniDocumentEnumerator::record(int kind, std::size_t start, std::size_t end, YIniElement& element,
+                                    const YString& first, const YString& second) {
+  _record->noteElement(static_cast<YIniSourceRecord::Kind>(kind), static_cast<std::uint32_t>(start),
+                       static_cast<std::uint32_t>(end), element, first, second);
 }
 
-std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken(const YTokenMatch& token) {
-  const YTokenMatch::Subtoken& nameToken = token.subtokens.at(0);
-  YString name = trimmedPiece(_documentString, token.position + nameToken.position, nameToken.length, false);
+std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken() {
+  const Line& header = _reading->line();
+  YString name = trimmedPiece<false>(_documentString, header.keyStart, header.keyEnd);
   std::shared_ptr<YIniSection> section = _factory->sectionWithName(name);
   _activeSection = section;
-  if (_record && section)
-    record(static_cast<int>(YIniSourceRecord::Kind::Section), token.position + token.length, *section, name);
+  if (_record && section) record(kRecordedSection, header.start, header.end, *section, name);
   return section;
 }
 
-std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken(const YTokenMatch& token) {
-  const std::int32_t base = token.position;
-  const YTokenMatch::Subtoken& keyToken = token.subtokens.at(0);
-  YString name = trimmedPiece(_documentString, base + keyToken.position, keyToken.length, false);
-  YString value;
-  std::int32_t end = base + token.length;  // continuation lines move it on
-  if (token.subtokens.size() == 2) {
-    const YTokenMatch::Subtoken& valueToken = token.subtokens[1];
-    // Trimmed of spaces and tabs, then of line ends too: the same as trimming
-    // both at once.
-    value = trimmedPiece(_documentString, base + valueToken.position, valueToken.length, true);
-    YString joined;  // built only when continuation lines follow
-    YTokenMatch& next = _activeToken;
-    bool more = scan(next);
-    while (more && isFragment(next)) {
-      if (joined.isNull()) joined = YString::mutableStringWithString(value);
-      joined.appendString(kContinuationJoint);
-      joined.appendString(trimmedPiece(_documentString, next.position, next.length, true));
-      end = next.position + next.length;
-      more = scan(next);
-    }
-    _hasActiveToken = more;
-    if (!joined.isNull()) value = joined.copy();
+std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken() {
+  Reading& reading = *_reading;
+  const Line& line = reading.line();
+  YString name = trimmedPiece<false>(_documentString, line.keyStart, line.keyEnd);
+  // Trimmed of spaces and tabs, then of line ends too: the same as trimming
+  // both at once.
+  YString value = trimmedPiece<true>(_documentString, line.valueStart, line.valueEnd);
+  std::size_t end = line.end;  // continuation lines move it on
+  YString joined;              // built only when continuation lines follow
+  Line& next = reading.ahead();
+  bool more = reading.mayContinue() && reading.next(next);
+  while (more && isFragment(next.kind)) {
+    if (joined.isNull()) joined = YString::mutableStringWithString(value);
+    joined.appendString(kContinuationJoint);
+    joined.appendString(trimmedPiece<true>(_documentString, next.start, next.end));
+    end = next.end;
+    more = reading.mayContinue() && reading.next(next);
   }
+  reading.hasAhead = more;
+  if (!joined.isNull()) value = joined.copy();
   auto option = _factory->optionWithNameValueInSection(name, value, _activeSection);
-  if (_record && option) record(static_cast<int>(YIniSourceRecord::Kind::Option), end, *option, name, value);
+  if (_record && option) record(kRecordedOption, line.start, end, *option, name, value);
   return option;
 }
 

@@ -2,6 +2,7 @@
 /// The INI reader: turns text into a flat sequence of elements.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -12,12 +13,7 @@
 #include "YObject.h"
 #include "YString.h"
 
-#include "YToken.h"
-
 class YIniSourceRecord;
-class YRuleBasedScanner;
-class YUnicharStream;
-class YTokenClass;
 
 /// Reads INI text and yields its elements one at a time, in text order: a
 /// section for each header, an option for each option line with its
@@ -70,41 +66,26 @@ class YIniDocumentEnumerator : public YObject {
   const std::shared_ptr<YIniElementFactory>& factory() const noexcept { return _factory; }
 
  private:
+  // The state of a reading: the tokens at hand and, where the line
+  // recogniser is switched off, the reader's rules and their scanner.
+  struct Reading;
+
   static bool checkFactory(const YIniElementFactory* factory);
-  bool takeToken(YTokenMatch& token);
-  // The next token, from the line recogniser or else the scanner.
-  bool scan(YTokenMatch& token);
-  // The reader's rules and their scanner, needed only where the line
-  // recogniser is switched off.
-  void makeScanner();
-  std::shared_ptr<YIniElement> sectionFromToken(const YTokenMatch& token);
-  std::shared_ptr<YIniElement> optionFromToken(const YTokenMatch& token);
-  YString tokenText(const YTokenMatch& token) const;
-  bool isFragment(const YTokenMatch& token) const noexcept;
-  // Notes the element made from the current token, ending at `end`, in _record.
-  void record(int kind, std::int32_t end, YIniElement& element, const YString& first,
+  // Makes the next token the current one: the one read ahead, or else the
+  // text's next.
+  bool takeToken();
+  // The elements made from the current token.
+  std::shared_ptr<YIniElement> sectionFromToken();
+  std::shared_ptr<YIniElement> optionFromToken();
+  // Notes in _record the element made from the text [start, end).
+  void record(int kind, std::size_t start, std::size_t end, YIniElement& element, const YString& first,
               const YString& second = YString());
 
   YString _documentString;
-  std::shared_ptr<YTokenClass> _commentLiteral;
-  std::shared_ptr<YTokenClass> _sectionLiteral;
-  std::shared_ptr<YTokenClass> _optionLiteral;
-  std::shared_ptr<YTokenClass> _optionLiteralTerminating;
-  std::shared_ptr<YTokenClass> _optionFragmentLiteral;
-  std::shared_ptr<YTokenClass> _optionFragmentLiteralTerminating;
-  std::shared_ptr<YTokenClass> _keyLiteral;
-  std::shared_ptr<YTokenClass> _valueLiteral;
-  std::shared_ptr<YTokenClass> _singleNewLineLiteral;
-  std::shared_ptr<YTokenClass> _unknownLiteral;
-  std::shared_ptr<YUnicharStream> _stream;
-  std::shared_ptr<YRuleBasedScanner> _scanner;  // made when first needed
-  bool _recognizesLines = false;  // tokens come from YIniLineRecognizer
+  std::unique_ptr<Reading> _reading;
   // Kept alive so that its options can be handed to the factory with it even
   // when the consumer has already let go of the section.
   std::shared_ptr<YIniSection> _activeSection;
-  YTokenMatch _activeToken;  // pushed back when _hasActiveToken
-  bool _hasActiveToken = false;
-  YTokenMatch _token;  // the token being read
   std::shared_ptr<YIniElementFactory> _factory;
   // While a document loads: where each yielded element came from.
   friend class YIniDocument;

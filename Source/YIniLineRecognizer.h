@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string_view>
 
@@ -33,6 +34,34 @@
 /// tested against. Time is linear in the token plus the rest of its line.
 class YIniLineRecognizer {
  public:
+  /// Which of the rules took a line's token (in rule order).
+  enum class Kind : std::uint8_t {
+    comment,
+    newLine,
+    section,
+    option,
+    fragment,
+    fragmentTerminating,
+    optionTerminating,
+    unknown,
+  };
+  /// A token as the reader uses it: its rule, its range and its groups, all
+  /// counted from the start of the text. `key` is the group of a section,
+  /// option or fragment; `value` that of an option. A group a token lacks
+  /// is left as it was.
+  struct Line {
+    Kind kind;
+    std::size_t start, end;
+    std::size_t keyStart, keyEnd;
+    std::size_t valueStart, valueEnd;
+  };
+
+  /// Describes in `line` the token at `position` as the rules make it.
+  /// Returns false (leaving `line` unspecified) when it cannot say for
+  /// certain, so that the caller asks the scanner; at or past the end of
+  /// the text it cannot.
+  static bool lineAtPosition(std::u16string_view text, std::size_t position, Line& line) noexcept;
+
   /// The token classes of one reader, which the tokens are given.
   struct Classes {
     const YTokenClass* comment;
@@ -47,10 +76,8 @@ class YIniLineRecognizer {
     const YTokenClass* value;
   };
 
-  /// Describes in `match` the token at `position` (< text.size()), with
+  /// The same token as lineAtPosition(), described in `match` with the
   /// top-level position and subtokens relative to it, as the scanner would.
-  /// Returns false (leaving `match` unspecified) when it cannot say for
-  /// certain, so that the caller asks the scanner.
   static bool tokenAtPosition(std::u16string_view text, std::size_t position, const Classes& classes,
                               YTokenMatch& match);
 
@@ -62,9 +89,6 @@ class YIniLineRecognizer {
   /// How many tokens the recogniser has described on the calling thread, so
   /// that those tests can tell which way a reading went.
   static std::size_t tokensOnThisThread() noexcept;
-
- private:
-  static bool recognize(std::u16string_view text, std::size_t position, const Classes& classes, YTokenMatch& match);
 };
 
 /// The reader's token classes, as its rules hold them.

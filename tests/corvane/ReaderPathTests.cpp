@@ -69,6 +69,33 @@ TEST(ReaderPaths, RuleCornersReadAlike) {
   for (const auto& text : texts) EXPECT_EQ(readerpaths::compare(YString(text)), "") << visible(YString(text));
 }
 
+// The recogniser searches a line several code units at a time and the last
+// few of the text one by one: lines of every length up to past a few such
+// blocks, with the "=" and the line end at every place among them, the text's
+// end at every distance, and code units that only one byte of "=" or LF is
+// (U+013D, U+3D00, U+010A, U+0A00).
+TEST(ReaderPaths, EveryLengthAndPlaceReadsAlike) {
+  const std::u16string units[] = {u"k", u"\u013D", u"\u3D00", u"\u010A", u"\u0A00", u" ", u"\t", u"="};
+  const std::u16string ends[] = {u"\n", u"\r\n", u"", u"\r"};
+  auto repeated = [](const std::u16string& unit, std::size_t count) {
+    std::u16string out;
+    for (std::size_t i = 0; i < count; ++i) out += unit;
+    return out;
+  };
+  for (std::size_t a = 0; a <= 40; ++a) {
+    for (std::size_t b = 0; b <= 40; ++b) {
+      const std::u16string key = repeated(units[(a + b) % 7], a), value = repeated(units[(a * 3 + b) % 8], b);
+      const std::u16string& end = ends[(a + b / 2) % 4];
+      const std::u16string texts[] = {
+          u"[s]\n" + key + u"=" + value + end,
+          u"[s]\nk" + key + u"=" + value + end + u" " + value + end + u"#" + key + end,
+          u"[" + key + u"]" + value + end + u"x" + key + end + u"  " + value,
+      };
+      for (const auto& text : texts) ASSERT_EQ(readerpaths::compare(YString(text)), "") << visible(YString(text));
+    }
+  }
+}
+
 // INI-like text from a seed: headers with and without "]", options with "="
 // and ":" anywhere, continuation lines, comments, blank lines, line ends of
 // every kind (and none), tabs, code units beyond ASCII, lone surrogates and
