@@ -37,7 +37,9 @@ class YIniComment : public YIniElement {
   std::shared_ptr<YIniElement> copyWithZone(void* zone = nullptr) const override;
 
  private:
-  friend class YIniSectionWriter;  // reads the text of the library's own comments directly
+  // Read the text of the library's own comments directly.
+  friend class YIniSectionWriter;
+  friend class YIniSourceRecord;
   YString _string;
   YString _initialString;
 };

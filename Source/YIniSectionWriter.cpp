@@ -26,6 +26,21 @@ bool isLibraryLeaf(const YIniElement* element) {
   return ydetail::isExactly<YIniOption>(*element) || ydetail::isExactly<YIniComment>(*element);
 }
 
+// Writes `pieces` into exactly a YStringWriter or YUTF8Writer, as one
+// write() of their concatenation would; false (nothing written) for any
+// other writer.
+bool writePiecesExactly(YTextWriter& target, std::initializer_list<std::u16string_view> pieces) {
+  if (ydetail::isExactly<YStringWriter>(target)) {
+    static_cast<YStringWriter&>(target).writePieces(pieces);
+    return true;
+  }
+  if (ydetail::isExactly<YUTF8Writer>(target)) {
+    static_cast<YUTF8Writer&>(target).writePieces(pieces);
+    return true;
+  }
+  return false;
+}
+
 // Whether trimming white space could change `name`: an immutable name whose
 // first and last code units are ASCII other than space and tab (the white
 // space set's only ASCII members) is its own trimmed form.
@@ -73,11 +88,7 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   const YString name = _section->name();  // "[%@]", a null name printing as "(null)"
   const std::u16string_view shown = name.isNull() ? std::u16string_view(u"(null)") : name.view();
   YTextWriter& target = *textWriter;
-  if (ydetail::isExactly<YStringWriter>(target))
-    static_cast<YStringWriter&>(target).writePieces({u"[", shown, u"]"});
-  else if (ydetail::isExactly<YUTF8Writer>(target))
-    static_cast<YUTF8Writer&>(target).writePieces({u"[", shown, u"]"});
-  else
+  if (!writePiecesExactly(target, {u"[", shown, u"]"}))
     textWriter->write(YString::stringByConcatenating({u"[", shown, u"]"}));
   if (_section->elements()->count() > 0 && !newLineAtPosition(0)) textWriter->writeLine();
 
@@ -125,7 +136,8 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
       YIniOptionWriter::writeOptionTo(option, target);
       if (lineEndAfter(i)) textWriter->writeLine();
     } else if (auto* comment = YCast<YIniComment>(element.get())) {
-      textWriter->write(comment->stringValue());
+      if (!(leaf && !comment->_string.isNull() && writePiecesExactly(target, {comment->_string.view()})))
+        textWriter->write(comment->stringValue());
     }
   }
 }

@@ -121,6 +121,10 @@ void YIniSourceRecord::noteElement(Kind kind, std::uint32_t start, std::uint32_t
     const auto& option = static_cast<YIniOption&>(element);
     if (!YIniStringsEqual(option.name(), first) || !YIniStringsEqual(option.value(), second))
       _snapshots.emplace(index, std::make_pair(option.name().copy(), option.value().copy()));
+  } else if (ydetail::isExactly<YIniComment>(element)) {
+    // The library's own comment: its text, without a call.
+    const YString& text = static_cast<YIniComment&>(element)._string;
+    if (!YIniStringsEqual(text, first)) _snapshots.emplace(index, std::make_pair(text.copy(), YString()));
   } else {
     const YString text = element.stringValue();
     if (!YIniStringsEqual(text, first)) _snapshots.emplace(index, std::make_pair(text.copy(), YString()));
