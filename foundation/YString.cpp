@@ -96,6 +96,29 @@ inline void release(YStringRep* rep) noexcept {
   if (rep && !ydetail::releaseSharedRep(rep)) releaseUnshared(rep);
 }
 
+// Copies `n` code units between buffers that do not overlap. The short
+// pieces a line is made of (brackets, "=", names, values) take two fixed-size
+// copies of the first and last units, which may overlap each other, instead
+// of a call or a loop.
+inline void copyUnits(char16_t* out, const char16_t* in, std::size_t n) noexcept {
+  if (n >= 8) {
+    if (n > 16) {
+      std::memcpy(out, in, n * sizeof(char16_t));
+      return;
+    }
+    std::memcpy(out, in, 16);
+    std::memcpy(out + n - 8, in + n - 8, 16);
+  } else if (n >= 4) {
+    std::memcpy(out, in, 8);
+    std::memcpy(out + n - 4, in + n - 4, 8);
+  } else if (n >= 2) {
+    std::memcpy(out, in, 4);
+    std::memcpy(out + n - 2, in + n - 2, 4);
+  } else if (n == 1) {
+    *out = *in;
+  }
+}
+
 void ensureCapacity(YMutableStringRep* rep, std::size_t needed) {
   if (needed <= rep->capacity) return;
   if (needed > kMaxLength) throw std::bad_alloc();
@@ -440,12 +463,8 @@ void YString::appendPieces(std::initializer_list<std::u16string_view> pieces) co
   // Room enough: the pieces, within the text, lie before where they go.
   char16_t* out = rep->buffer + rep->length;
   for (auto piece : pieces) {
-    if (piece.size() <= 8) {
-      for (char16_t c : piece) *out++ = c;  // brackets, "=", line ends, short names
-    } else {
-      std::memcpy(out, piece.data(), piece.size() * sizeof(char16_t));
-      out += piece.size();
-    }
+    copyUnits(out, piece.data(), piece.size());
+    out += piece.size();
   }
   rep->length = static_cast<std::uint32_t>(rep->length + total);
 }

@@ -80,6 +80,17 @@ TEST(YStringTest, MutationRules) {
   EXPECT_THROW(fixed.appendPieces({u"x"}), YInvalidArgumentException);
 }
 
+TEST(YStringTest, AppendsPiecesOfEveryShortLength) {
+  // Every length up to past the widest fixed-size copy, each piece distinct
+  // in every unit, so that a unit copied from the wrong place shows.
+  const std::u16string source = u"ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+  for (std::size_t n = 0; n <= 20; ++n) {
+    YString text = YString::mutableString(64);
+    text.appendPieces({u"[", std::u16string_view(source).substr(0, n), u"]"});
+    EXPECT_EQ(text.view(), u"[" + source.substr(0, n) + u"]") << n;
+  }
+}
+
 TEST(YStringTest, PositionsCountUTF16CodeUnits) {
   YString text("a\xF0\x9F\x98\x80" "b");  // a, U+1F600, b
   ASSERT_EQ(text.length(), 4u);
