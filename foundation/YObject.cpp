@@ -244,6 +244,20 @@ YValue YObject::valueForKey(const YString&) const { return {}; }
 YValue YObject::valuesAtIndexesForKey(const YIndexSet&, const YString&) const { return {}; }
 
 void YObject::addObserver(YObject* observer, const YString& keyPath, unsigned options, void* context) {
+  // The common case, a first observer of another object for an interned key
+  // with plain options, is kept in the object without anything else.
+  if (observer && observer != this && !_firstObserver && !_observationInfo && !context &&
+      options <= 0xF && !(options & YKeyValueObservingOptionInitial)) {
+    if (const unsigned key = internedNumber(keyPath)) {
+      _firstObserver = observer;
+      _registrationBits |= field(options, key, kFirstShift) | options;
+      return;
+    }
+  }
+  addObserverSlowly(observer, keyPath, options, context);
+}
+
+void YObject::addObserverSlowly(YObject* observer, const YString& keyPath, unsigned options, void* context) {
   if (!observer) throw YInvalidArgumentException(YString(u"addObserver: nil observer"));
   if (keyPath.isNull()) throw YInvalidArgumentException(YString(u"addObserver: nil key path"));
   const unsigned key = internedNumber(keyPath);

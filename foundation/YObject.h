@@ -236,6 +236,7 @@ class YObject : public std::enable_shared_from_this<YObject> {
   struct Target;
   class TargetList;
   std::size_t registrationCount() const noexcept;
+  void addObserverSlowly(YObject* observer, const YString& keyPath, unsigned options, void* context);
   RegistrationView registrationAt(std::size_t index) const noexcept;
   void eraseRegistration(std::size_t index);
   bool isRegistered(const Target& target, const YString& key) const noexcept;
