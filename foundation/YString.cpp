@@ -41,12 +41,35 @@ inline void freeBytes(void* p, std::size_t size) noexcept {
   else ydetail::largeDeallocate(p, size);
 }
 
+// Copies `n` code units between buffers that do not overlap. The short
+// pieces a line is made of (brackets, "=", names, values) take two fixed-size
+// copies of the first and last units, which may overlap each other, instead
+// of a call or a loop.
+inline void copyUnits(char16_t* out, const char16_t* in, std::size_t n) noexcept {
+  if (n >= 8) {
+    if (n > 16) {
+      std::memcpy(out, in, n * sizeof(char16_t));
+      return;
+    }
+    std::memcpy(out, in, 16);
+    std::memcpy(out + n - 8, in + n - 8, 16);
+  } else if (n >= 4) {
+    std::memcpy(out, in, 8);
+    std::memcpy(out + n - 4, in + n - 4, 8);
+  } else if (n >= 2) {
+    std::memcpy(out, in, 4);
+    std::memcpy(out + n - 2, in + n - 2, 4);
+  } else if (n == 1) {
+    *out = *in;
+  }
+}
+
 // `chars` may be null: the caller fills the code units in.
 YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {
   if (length > kMaxLength) throw std::bad_alloc();
   void* memory = allocateBytes(immutableRepSize(length));
   auto* rep = new (memory) YStringRep{{1}, static_cast<std::uint32_t>(length), 0};
-  if (length && chars) std::memcpy(inlineChars(rep), chars, length * sizeof(char16_t));
+  if (chars) copyUnits(inlineChars(rep), chars, length);
   inlineChars(rep)[length] = 0;
   return rep;
 }
@@ -94,29 +117,6 @@ inline void releaseUnshared(YStringRep* rep) noexcept {
 
 inline void release(YStringRep* rep) noexcept {
   if (rep && !ydetail::releaseSharedRep(rep)) releaseUnshared(rep);
-}
-
-// Copies `n` code units between buffers that do not overlap. The short
-// pieces a line is made of (brackets, "=", names, values) take two fixed-size
-// copies of the first and last units, which may overlap each other, instead
-// of a call or a loop.
-inline void copyUnits(char16_t* out, const char16_t* in, std::size_t n) noexcept {
-  if (n >= 8) {
-    if (n > 16) {
-      std::memcpy(out, in, n * sizeof(char16_t));
-      return;
-    }
-    std::memcpy(out, in, 16);
-    std::memcpy(out + n - 8, in + n - 8, 16);
-  } else if (n >= 4) {
-    std::memcpy(out, in, 8);
-    std::memcpy(out + n - 4, in + n - 4, 8);
-  } else if (n >= 2) {
-    std::memcpy(out, in, 4);
-    std::memcpy(out + n - 2, in + n - 2, 4);
-  } else if (n == 1) {
-    *out = *in;
-  }
 }
 
 void ensureCapacity(YMutableStringRep* rep, std::size_t needed) {

@@ -80,11 +80,13 @@ TEST(YStringTest, MutationRules) {
   EXPECT_THROW(fixed.appendPieces({u"x"}), YInvalidArgumentException);
 }
 
-TEST(YStringTest, AppendsPiecesOfEveryShortLength) {
-  // Every length up to past the widest fixed-size copy, each piece distinct
-  // in every unit, so that a unit copied from the wrong place shows.
+TEST(YStringTest, CopiesEveryShortLength) {
+  // Every length up to past the widest fixed-size copy, each unit distinct,
+  // so that a unit copied from the wrong place shows: as a new string and as
+  // pieces appended.
   const std::u16string source = u"ABCDEFGHIJKLMNOPQRSTUVWXYZ";
   for (std::size_t n = 0; n <= 20; ++n) {
+    EXPECT_EQ(YString::stringWithCharacters(source.data(), n).view(), source.substr(0, n)) << n;
     YString text = YString::mutableString(64);
     text.appendPieces({u"[", std::u16string_view(source).substr(0, n), u"]"});
     EXPECT_EQ(text.view(), u"[" + source.substr(0, n) + u"]") << n;
