@@ -41,35 +41,12 @@ inline void freeBytes(void* p, std::size_t size) noexcept {
   else ydetail::largeDeallocate(p, size);
 }
 
-// Copies `n` code units between buffers that do not overlap. The short
-// pieces a line is made of (brackets, "=", names, values) take two fixed-size
-// copies of the first and last units, which may overlap each other, instead
-// of a call or a loop.
-inline void copyUnits(char16_t* out, const char16_t* in, std::size_t n) noexcept {
-  if (n >= 8) {
-    if (n > 16) {
-      std::memcpy(out, in, n * sizeof(char16_t));
-      return;
-    }
-    std::memcpy(out, in, 16);
-    std::memcpy(out + n - 8, in + n - 8, 16);
-  } else if (n >= 4) {
-    std::memcpy(out, in, 8);
-    std::memcpy(out + n - 4, in + n - 4, 8);
-  } else if (n >= 2) {
-    std::memcpy(out, in, 4);
-    std::memcpy(out + n - 2, in + n - 2, 4);
-  } else if (n == 1) {
-    *out = *in;
-  }
-}
-
 // `chars` may be null: the caller fills the code units in.
 YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {
   if (length > kMaxLength) throw std::bad_alloc();
   void* memory = allocateBytes(immutableRepSize(length));
   auto* rep = new (memory) YStringRep{{1}, static_cast<std::uint32_t>(length), 0};
-  if (chars) copyUnits(inlineChars(rep), chars, length);
+  if (chars) ydetail::copyUnits(inlineChars(rep), chars, length);
   inlineChars(rep)[length] = 0;
   return rep;
 }
@@ -440,7 +417,7 @@ void YString::appendCharacters(const char16_t* chars, std::size_t len) const {
   rep->length = static_cast<std::uint32_t>(rep->length + len);
 }
 
-void YString::appendPieces(std::initializer_list<std::u16string_view> pieces) const {
+void YString::appendPiecesSlowly(std::initializer_list<std::u16string_view> pieces) const {
   requireMutable("appendPieces");
   auto* rep = static_cast<YMutableStringRep*>(_rep);
   std::size_t total = 0;
@@ -463,7 +440,7 @@ void YString::appendPieces(std::initializer_list<std::u16string_view> pieces) co
   // Room enough: the pieces, within the text, lie before where they go.
   char16_t* out = rep->buffer + rep->length;
   for (auto piece : pieces) {
-    copyUnits(out, piece.data(), piece.size());
+    ydetail::copyUnits(out, piece.data(), piece.size());
     out += piece.size();
   }
   rep->length = static_cast<std::uint32_t>(rep->length + total);

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <iosfwd>
 #include <memory>
@@ -67,6 +68,29 @@ inline bool releaseSharedRep(YStringRep* rep) noexcept {
   if (refs == 1 || !stringsSingleThreaded()) return false;
   rep->refs.store(refs - 1, std::memory_order_relaxed);
   return true;
+}
+
+// Copies `n` code units between buffers that do not overlap. The short
+// pieces a line is made of (brackets, "=", names, values) take two fixed-size
+// copies of the first and last units, which may overlap each other, instead
+// of a call or a loop.
+inline void copyUnits(char16_t* out, const char16_t* in, std::size_t n) noexcept {
+  if (n >= 8) {
+    if (n > 16) {
+      std::memcpy(out, in, n * sizeof(char16_t));
+      return;
+    }
+    std::memcpy(out, in, 16);
+    std::memcpy(out + n - 8, in + n - 8, 16);
+  } else if (n >= 4) {
+    std::memcpy(out, in, 8);
+    std::memcpy(out + n - 4, in + n - 4, 8);
+  } else if (n >= 2) {
+    std::memcpy(out, in, 4);
+    std::memcpy(out + n - 2, in + n - 2, 4);
+  } else if (n == 1) {
+    *out = *in;
+  }
 }
 
 /// Appends code point `cp` (at most U+10FFFF, no surrogate) as UTF-16.
@@ -314,7 +338,25 @@ class YString {
   void appendCharacter(char16_t character) const { appendCharacters(&character, 1); }
   /// Appends each of `pieces` in turn, growing the buffer at most once (the
   /// pieces may point into this string).
-  void appendPieces(std::initializer_list<std::u16string_view> pieces) const;
+  void appendPieces(std::initializer_list<std::u16string_view> pieces) const {
+    // Inline while the buffer has room: nothing moves, and pieces of this
+    // string's own text lie before where they go.
+    if (_rep && _rep->isMutable) {
+      auto* rep = static_cast<ydetail::YMutableStringRep*>(_rep);
+      std::size_t total = 0;
+      for (auto piece : pieces) total += piece.size();
+      if (total <= rep->capacity - rep->length) {
+        char16_t* out = rep->buffer + rep->length;
+        for (auto piece : pieces) {
+          ydetail::copyUnits(out, piece.data(), piece.size());
+          out += piece.size();
+        }
+        rep->length = static_cast<std::uint32_t>(rep->length + total);
+        return;
+      }
+    }
+    appendPiecesSlowly(pieces);
+  }
   /// Removes [location, location + length); a range beyond the string throws
   /// YRangeException and changes nothing.
   void deleteCharactersInRange(std::size_t location, std::size_t length) const;
@@ -324,6 +366,7 @@ class YString {
  private:
   explicit YString(ydetail::YStringRep* rep) noexcept : _rep(rep) {}
   void releaseRep() noexcept;  // a count ~YString() could not drop inline
+  void appendPiecesSlowly(std::initializer_list<std::u16string_view> pieces) const;
   YString snapshotOfMutable() const;
   void requireMutable(const char* operation) const {
     if (!isMutable()) throwNotMutable(operation);
