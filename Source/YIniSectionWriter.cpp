@@ -104,6 +104,10 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
     const std::size_t count = _section->elementsList()->count();
     return i + 1 == count || (i + 1 < count && !newLineAtPosition(i + 1));
   };
+  auto nextIsLibraryLeafOrNone = [this](std::size_t i) {
+    const auto& elements = _section->elementsList()->vector();
+    return i + 1 >= elements.size() || isLibraryLeaf(elements[i + 1].get());
+  };
   // The list is read again at every step: writing may change it (setName
   // notifies observers, which may edit the section).
   for (std::size_t i = 0; i < _section->elementsList()->count(); ++i) {
@@ -124,9 +128,10 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
         option->setName(option->name());
       }
       if (option->value().isNull()) continue;
-      if (silence && leaf) {
-        // The library's own option and writer run nobody's code: the line end
-        // is known before the line is written, and goes with it.
+      if (silence && leaf && nextIsLibraryLeafOrNone(i)) {
+        // The library's own option, writer and next element run nobody's
+        // code: the line end is known before the line is written, and goes
+        // with it.
         if (lineEndAfter(i))
           YIniOptionWriter::writeOptionLineTo(option, target);
         else

@@ -157,6 +157,26 @@ TEST(SectionWriter, WritingTrimsOptionNamesThroughSetName) {
   EXPECT_FALSE(x->isModified());
 }
 
+TEST(SectionWriter, AHostCommentIsAskedForItsTextAfterTheLineBeforeIt) {
+  // A host's code may look at what has been written so far.
+  struct WatchingComment : YIniComment {
+    using YIniComment::YIniComment;
+    YString* target = nullptr;
+    std::vector<std::u16string> seen;
+    YString stringValue() override {
+      if (target) seen.push_back(target->u16string());
+      return YIniComment::stringValue();
+    }
+  };
+  auto watcher = std::make_shared<WatchingComment>(S("# c\n"));
+  YString text = YString::mutableString();
+  watcher->target = &text;
+  YIniSectionWriter(sec("a", {opt("k"), watcher}), true).write(YStringWriter::writerWithString(text));
+  ASSERT_FALSE(watcher->seen.empty());
+  EXPECT_EQ(watcher->seen.front(), u"[a]\nk=v");
+  EXPECT_EQ(text.u16string(), u"[a]\nk=v# c\n");
+}
+
 TEST(SectionWriter, NewLineAtIndexAndPreconditions) {
   YIniSectionWriter writer(sec("a", {lf(), opt("k"), cmt("# c")}), true);
   for (int i : {-1, 0, 1, 2, 3}) EXPECT_EQ(writer.newLineAtAtIndex(i), i == 0) << i;
