@@ -76,9 +76,6 @@ class YObject::TargetList {
 struct YObject::ObservationInfo {
   std::vector<Registration> more;         // the registrations after the first, in order
   std::vector<PendingChange> pending;     // only while Old or Prior is asked for
-  // Out of line, so that destroying an object that has none (nearly every
-  // one) needs no saved registers.
-  [[gnu::noinline]] ~ObservationInfo() = default;
 };
 
 namespace {
@@ -205,12 +202,13 @@ bool YObject::wantsEarlyState(const YString& key) const noexcept {
 }
 
 std::vector<YObject::PendingChange>& YObject::pendingChanges() {
-  if (!_observationInfo) _observationInfo = std::make_unique<ObservationInfo>();
+  if (!_observationInfo) _observationInfo.reset(new ObservationInfo);
   return _observationInfo->pending;
 }
 
 YObject::YObject() noexcept = default;
-YObject::~YObject() = default;
+
+void YObject::ObservationInfoDeleter::operator()(ObservationInfo* info) const noexcept { delete info; }
 
 // ---- description and identity ----------------------------------------------
 
@@ -269,7 +267,7 @@ void YObject::addObserverSlowly(YObject* observer, const YString& keyPath, unsig
     _firstObserver = observer;
     _registrationBits |= field(options, key, kFirstShift) | options;
   } else {
-    if (!_observationInfo) _observationInfo = std::make_unique<ObservationInfo>();
+    if (!_observationInfo) _observationInfo.reset(new ObservationInfo);
     _observationInfo->more.push_back(Registration{observer, keyPath, context, options});
     _registrationBits |= options & 0xF;
   }

@@ -93,7 +93,7 @@ class YObject : public std::enable_shared_from_this<YObject> {
   YObject() noexcept;
   YObject(const YObject&) = delete;
   YObject& operator=(const YObject&) = delete;
-  virtual ~YObject();
+  virtual ~YObject() = default;
 
   /// "<ClassName: 0x…>"; subclasses may describe themselves more fully.
   virtual YString description() const;
@@ -254,7 +254,12 @@ class YObject : public std::enable_shared_from_this<YObject> {
   // ObservationInfo. Registrations keep the order they were made in: the
   // object's own comes first, then the one held in _firstObserver.
   YObject* _firstObserver = nullptr;
-  std::unique_ptr<ObservationInfo> _observationInfo;
+  // Freed out of line: destroying an object that has none (nearly every one)
+  // is inline and needs no saved registers.
+  struct ObservationInfoDeleter {
+    void operator()(ObservationInfo* info) const noexcept;
+  };
+  std::unique_ptr<ObservationInfo, ObservationInfoDeleter> _observationInfo;
   // See registrationCount() in YObject.cpp for the layout.
   std::uint32_t _registrationBits = 0;
 
