@@ -132,7 +132,7 @@ small_once() {
   program="$bin/compare_small_${binary[$job]:-$job}"
   [[ -x "$program" ]] || return 0
   # shellcheck disable=SC2086
-  read -r t _ < <("$program" ${flags[$job]:-} "$small" section3 "$small_key" 2000)
+  read -r t _ < <("$program" ${flags[$job]:-} "$small" section3 "$small_key" 10000)
   small_times[$job]+="$t "
 }
 # destroy_once: the share of Corvane's in-process round trip spent destroying
@@ -143,7 +143,7 @@ destroy_once() {
   read -r total destroying < <("$bin/compare_corvane" "$flat" "$work/out-phases.ini" "${target_section[$size]}" \
     "${target_key[$size]}" "$value" phases) || return 0
   destroy_shares[corpus]+="$(awk -v d="$destroying" -v t="$total" 'BEGIN { print d / t }') "
-  read -r per _ destroying < <("$bin/compare_small_corvane" "$small" section3 "$small_key" 2000 phases) || return 0
+  read -r per _ destroying < <("$bin/compare_small_corvane" "$small" section3 "$small_key" 10000 phases) || return 0
   destroy_shares[small]+="$(awk -v d="$destroying" -v t="$per" 'BEGIN { print d / t }') "
 }
 for ((i = 0; i < runs; i++)); do
