@@ -312,7 +312,7 @@ bool YIniCompositeElement::hasModifiedElements() const {
 void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement> element) {
   // A loaded section usually holds several elements: its list starts with
   // room for a few instead of growing one by one.
-  constexpr std::size_t kLoadedListCapacity = 16;
+  constexpr std::size_t kLoadedListCapacity = 8;
   if (_elements->count() == 0) _elements->reserveCapacity(kLoadedListCapacity);
   YIniElement& child = *element;
   _elements->addObject(std::move(element));
