@@ -2,8 +2,7 @@
 
 #include <typeinfo>
 
-#include "YStringWriter.h"
-#include "YUTF8Writer.h"
+#include "YLibraryTextWriters.h"
 
 #include "YAssertionHandler.h"
 
@@ -38,24 +37,13 @@ struct OptionPieces {
 
 void YIniOptionWriter::writeOptionLineTo(const YIniOption* option, YTextWriter& target) {
   const OptionPieces p(option);
-  if (ydetail::isExactly<YStringWriter>(target))
-    static_cast<YStringWriter&>(target).writePieces({p.name, p.equals, p.value, u"\n"});
-  else
-    static_cast<YUTF8Writer&>(target).writePieces({p.name, p.equals, p.value, u"\n"});
+  ydetail::writePiecesExactly(target, {p.name, p.equals, p.value, u"\n"});
 }
 
 void YIniOptionWriter::writeOptionTo(const YIniOption* option, YTextWriter& target) {
   // Built in one piece. The pieces are read before any writer code runs (a
   // host's writer gets a finished string).
   const OptionPieces p(option);
-  const std::u16string_view pieces[] = {p.name, p.equals, p.value};
-  if (ydetail::isExactly<YStringWriter>(target)) {
-    static_cast<YStringWriter&>(target).writePieces({pieces[0], pieces[1], pieces[2]});
-    return;
-  }
-  if (ydetail::isExactly<YUTF8Writer>(target)) {
-    static_cast<YUTF8Writer&>(target).writePieces({pieces[0], pieces[1], pieces[2]});
-    return;
-  }
-  target.write(YString::stringByConcatenating({pieces[0], pieces[1], pieces[2]}));
+  if (!ydetail::writePiecesExactly(target, {p.name, p.equals, p.value}))
+    target.write(YString::stringByConcatenating({p.name, p.equals, p.value}));
 }

@@ -6,8 +6,7 @@
 #include "NSString+Extensions.h"
 #include "YAssertionHandler.h"
 #include "YCharacterSet.h"
-#include "YStringWriter.h"
-#include "YUTF8Writer.h"
+#include "YLibraryTextWriters.h"
 #include "YIniCompositeElement.h"
 #include "YIniOptionWriter.h"
 
@@ -24,21 +23,6 @@ namespace {
 bool isLibraryLeaf(const YIniElement* element) {
   if (!element) return false;
   return ydetail::isExactly<YIniOption>(*element) || ydetail::isExactly<YIniComment>(*element);
-}
-
-// Writes `pieces` into exactly a YStringWriter or YUTF8Writer, as one
-// write() of their concatenation would; false (nothing written) for any
-// other writer.
-bool writePiecesExactly(YTextWriter& target, std::initializer_list<std::u16string_view> pieces) {
-  if (ydetail::isExactly<YStringWriter>(target)) {
-    static_cast<YStringWriter&>(target).writePieces(pieces);
-    return true;
-  }
-  if (ydetail::isExactly<YUTF8Writer>(target)) {
-    static_cast<YUTF8Writer&>(target).writePieces(pieces);
-    return true;
-  }
-  return false;
 }
 
 // Whether trimming white space could change `name`: an immutable name whose
@@ -88,7 +72,7 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   const YString name = _section->name();  // "[%@]", a null name printing as "(null)"
   const std::u16string_view shown = name.isNull() ? std::u16string_view(u"(null)") : name.view();
   YTextWriter& target = *textWriter;
-  if (!writePiecesExactly(target, {u"[", shown, u"]"}))
+  if (!ydetail::writePiecesExactly(target, {u"[", shown, u"]"}))
     textWriter->write(YString::stringByConcatenating({u"[", shown, u"]"}));
   if (_section->elements()->count() > 0 && !newLineAtPosition(0)) textWriter->writeLine();
 
@@ -96,7 +80,7 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   // is found once for the section and kept while only the library's own
   // writers and elements run (see YIniCompositeElement::SilenceScope).
   std::optional<YIniCompositeElement::SilenceScope> silence;
-  if (ydetail::isExactly<YStringWriter>(target) || ydetail::isExactly<YUTF8Writer>(target)) silence.emplace(*_section);
+  if (ydetail::isLibraryTextWriter(target)) silence.emplace(*_section);
 
   // An option line needs its own line end unless a comment ending in one
   // follows it; the last one always does.
@@ -141,7 +125,7 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
       YIniOptionWriter::writeOptionTo(option, target);
       if (lineEndAfter(i)) textWriter->writeLine();
     } else if (auto* comment = YCast<YIniComment>(element.get())) {
-      if (!(leaf && !comment->_string.isNull() && writePiecesExactly(target, {comment->_string.view()})))
+      if (!(leaf && !comment->_string.isNull() && ydetail::writePiecesExactly(target, {comment->_string.view()})))
         textWriter->write(comment->stringValue());
     }
   }
