@@ -62,7 +62,7 @@ void YIniCompositeElement::setModified(bool modified) {
 void YIniCompositeElement::setElements(const std::shared_ptr<ElementList>& value) {
   ChangeScope scope(*this, YElementsKey);
   if (YParameterFailed(value != nullptr, "value != nil")) return;
-  auto replacement = ElementList::mutableArrayWithObjects(value->vector());
+  auto replacement = value->mutableCopy();
   auto old = _elements;
   for (const auto& child : *old) unsubscribeForChangesInElement(child);
   _elements = std::move(replacement);

@@ -33,6 +33,8 @@ template <class T>
 class YArray : public YObject {
  public:
   using Element = std::shared_ptr<T>;  ///< an entry: shared, never null
+  /// The entries' storage: a vector whose buffer comes from the small-object pool while it is small.
+  using Storage = std::vector<Element, YSmallObjectAllocator<Element>>;
 
   /// Guarded forward iterator: checks the list's mutation count at each step
   /// and throws YMutationDuringEnumerationException once the list has changed.
@@ -71,7 +73,10 @@ class YArray : public YObject {
 
   /// Use the factory functions; the constructor is public only for them
   /// (lists come from the small-object pool, with their counts).
-  YArray(std::vector<Element> items, bool isMutable) : _items(std::move(items)), _mutable(isMutable) {}
+  YArray(std::vector<Element> items, bool isMutable)
+      : _items(std::make_move_iterator(items.begin()), std::make_move_iterator(items.end())), _mutable(isMutable) {}
+  /// The same, for the list's own storage type.
+  YArray(Storage items, bool isMutable) noexcept : _items(std::move(items)), _mutable(isMutable) {}
 
   /// A new immutable list of `items` (nulls are refused).
   static std::shared_ptr<YArray> arrayWithObjects(std::vector<Element> items) {
@@ -79,10 +84,10 @@ class YArray : public YObject {
     return YMakeShared<YArray>(std::move(items), false);
   }
   /// A new, empty immutable list.
-  static std::shared_ptr<YArray> array() { return YMakeShared<YArray>(std::vector<Element>{}, false); }
+  static std::shared_ptr<YArray> array() { return YMakeShared<YArray>(Storage{}, false); }
   /// A new, empty mutable list.
   static std::shared_ptr<YArray> mutableArray(std::size_t capacity = 0) {
-    auto list = YMakeShared<YArray>(std::vector<Element>{}, true);
+    auto list = YMakeShared<YArray>(Storage{}, true);
     list->_items.reserve(capacity);
     return list;
   }
@@ -99,7 +104,7 @@ class YArray : public YObject {
   /// This list's entries as a list of a base class.
   template <class U>
   std::shared_ptr<YArray<U>> arrayOfBase(bool isMutable = false) const {
-    return YMakeShared<YArray<U>>(std::vector<std::shared_ptr<U>>(_items.begin(), _items.end()), isMutable);
+    return YMakeShared<YArray<U>>(typename YArray<U>::Storage(_items.begin(), _items.end()), isMutable);
   }
 
   /// Whether the list can be changed (fixed at creation).
@@ -191,7 +196,7 @@ class YArray : public YObject {
   /// The end of the guarded walk.
   iterator end() const noexcept { return iterator(this, _items.size()); }
   /// Unguarded read access to the entries.
-  const std::vector<Element>& vector() const noexcept { return _items; }
+  const Storage& vector() const noexcept { return _items; }
   /// The number of changes made to the list so far (what the guarded walk checks).
   std::uint64_t mutationCount() const noexcept { return _mutations; }
 
@@ -210,7 +215,7 @@ class YArray : public YObject {
     for (const auto& e : items)
       if (!e) ydetail::throwNilObject(nullptr, "arrayWithObjects");
   }
-  std::vector<Element> _items;
+  Storage _items;
   std::uint64_t _mutations = 0;
   bool _mutable;
 };

@@ -45,11 +45,11 @@ TEST(YArrayTest, ImmutableListsRangeChecksAndNullEntries) {
   expectEachThrows<YInvalidArgumentException>({[&] { list->addObject(nullptr); },
                                                [&] { list->replaceObjectAtIndexWithObject(0, nullptr); },
                                                [&] { List::arrayWithObjects({extra, nullptr}); }});
-  EXPECT_EQ(list->vector(), items);
+  EXPECT_EQ(Objects(list->vector().begin(), list->vector().end()), items);
 
   list->insertObjectAtIndex(extra, 2);  // at the end is in range
   list->removeObjectAtIndex(0);
-  EXPECT_EQ(list->vector(), (Objects{items[1], extra}));
+  EXPECT_EQ(Objects(list->vector().begin(), list->vector().end()), (Objects{items[1], extra}));
 }
 
 TEST(YArrayTest, IdentityLookupAndSnapshots) {
