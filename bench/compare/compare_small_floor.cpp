@@ -2,8 +2,9 @@
 // comparison with compare_small_corvane (same arguments and output): from the
 // text already in UTF-16, build the elements, set one value, take the whole
 // text as one UTF-16 string, destroy; N times. With --slices the strings
-// refer to the text instead of copying out of it.
-//   compare_small_floor [--slices] <file> <section> <key> <iterations>
+// refer to the text instead of copying out of it. With "phases" it also
+// prints the mean seconds of destroying the document.
+//   compare_small_floor [--slices] <file> <section> <key> <iterations> [phases]
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -19,7 +20,7 @@ namespace {
 using namespace floormodel;
 
 template <class S>
-int run(char** argv) {
+int run(char** argv, bool phases) {
   std::ifstream in(argv[1], std::ios::binary);
   std::ostringstream bytes;
   bytes << in.rdbuf();
@@ -29,21 +30,32 @@ int run(char** argv) {
   const long iterations = std::atol(argv[4]);
   std::size_t total = 0;
   int status = 0;
-  const auto start = std::chrono::steady_clock::now();
+  using Clock = std::chrono::steady_clock;
+  Clock::duration destroying{};
+  const auto start = Clock::now();
   for (long i = 0; i < iterations; ++i) {
     retain(text);  // the document's reference, released with it
     auto document = std::make_shared<Document>(text);
     Loader<S>(text, *document).load();
     if (!setValueForOptionWithName(*document, section, key, value)) status = 1;
     total += stringValue<S>(*document).size();
+    if (phases) {
+      const auto destroyStart = Clock::now();
+      document.reset();
+      destroying += Clock::now() - destroyStart;
+    }
   }
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
   release(text);
   if (status != 0) {
     std::fprintf(stderr, "no section %s\n", argv[2]);
     return status;
   }
-  std::printf("%.9f %zu\n", seconds / static_cast<double>(iterations), total);
+  const double n = static_cast<double>(iterations);
+  if (phases)
+    std::printf("%.9f %zu %.9f\n", seconds / n, total, std::chrono::duration<double>(destroying).count() / n);
+  else
+    std::printf("%.9f %zu\n", seconds / n, total);
   return 0;
 }
 
@@ -51,9 +63,10 @@ int run(char** argv) {
 
 int main(int argc, char** argv) {
   const bool slices = floormodel::takeSlicesFlag(argc, argv);
-  if (argc != 5) {
-    std::fprintf(stderr, "usage: compare_small_floor [--slices] file section key iterations\n");
+  const bool phases = argc == 6 && std::strcmp(argv[5], "phases") == 0;
+  if (argc != 5 && !phases) {
+    std::fprintf(stderr, "usage: compare_small_floor [--slices] file section key iterations [phases]\n");
     return 2;
   }
-  return slices ? run<SlicedString>(argv) : run<CopiedString>(argv);
+  return slices ? run<SlicedString>(argv, phases) : run<CopiedString>(argv, phases);
 }

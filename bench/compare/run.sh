@@ -136,15 +136,22 @@ small_once() {
   small_times[$job]+="$t "
 }
 # destroy_once: the share of Corvane's in-process round trip spent destroying
-# the document, on the corpus and on the small file.
+# the document, on the corpus and on the small file; and the floor model's
+# share on the small file, with copied and with sliced strings.
 declare -A destroy_shares
 destroy_once() {
-  local total destroying per
+  local total destroying per flag
   read -r total destroying < <("$bin/compare_corvane" "$flat" "$work/out-phases.ini" "${target_section[$size]}" \
     "${target_key[$size]}" "$value" phases) || return 0
   destroy_shares[corpus]+="$(awk -v d="$destroying" -v t="$total" 'BEGIN { print d / t }') "
   read -r per _ destroying < <("$bin/compare_small_corvane" "$small" section3 "$small_key" 10000 phases) || return 0
   destroy_shares[small]+="$(awk -v d="$destroying" -v t="$per" 'BEGIN { print d / t }') "
+  [[ -x "$bin/compare_small_floor" ]] || return 0
+  for flag in "" --slices; do
+    # shellcheck disable=SC2086
+    read -r per _ destroying < <("$bin/compare_small_floor" $flag "$small" section3 "$small_key" 10000 phases) || continue
+    destroy_shares[floor$flag]+="$(awk -v d="$destroying" -v t="$per" 'BEGIN { print d / t }') "
+  done
 }
 for ((i = 0; i < runs; i++)); do
   for p in "${programs[@]}"; do
@@ -247,6 +254,11 @@ if [[ -n "${destroy_shares[corpus]:-}" ]]; then
   echo "- Destroying the document, share of the in-process round trip (target ≤ 10%):" \
     "$(printf '%s\n' ${destroy_shares[corpus]} | median | awk '{ printf "%.1f%%", $1 * 100 }') on the corpus," \
     "$(printf '%s\n' ${destroy_shares[small]:-0} | median | awk '{ printf "%.1f%%", $1 * 100 }') on the small file"
+  if [[ -n "${destroy_shares[floor]:-}" ]]; then
+    echo "  the floor model's on the small file: copied" \
+      "$(printf '%s\n' ${destroy_shares[floor]} | median | awk '{ printf "%.1f%%", $1 * 100 }'), sliced" \
+      "$(printf '%s\n' ${destroy_shares[floor--slices]:-0} | median | awk '{ printf "%.1f%%", $1 * 100 }')"
+  fi
 fi
 if [[ -n "${T[corvane]:-}" ]]; then
   echo "- Time vs GKeyFile: $(ratio "${T[corvane]}" "$gk")× (target ≤ 0.5×); vs copy: $(ratio "${T[corvane]}" "$cp")× (target ≤ 6×)"
