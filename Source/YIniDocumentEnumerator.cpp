@@ -1,5 +1,7 @@
 #include "YIniDocumentEnumerator.h"
 
+#include <cstring>
+#include <memory>
 #include <utility>
 
 #include "YAssertionHandler.h"
@@ -61,12 +63,19 @@ inline bool isBlank(char16_t c) {
   return c >= 0x80 && isWideBlank(c, lineEnds);
 }
 
-// The piece [begin, end) of `text` (in range) without leading and trailing
-// whitespace, and line ends too with `lineEnds`, cut out in one copy.
+// Narrows the piece [begin, end) of `text` (in range) to leave out leading
+// and trailing whitespace, and line ends too with `lineEnds`.
 template <bool lineEnds>
-inline YString trimmed(const char16_t* text, std::size_t begin, std::size_t end) {
+inline void trim(const char16_t* text, std::size_t& begin, std::size_t& end) {
   while (begin < end && isBlank<lineEnds>(text[begin])) ++begin;
   while (end > begin && isBlank<lineEnds>(text[end - 1])) --end;
+}
+
+// The piece [begin, end) of `text` (in range) trimmed as trim() does, cut
+// out in one copy.
+template <bool lineEnds>
+inline YString trimmed(const char16_t* text, std::size_t begin, std::size_t end) {
+  trim<lineEnds>(text, begin, end);
   return YString::stringWithCharacters(text + begin, end - begin);
 }
 
@@ -145,6 +154,11 @@ struct YIniDocumentEnumerator::Reading {
   std::shared_ptr<YUnicharStream> stream;
   std::shared_ptr<YRuleBasedScanner> scanner;
   YTokenMatch match;
+  // In a long text, the option names read so far, by a hash of their text:
+  // the sections of a file mostly repeat the same keys, and options of equal
+  // names share one string, which saves a string per option. A short text
+  // has too few names for the table to pay for itself.
+  std::unique_ptr<YString[]> names;
 
   Reading() = default;
   Reading(const Reading&) = delete;  // `current` and `other` point into it
@@ -162,7 +176,42 @@ struct YIniDocumentEnumerator::Reading {
   }
   void makeScanner();
   void lineFromMatch(Line& into) const;
+  // The name in [begin, end) of the text (in range), trimmed of spaces and
+  // tabs: an equal name read before, or a new string. Needs `names`.
+  YString name(std::size_t begin, std::size_t end);
 };
+
+namespace {
+constexpr unsigned kNameSlotBits = 8;
+// Texts of at least this many code units share their option names.
+constexpr std::size_t kSharedNamesFrom = std::size_t(32) << 10;
+
+// A hash of the units of a short name: its first and last four units, its
+// length, folded into kNameSlotBits bits.
+inline unsigned nameSlot(const char16_t* units, std::size_t n) noexcept {
+  std::uint64_t first, last;
+  if (n >= 4) {
+    std::memcpy(&first, units, 8);
+    std::memcpy(&last, units + n - 4, 8);
+  } else {
+    first = n ? units[0] : 0;
+    last = n ? std::uint64_t(units[n - 1]) << 16 | units[n / 2] : 0;
+  }
+  const std::uint64_t h = (first * 0x9E3779B97F4A7C15ULL) ^ (last * 0xC2B2AE3D27D4EB4FULL) ^ n;
+  return static_cast<unsigned>((h ^ (h >> 29)) * 0x165667B19E3779F9ULL >> (64 - kNameSlotBits));
+}
+}  // namespace
+
+YString YIniDocumentEnumerator::Reading::name(std::size_t begin, std::size_t end) {
+  const char16_t* units = text.data();
+  trim<false>(units, begin, end);
+  const std::size_t n = end - begin;
+  YString& slot = names[nameSlot(units + begin, n)];
+  if (!slot.isNull() && slot.length() == n && std::memcmp(slot.characters(), units + begin, n * sizeof(char16_t)) == 0)
+    return slot;
+  slot = YString::stringWithCharacters(units + begin, n);
+  return slot;
+}
 
 bool YIniDocumentEnumerator::Reading::next(Line& into) {
   if (recognizesLines) {
@@ -240,6 +289,7 @@ YIniDocumentEnumerator::YIniDocumentEnumerator(const YString& documentString,
   // rules and their scanner are made only when it is switched off.
   reading.recognizesLines = YIniLineRecognizer::isEnabled();
   if (!reading.recognizesLines) reading.makeScanner();
+  if (reading.text.size() >= kSharedNamesFrom) reading.names = std::make_unique<YString[]>(std::size_t(1) << kNameSlotBits);
   _factory = std::move(factory);
 }
 
@@ -315,7 +365,9 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken() {
 std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken() {
   Reading& reading = *_reading;
   const Line& line = reading.line();
-  YString name = trimmedPiece<false>(_documentString, line.keyStart, line.keyEnd);
+  YString name = reading.names && line.keyStart <= line.keyEnd && line.keyEnd <= reading.text.size()
+                     ? reading.name(line.keyStart, line.keyEnd)
+                     : trimmedPiece<false>(_documentString, line.keyStart, line.keyEnd);
   // Trimmed of spaces and tabs, then of line ends too: the same as trimming
   // both at once.
   YString value = trimmedPiece<true>(_documentString, line.valueStart, line.valueEnd);

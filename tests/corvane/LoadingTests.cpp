@@ -96,6 +96,48 @@ TEST(Loading, AddCommentsMovesThemAndEmptiesTheList) {
   EXPECT_EQ(document->elements()->count(), 1u);
 }
 
+// A long text shares equal option names between options. Thousands of names
+// that differ only in a digit, in their middle or in their length must still
+// each come back exactly, trimmed as ever, and a name repeated in every
+// section is one string.
+TEST(Loading, LongTextsShareEqualNamesAndKeepEveryNameExact) {
+  std::string text = "# " + std::string(40000, 'x') + "\n[many]\n";  // long enough to share names
+  std::vector<std::string> expected;
+  for (int i = 0; i < 3000; ++i) {
+    text += "n" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+    expected.push_back("n" + std::to_string(i));
+  }
+  const std::vector<std::pair<std::string, std::string>> odd = {
+      {"\tspaced \t", "spaced"}, {"spaced", "spaced"}, {"a", "a"}, {"ab", "ab"},  {"abc", "abc"},
+      {"abcdXefgh", "abcdXefgh"}, {"abcdYefgh", "abcdYefgh"}, {"abcdefgh", "abcdefgh"}, {"ff\f", "ff\f"}, {"\xC3\xA9t\xC3\xA9", "\xC3\xA9t\xC3\xA9"},
+      {"", ""}, {"a", "a"},
+  };
+  text += "[odd]\n";
+  for (const auto& [written, read] : odd) {
+    text += written + "=v\n";
+    expected.push_back(read);
+  }
+  for (int i = 0; i < 50; ++i) {
+    text += "[r" + std::to_string(i) + "]\nport=" + std::to_string(i) + "\n";
+    expected.push_back("port");
+  }
+  auto document = load(text);
+  std::vector<std::string> names;
+  std::vector<YString> ports;
+  for (const auto& child : document->elements()->vector()) {
+    auto* section = YCast<YIniSection>(child.get());
+    if (!section) continue;
+    for (const auto& grandchild : section->elements()->vector())
+      if (auto* option = YCast<YIniOption>(grandchild.get())) {
+        names.push_back(option->name().UTF8String());
+        if (option->name().isEqualToString(YString(u"port"))) ports.push_back(option->name());
+      }
+  }
+  EXPECT_EQ(names, expected);
+  ASSERT_EQ(ports.size(), 50u);
+  for (const auto& port : ports) EXPECT_TRUE(port.isIdenticalTo(ports[0]));
+}
+
 class FileLoading : public ::testing::Test {
  protected:
   YString write(const std::string& name, const std::string& bytes) {
