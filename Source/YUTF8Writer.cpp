@@ -1,14 +1,66 @@
 #include "YUTF8Writer.h"
 
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "YAllocator.h"
 #include "YException.h"
 #include "YStringEncoding.h"
 
 namespace {
 bool isHigh(char16_t c) { return c >= 0xD800 && c <= 0xDBFF; }
 bool isLow(char16_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
+
+// Copies the leading ASCII units of `units` (n of them) to `out` as bytes;
+// returns how many were copied. With SSE2, eight at a time, the last eight
+// of a piece of eight or more overlapping the ones before.
+std::size_t copyASCII(const char16_t* units, std::size_t n, char* out) noexcept {
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  if (n >= 8) {
+    const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
+    auto block = [&](std::size_t at) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + at));
+      if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, high), _mm_setzero_si128())) != 0xFFFF) return false;
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + at), _mm_packus_epi16(v, v));
+      return true;
+    };
+    for (; i + 8 <= n; i += 8)
+      if (!block(i)) break;
+    if (i + 8 > n && i < n && block(n - 8)) return n;
+  }
+#endif
+  for (; i < n && units[i] < 0x80; ++i) out[i] = static_cast<char>(units[i]);
+  return i;
+}
 }  // namespace
 
-YUTF8Writer::YUTF8Writer(std::size_t capacity) { _bytes.reserve(capacity); }
+YUTF8Writer::YUTF8Writer(std::size_t capacity) {
+  if (capacity) grow(capacity);
+}
+
+YUTF8Writer::~YUTF8Writer() { ydetail::largeDeallocate(_data, _capacity); }
+
+void YUTF8Writer::grow(std::size_t more) {
+  if (more > SIZE_MAX / 2 - _size) throw std::bad_alloc();
+  const std::size_t capacity = std::max(_size + more, _capacity * 2);
+  char* data = static_cast<char*>(ydetail::largeAllocate(capacity));
+  if (_size) std::memcpy(data, _data, _size);
+  ydetail::largeDeallocate(_data, _capacity);
+  _data = data;
+  _capacity = capacity;
+}
+
+void YUTF8Writer::appendBytes(std::string_view bytes) {
+  if (bytes.empty()) return;
+  std::memcpy(reserve(bytes.size()), bytes.data(), bytes.size());
+  _size += bytes.size();
+}
 
 void YUTF8Writer::seek(std::int64_t position) {
   if (position < 0 || static_cast<std::uint64_t>(position) != _units)
@@ -20,28 +72,25 @@ void YUTF8Writer::append(std::u16string_view units) {
   if (!_high) {
     // ASCII, nearly all of an INI file: copied in one pass. The rest, from
     // the first other unit on, takes the general path below.
-    const std::size_t start = _bytes.size();
-    _bytes.resize(start + units.size());
-    char* out = _bytes.data() + start;
-    std::size_t i = 0;
-    for (; i < units.size() && units[i] < 0x80; ++i) out[i] = static_cast<char>(units[i]);
+    const std::size_t i = copyASCII(units.data(), units.size(), reserve(units.size()));
+    _size += i;
     _units += i;
     if (i == units.size()) return;
-    _bytes.resize(start + i);
     units.remove_prefix(i);
   }
   // A pair split between two pieces is joined; a surrogate without its pair
   // is noted (and encoded as U+FFFD, though finish() then fails).
+  std::string encoded;
   if (_high) {
     const char16_t pair[2] = {_high, units[0]};
     _high = 0;
     if (isLow(units[0])) {
-      ydetail::appendUTF8(std::u16string_view(pair, 2), _bytes);
+      ydetail::appendUTF8(std::u16string_view(pair, 2), encoded);
       _units += 2;
       units.remove_prefix(1);
     } else {
       if (_loneSurrogate == UINT64_MAX) _loneSurrogate = _units;
-      ydetail::appendUTF8(std::u16string_view(pair, 1), _bytes);
+      ydetail::appendUTF8(std::u16string_view(pair, 1), encoded);
       _units += 1;
     }
   }
@@ -60,7 +109,8 @@ void YUTF8Writer::append(std::u16string_view units) {
       }
     }
   }
-  ydetail::appendUTF8(units, _bytes);
+  ydetail::appendUTF8(units, encoded);
+  appendBytes(encoded);
   _units += units.size();
   _high = held;
 }
@@ -86,7 +136,9 @@ bool YUTF8Writer::finish(std::shared_ptr<YError>* error) {
     if (_loneSurrogate == UINT64_MAX) _loneSurrogate = _units;
     const char16_t lone[1] = {_high};
     _high = 0;
-    ydetail::appendUTF8(std::u16string_view(lone, 1), _bytes);
+    std::string encoded;
+    ydetail::appendUTF8(std::u16string_view(lone, 1), encoded);
+    appendBytes(encoded);
     _units += 1;
   }
   if (_loneSurrogate == UINT64_MAX) return true;

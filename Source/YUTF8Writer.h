@@ -19,6 +19,9 @@
 class YUTF8Writer : public YTextWriter {
  public:
   explicit YUTF8Writer(std::size_t capacity = 0);
+  ~YUTF8Writer() override;
+  YUTF8Writer(const YUTF8Writer&) = delete;
+  YUTF8Writer& operator=(const YUTF8Writer&) = delete;
 
   void seek(std::int64_t position) override;
   void write(const YString& string) override;
@@ -29,12 +32,23 @@ class YUTF8Writer : public YTextWriter {
 
   /// False, with `*error` (when not null), when the text held a lone surrogate.
   bool finish(std::shared_ptr<YError>* error);
-  const std::string& bytes() const noexcept { return _bytes; }
+  std::string_view bytes() const noexcept { return {_data, _size}; }
 
  private:
   void append(std::u16string_view units);
+  // Room for `more` bytes after the end.
+  char* reserve(std::size_t more) {
+    if (_capacity - _size < more) grow(more);
+    return _data + _size;
+  }
+  void grow(std::size_t more);
+  void appendBytes(std::string_view bytes);
 
-  std::string _bytes;
+  // The bytes, in a buffer of the large-buffer allocator (a big save's
+  // pages are faulted in at once, not one by one as the text grows).
+  char* _data = nullptr;
+  std::size_t _size = 0;
+  std::size_t _capacity = 0;
   std::uint64_t _units = 0;               // UTF-16 code units written
   std::uint64_t _loneSurrogate = UINT64_MAX;  // position of the first one
   char16_t _high = 0;                     // a high surrogate waiting for its pair

@@ -137,6 +137,32 @@ TEST_F(Saving, UTF8TakesSurrogatePairsAndRefusesLoneOnes) {
   }
 }
 
+// ASCII is copied several units at a time: a character beyond it, at any
+// place of a value, a name or a comment of any length, must still come out
+// as its UTF-8 sequence, and every ASCII unit around it as one byte.
+TEST_F(Saving, UTF8IsExactWhereverAWideCharacterStands) {
+  const std::u16string wides[] = {u"\x7F", u"\x80", u"\xE9", u"\xFF", u"\x100", u"\x7FF", u"\x800", u"\xFFFD",
+                                  u"\xD83D\xDE00"};
+  auto document = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
+  for (const std::u16string& wide : wides) {
+    auto section = YIniSection::sectionWithName(YString(u"s" + wide + u"abcdefghij"));
+    for (std::size_t n = 0; n <= 24; ++n) {
+      const std::u16string plain(n, u'a');
+      section->addElement(YIniOption::optionWithNameAndValue(YString(u"plain" + plain), YString(plain)));
+      for (std::size_t p = 0; p <= n; ++p) {
+        const std::u16string text = plain.substr(0, p) + wide + plain.substr(p);
+        section->addElement(YIniOption::optionWithNameAndValue(YString(u"k" + text), YString(text)));
+        section->addElement(YIniComment::commentWithString(YString(u"#" + text + u"\n")));
+      }
+    }
+    document->addElement(section);
+  }
+  const std::string path = dir / "wide.ini";
+  std::shared_ptr<YError> error;
+  ASSERT_TRUE(save(*document, path, YUTF8StringEncoding, &error)) << utf8(error->localizedDescription());
+  EXPECT_EQ(readBytes(path), document->stringValue().UTF8String());
+}
+
 TEST_F(Saving, NullPathIsAFailedPrecondition) {
   EXPECT_PRECONDITION(load("[a]")->writeToFileAtomicallyEncodingError(YString(), true, YUTF8StringEncoding, nullptr),
                       "filePath != nil");
