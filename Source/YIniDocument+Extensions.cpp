@@ -133,7 +133,7 @@ YIniDocument* YIniDocument::initWithContentsOfFileFactory(const YString& path,
                                                           std::shared_ptr<YIniElementFactory> factory) {
   if (YParameterFailed(factory != nullptr, "theFactory != nil")) return nullptr;
   std::pair<YString, std::shared_ptr<YIniSourceRecord>> decoded;
-  if (std::optional<std::string> bytes = YReadFile(path, nullptr)) decoded = decodeWithRecord(*bytes);
+  if (std::optional<YFileBytes> bytes = YReadFileBytes(path, nullptr)) decoded = decodeWithRecord(bytes->view());
   // The bytes are gone before the elements are made.
   return loadTextFactoryRecord(decoded.first, std::move(factory), std::move(decoded.second));
 }

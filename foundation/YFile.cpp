@@ -15,6 +15,9 @@
 #include <cstring>
 #include <ctime>
 #include <limits>
+#include <utility>
+
+#include "YAllocator.h"
 
 namespace {
 
@@ -407,32 +410,37 @@ bool writeAtomically(const YString& path, const Target& target, const std::funct
 
 }  // namespace
 
-std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError>* error) {
+namespace {
+
+// Reads the whole file at `path` into `bytes` (a std::string or YFileBytes:
+// resize() keeps the bytes before the new size). False, with `*error`, when
+// it cannot.
+template <class Buffer>
+bool readWholeFile(const YString& path, std::shared_ptr<YError>* error, Buffer& bytes) {
   if (path.isNull()) {
     setError(error, YFileReadUnknownError, YString(u"No file path given"));
-    return std::nullopt;
+    return false;
   }
   std::string p = path.UTF8String();
   Descriptor fd(::open(p.c_str(), O_RDONLY | O_CLOEXEC));
   if (!fd) {
     int err = errno;
     setError(error, readCode(err), describeErrno("Cannot open file", path, err), err);
-    return std::nullopt;
+    return false;
   }
   struct stat st{};
   if (::fstat(fd.get(), &st) == 0 && S_ISDIR(st.st_mode)) {
     setError(error, YFileReadUnknownError, describeErrno("Cannot read file", path, EISDIR), EISDIR);
-    return std::nullopt;
+    return false;
   }
   // Positions are 32-bit downstream: refuse what could not be addressed.
   constexpr std::size_t kLimit = std::numeric_limits<int32_t>::max();
-  auto tooLarge = [&]() -> std::optional<std::string> {
+  auto tooLarge = [&]() {
     setError(error, YFileReadTooLargeError, YString::stringWithFormat("The file '%@' is too large", path), EFBIG);
-    return std::nullopt;
+    return false;
   };
   // Read straight into the result; a file that grows meanwhile is read on
   // until its end.
-  std::string bytes;
   std::size_t used = 0;
   if (st.st_size > 0) bytes.resize(std::min<std::size_t>(static_cast<std::size_t>(st.st_size), kLimit) + 1);
   for (;;) {
@@ -445,13 +453,50 @@ std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError
       if (errno == EINTR) continue;
       int err = errno;
       setError(error, readCode(err), describeErrno("Cannot read file", path, err), err);
-      return std::nullopt;
+      return false;
     }
     if (n == 0) break;
     used += static_cast<std::size_t>(n);
   }
   if (used > kLimit) return tooLarge();
   bytes.resize(used);
+  return true;
+}
+
+}  // namespace
+
+std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError>* error) {
+  std::string bytes;
+  if (!readWholeFile(path, error, bytes)) return std::nullopt;
+  return bytes;
+}
+
+YFileBytes::~YFileBytes() { ydetail::largeDeallocate(_data, _capacity); }
+
+YFileBytes& YFileBytes::operator=(YFileBytes&& other) noexcept {
+  if (this != &other) {
+    ydetail::largeDeallocate(_data, _capacity);
+    _data = std::exchange(other._data, nullptr);
+    _size = std::exchange(other._size, 0);
+    _capacity = std::exchange(other._capacity, 0);
+  }
+  return *this;
+}
+
+void YFileBytes::resize(std::size_t size) {
+  if (size > _capacity) {
+    char* data = static_cast<char*>(ydetail::largeAllocate(size));
+    if (_size) std::memcpy(data, _data, _size);
+    ydetail::largeDeallocate(_data, _capacity);
+    _data = data;
+    _capacity = size;
+  }
+  _size = size;
+}
+
+std::optional<YFileBytes> YReadFileBytes(const YString& path, std::shared_ptr<YError>* error) {
+  YFileBytes bytes;
+  if (!readWholeFile(path, error, bytes)) return std::nullopt;
   return bytes;
 }
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "YError.h"
 #include "YString.h"
@@ -17,6 +18,38 @@
 /// null) when the file cannot be opened or read, is a folder, or holds more
 /// than 2^31 - 1 bytes (YFileReadTooLargeError).
 [[nodiscard]] std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError>* error);
+
+/// The bytes of a whole file, as YReadFileBytes reads them: a buffer owned
+/// by this object (move-only), from the large-buffer allocator, so a big
+/// file's pages are faulted in at once and never zero-filled first.
+class YFileBytes {
+ public:
+  YFileBytes() noexcept = default;
+  /// Takes `other`'s buffer; `other` is left empty.
+  YFileBytes(YFileBytes&& other) noexcept { *this = std::move(other); }
+  /// Frees this buffer and takes `other`'s; `other` is left empty.
+  YFileBytes& operator=(YFileBytes&& other) noexcept;
+  ~YFileBytes();
+
+  /// The bytes (valid while this object lives and is not resized).
+  std::string_view view() const noexcept { return {_data, _size}; }
+  /// The first byte (null while empty).
+  char* data() noexcept { return _data; }
+  /// The number of bytes.
+  std::size_t size() const noexcept { return _size; }
+  /// Makes the size `size`: the bytes before it are kept, new ones are not
+  /// initialised. Throws std::bad_alloc when no memory is left.
+  void resize(std::size_t size);
+
+ private:
+  char* _data = nullptr;
+  std::size_t _size = 0;
+  std::size_t _capacity = 0;
+};
+
+/// YReadFile, into a YFileBytes instead of a std::string: for big files, the
+/// faster of the two.
+[[nodiscard]] std::optional<YFileBytes> YReadFileBytes(const YString& path, std::shared_ptr<YError>* error);
 
 /// How YWriteFile and YWriteFileChunks write.
 ///

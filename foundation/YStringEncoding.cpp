@@ -480,10 +480,10 @@ YString YDecodeUTF8Replacing(std::string_view bytes, std::vector<std::size_t>* i
 
 YString YString::stringWithContentsOfFileUsedEncodingError(const YString& path, YStringEncoding* usedEncoding,
                                                            std::shared_ptr<YError>* error) {
-  auto bytes = YReadFile(path, error);
+  auto bytes = YReadFileBytes(path, error);
   if (!bytes) return {};
   std::shared_ptr<YError> decodeError;
-  YString text = YDecodeBytesDetectingEncoding(*bytes, usedEncoding, &decodeError);
+  YString text = YDecodeBytesDetectingEncoding(bytes->view(), usedEncoding, &decodeError);
   if (text.isNull() && error)
     *error = YError::errorWithDomainCodeDescription(
         YFoundationErrorDomain, YFileReadInapplicableStringEncodingError,
@@ -494,9 +494,9 @@ YString YString::stringWithContentsOfFileUsedEncodingError(const YString& path, 
 
 YString YString::stringWithContentsOfFileEncodingError(const YString& path, YStringEncoding encoding,
                                                        std::shared_ptr<YError>* error) {
-  auto bytes = YReadFile(path, error);
+  auto bytes = YReadFileBytes(path, error);
   if (!bytes) return {};
-  return YDecodeBytes(*bytes, encoding, error);
+  return YDecodeBytes(bytes->view(), encoding, error);
 }
 
 bool YString::writeToFileAtomicallyEncodingError(const YString& path, bool atomically, YStringEncoding encoding,

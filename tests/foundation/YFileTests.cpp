@@ -374,4 +374,50 @@ TEST(YFileWriteTest, LinkCountFollowsSymbolicLinks) {
                                 " Cannot examine file '" + dir / "missing" + "': No such file or directory");
 }
 
+// Both readers give every byte: files of sizes around the first buffer's and
+// the mapped buffers' thresholds, and a FIFO, whose size is unknown, so the
+// buffer grows (and keeps what it read) as the bytes come.
+TEST(YFileReadTest, BothReadersGiveEveryByteWhateverTheSize) {
+  TempDir dir;
+  auto content = [](std::size_t size) {
+    std::string bytes(size, '\0');
+    for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 131 + i / 977) & 0xFF);
+    return bytes;
+  };
+  auto both = [](const std::string& path) {
+    std::optional<std::string> plain = YReadFile(YString(path), nullptr);
+    std::optional<YFileBytes> buffer = YReadFileBytes(YString(path), nullptr);
+    EXPECT_EQ(plain.has_value(), buffer.has_value());
+    return std::make_pair(plain.value_or("(none)"), buffer ? std::string(buffer->view()) : "(none)");
+  };
+  for (std::size_t size : {std::size_t(0), std::size_t(1), std::size_t(4095), std::size_t(65536), std::size_t(65537),
+                           (std::size_t(1) << 20) - 1, (std::size_t(1) << 20) + 3}) {
+    SCOPED_TRACE(size);
+    writeBytes(dir / "f", content(size), 0644);
+    EXPECT_EQ(both(dir / "f"), std::make_pair(content(size), content(size)));
+  }
+  const std::string fifo = dir / "fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  for (int reader = 0; reader < 2; ++reader) {
+    std::thread writer([&] { writeBytes(fifo, content(300000), 0600); });
+    const std::string got = reader == 0 ? YReadFile(YString(fifo), nullptr).value_or("(none)")
+                                        : std::string(YReadFileBytes(YString(fifo), nullptr).value().view());
+    writer.join();
+    EXPECT_EQ(got, content(300000)) << "reader " << reader;
+  }
+  std::shared_ptr<YError> error;
+  EXPECT_FALSE(YReadFileBytes(YString(dir / "missing"), &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), YFileNoSuchFileError);
+  EXPECT_FALSE(YReadFileBytes(YString(dir.path), nullptr));  // a folder
+
+  writeBytes(dir / "f", "abc", 0644);
+  YFileBytes first = YReadFileBytes(YString(dir / "f"), nullptr).value();
+  YFileBytes second = std::move(first);
+  EXPECT_EQ(first.size(), 0u);
+  EXPECT_EQ(second.view(), "abc");
+  first = std::move(second);
+  EXPECT_EQ(first.view(), "abc");
+}
+
 }  // namespace
