@@ -200,6 +200,21 @@ inline unsigned nameSlot(const char16_t* units, std::size_t n) noexcept {
   const std::uint64_t h = (first * 0x9E3779B97F4A7C15ULL) ^ (last * 0xC2B2AE3D27D4EB4FULL) ^ n;
   return static_cast<unsigned>((h ^ (h >> 29)) * 0x165667B19E3779F9ULL >> (64 - kNameSlotBits));
 }
+
+// Whether the n units at `a` and `b` are the same. Names of 4 to 16 units,
+// most of them, are compared as their first and last 8 or 16 bytes.
+inline bool sameUnits(const char16_t* a, const char16_t* b, std::size_t n) noexcept {
+  auto differs = [](const char16_t* x, const char16_t* y) {
+    std::uint64_t u, v;
+    std::memcpy(&u, x, 8);
+    std::memcpy(&v, y, 8);
+    return u ^ v;
+  };
+  if (n >= 4 && n <= 8) return (differs(a, b) | differs(a + n - 4, b + n - 4)) == 0;
+  if (n > 8 && n <= 16)
+    return (differs(a, b) | differs(a + 4, b + 4) | differs(a + n - 8, b + n - 8) | differs(a + n - 4, b + n - 4)) == 0;
+  return std::memcmp(a, b, n * sizeof(char16_t)) == 0;
+}
 }  // namespace
 
 YString YIniDocumentEnumerator::Reading::name(std::size_t begin, std::size_t end) {
@@ -207,8 +222,7 @@ YString YIniDocumentEnumerator::Reading::name(std::size_t begin, std::size_t end
   trim<false>(units, begin, end);
   const std::size_t n = end - begin;
   YString& slot = names[nameSlot(units + begin, n)];
-  if (!slot.isNull() && slot.length() == n && std::memcmp(slot.characters(), units + begin, n * sizeof(char16_t)) == 0)
-    return slot;
+  if (!slot.isNull() && slot.length() == n && sameUnits(slot.characters(), units + begin, n)) return slot;
   slot = YString::stringWithCharacters(units + begin, n);
   return slot;
 }

@@ -112,6 +112,17 @@ TEST(Loading, LongTextsShareEqualNamesAndKeepEveryNameExact) {
       {"abcdXefgh", "abcdXefgh"}, {"abcdYefgh", "abcdYefgh"}, {"abcdefgh", "abcdefgh"}, {"ff\f", "ff\f"}, {"\xC3\xA9t\xC3\xA9", "\xC3\xA9t\xC3\xA9"},
       {"", ""}, {"a", "a"},
   };
+  // Names of one length that differ in one unit share their first and last
+  // units, so they meet in the table, and only their middle tells them apart.
+  text += "[lengths]\n";
+  for (std::size_t length = 1; length <= 28; ++length)
+    for (std::size_t p = 0; p < length; ++p) {
+      std::string same(length, 'a'), other(length, 'a');
+      other[p] = 'b';
+      text += same + "=v\n" + other + "=v\n";
+      expected.push_back(same);
+      expected.push_back(other);
+    }
   text += "[odd]\n";
   for (const auto& [written, read] : odd) {
     text += written + "=v\n";
