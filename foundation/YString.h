@@ -217,7 +217,14 @@ class YString {
     return *this;
   }
   /// Takes `other`'s string; `other` becomes null.
-  YString& operator=(YString&& other) noexcept;
+  YString& operator=(YString&& other) noexcept {
+    if (this != &other) {
+      if (_rep && !ydetail::releaseSharedRep(_rep)) releaseRep();
+      _rep = other._rep;
+      other._rep = nullptr;
+    }
+    return *this;
+  }
   /// Lets go of the string; the last handle frees it.
   ~YString() {
     if (_rep && !ydetail::releaseSharedRep(_rep)) releaseRep();

@@ -117,6 +117,48 @@ TEST(YStringTest, InvalidUTF8IsRejected) {
   EXPECT_EQ(YString::fromUTF8(std::string_view("a\0b", 3)).length(), 3u);
 }
 
+// A move hands the string over and leaves the source null; other handles of
+// the string given up keep it, and moving a handle onto itself keeps it too.
+TEST(YStringTest, MovesHandOverTheStringAndLeaveTheSourceNull) {
+  YString a(u"one"), b(u"two");
+  const YString other = a;
+  a = std::move(b);
+  EXPECT_EQ(a.view(), u"two");
+  EXPECT_TRUE(b.isNull());  // NOLINT(bugprone-use-after-move): moved-from handles are null
+  EXPECT_EQ(other.view(), u"one");
+  YString& same = a;
+  a = std::move(same);
+  EXPECT_EQ(a.view(), u"two");
+  YString c(std::move(a));
+  EXPECT_TRUE(a.isNull());  // NOLINT(bugprone-use-after-move)
+  EXPECT_EQ(c.view(), u"two");
+  c = YString();
+  EXPECT_TRUE(c.isNull());
+}
+
+// ASCII is decoded many bytes at a time: a character beyond it, or an invalid
+// byte, at any place of a text of any length up to three blocks, must still
+// be decoded or refused exactly, and every ASCII byte around it kept.
+TEST(YStringTest, UTF8IsDecodedExactlyWhereverAWideCharacterStands) {
+  const std::pair<std::string, std::u16string> wides[] = {
+      {"\x7F", u"\x7F"}, {"\xC2\x80", u"\x80"}, {"\xC3\xA9", u"\xE9"}, {"\xE2\x82\xAC", u"\x20AC"},
+      {"\xF0\x9F\x98\x80", u"\xD83D\xDE00"}};
+  for (std::size_t n = 0; n <= 48; ++n) {
+    const std::string plain(n, 'a');
+    const std::u16string plainUnits(n, u'a');
+    EXPECT_EQ(YString::fromUTF8(plain).view(), plainUnits);
+    for (std::size_t p = 0; p <= n; ++p) {
+      for (const auto& [bytes, units] : wides) {
+        const std::string text = plain.substr(0, p) + bytes + plain.substr(p);
+        EXPECT_EQ(YString::fromUTF8(text).view(), plainUnits.substr(0, p) + units + plainUnits.substr(p))
+            << n << " " << p << " " << testing::PrintToString(bytes);
+      }
+      EXPECT_THROW(YString::fromUTF8(plain.substr(0, p) + "\x80" + plain.substr(p)), YInvalidArgumentException)
+          << n << " " << p;
+    }
+  }
+}
+
 TEST(YStringTest, Formatter) {
   auto named = std::make_shared<Named>();
   std::shared_ptr<Named> noObject;
