@@ -88,9 +88,10 @@ const YCharacterSet& YIniWhitespaceAndNewlines() {
 }
 
 YIniSourceRecord::YIniSourceRecord(const YString& text) : _text(text.copy()) {
-  // Room for about one entry per short line spares a small file's lists
-  // their growing copies; a large file's lists grow as they must.
-  const std::size_t expected = std::min<std::size_t>(_text.length() / 16 + 8, 4096);
+  // Room for an entry per 16 units spares a typical file's lists their
+  // growing copies (and a large file the pages of the copies it drops); the
+  // room never used costs address space, not memory.
+  const std::size_t expected = _text.length() / 16 + 8;
   _bounds.reserve(expected + 1);
   _kinds.reserve(expected);
   _checks.reserve(expected);
