@@ -18,10 +18,26 @@ bool isLow(char16_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
 
 // Copies the leading ASCII units of `units` (n of them) to `out` as bytes;
 // returns how many were copied. With SSE2, eight at a time, the last eight
-// of a piece of eight or more overlapping the ones before.
-std::size_t copyASCII(const char16_t* units, std::size_t n, char* out) noexcept {
+// of a piece of eight or more overlapping the ones before; a piece of four
+// to seven as its first and last four.
+inline std::size_t copyASCII(const char16_t* units, std::size_t n, char* out) noexcept {
   std::size_t i = 0;
 #if defined(__SSE2__)
+  if (n >= 4 && n < 8) {
+    std::uint64_t first, last;
+    std::memcpy(&first, units, 8);
+    std::memcpy(&last, units + n - 4, 8);
+    if (((first | last) & 0xFF80FF80FF80FF80ULL) == 0) {
+      auto narrow = [](std::uint64_t four) {
+        const __m128i v = _mm_cvtsi64_si128(static_cast<long long>(four));
+        return static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(v, v)));
+      };
+      const std::uint32_t head = narrow(first), tail = narrow(last);
+      std::memcpy(out, &head, 4);
+      std::memcpy(out + n - 4, &tail, 4);
+      return n;
+    }
+  }
   if (n >= 8) {
     const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
     auto block = [&](std::size_t at) {
@@ -128,7 +144,25 @@ void YUTF8Writer::writeLine(const YString& string) {
 void YUTF8Writer::writeLine() { append(u"\n"); }
 
 void YUTF8Writer::writePieces(std::initializer_list<std::u16string_view> pieces) {
-  for (std::u16string_view piece : pieces) append(piece);
+  auto piece = pieces.begin();
+  if (!_high) {
+    // Room for all of them as ASCII at once; a piece that is not ASCII goes
+    // on, from its first other unit, through append().
+    std::size_t total = 0;
+    for (std::u16string_view each : pieces) total += each.size();
+    reserve(total);
+    for (; piece != pieces.end(); ++piece) {
+      const std::size_t i = copyASCII(piece->data(), piece->size(), _data + _size);
+      _size += i;
+      _units += i;
+      if (i != piece->size()) {
+        append(piece->substr(i));
+        ++piece;
+        break;
+      }
+    }
+  }
+  for (; piece != pieces.end(); ++piece) append(*piece);
 }
 
 bool YUTF8Writer::finish(std::shared_ptr<YError>* error) {
