@@ -4,6 +4,10 @@
 #include <cstring>
 #include <map>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "YCharacterSet.h"
 #include "YIniComment.h"
 #include "YIniOption.h"
@@ -20,15 +24,25 @@ std::uint32_t identityCheck(const YIniElement& element) {
 }
 
 // The first U+FFFD at or after `from`. Nearly every text has none: blocks
-// of 32 units are compared without an early exit, which vectorizes, and only
-// a block holding one is searched unit by unit.
+// of 32 units are compared at once (with SSE2, four loads of eight), and
+// only a block holding one is searched unit by unit.
 std::size_t findReplacementCharacter(std::u16string_view text, std::size_t from = 0) {
   const char16_t* c = text.data();
   std::size_t i = from;
   for (; i + 32 <= text.size(); i += 32) {
+#if defined(__SSE2__)
+    const __m128i replacement = _mm_set1_epi16(static_cast<short>(0xFFFD));
+    auto block = [&](std::size_t at) {
+      return _mm_cmpeq_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(c + at)), replacement);
+    };
+    const __m128i hits =
+        _mm_or_si128(_mm_or_si128(block(i), block(i + 8)), _mm_or_si128(block(i + 16), block(i + 24)));
+    if (_mm_movemask_epi8(hits)) break;
+#else
     unsigned hit = 0;
     for (std::size_t k = 0; k < 32; ++k) hit |= c[i + k] == u'\uFFFD';
     if (hit) break;
+#endif
   }
   return text.find(u'\uFFFD', i);
 }

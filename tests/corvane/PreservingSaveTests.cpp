@@ -349,6 +349,23 @@ TEST(PreservingSave, InvalidUTF8BytesComeBackAsTheyWere) {
   EXPECT_EQ(preservedBytes(*document), expected);
 }
 
+// The text is searched for U+FFFD many units at a time: an invalid byte at
+// any place, in the first line or after one that has one, must still be found
+// and its line kept as it was.
+TEST(PreservingSave, AnInvalidByteAnywhereKeepsItsLine) {
+  for (std::size_t k = 0; k < 70; ++k) {
+    SCOPED_TRACE(k);
+    // Enough ASCII that the bytes still read as UTF-8 with a few stray ones.
+    const std::string original = "#" + std::string(k, 'x') + "\xFF\n[s]\nk = v\n#" + std::string(k % 37, 'y') +
+                                 "\xFE\n" + std::string(300, '#') + "\n";
+    auto document = YIniDocument::documentWithDataFactory(original, YIniStandardElementFactory::standardFactory());
+    setValue(*document, "s", "k", "w");
+    std::string expected = original;
+    expected.replace(expected.find("k = v"), 5, "k = w");
+    EXPECT_EQ(preservedBytes(*document), expected);
+  }
+}
+
 TEST(PreservingSave, OptionsBeforeTheFirstSectionAreReadFromTheSource) {
   LogCapture quiet;
   struct Case {
