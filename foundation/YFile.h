@@ -33,7 +33,7 @@ class YFileBytes {
 
   /// The bytes (valid while this object lives and is not resized).
   std::string_view view() const noexcept { return {_data, _size}; }
-  /// The first byte (null while empty).
+  /// The bytes' storage, for filling it (null before any is allocated).
   char* data() noexcept { return _data; }
   /// The number of bytes.
   std::size_t size() const noexcept { return _size; }
