@@ -154,7 +154,11 @@ destroy_once() {
   done
 }
 for ((i = 0; i < runs; i++)); do
-  for p in "${programs[@]}"; do
+  # Each round starts with the next program, so that every program takes
+  # every place in the order equally often (the first of a round runs right
+  # after the previous round's in-process loops).
+  for ((k = 0; k < ${#programs[@]}; k++)); do
+    p=${programs[(k + i) % ${#programs[@]}]}
     if [[ -x "$(program_of "$p")" ]]; then run_once "$p" "$p" "$flat" "$size"; fi
   done
   for mb in $(printf '%s\n' $size $scale | sort -u); do run_once "full-$mb" corvane "$work/full-$mb.ini" "$mb"; done
