@@ -15,8 +15,13 @@
 // - a section whose name is empty is written "[]", and a comment that follows
 //   it on that line at the end of the text ("[ ]#c=" is written "[]#c=")
 //   reads back as an option line, which gets a line end.
+//
+// A quarter of the inputs are also loaded with a long comment line after
+// them, long enough that the reader shares equal option names: every option
+// must get the same name as without it.
 #include <algorithm>
 #include <exception>
+#include <string>
 #include <string_view>
 
 #include "FuzzSupport.h"
@@ -48,6 +53,21 @@ std::size_t linesReadOtherwise(YIniDocument& document) {
   return count;
 }
 
+// The names of the options of `document`, in order, joined by NUL ("\0"
+// marks an option without a name).
+std::u16string optionNames(YIniDocument& document) {
+  std::u16string names;
+  auto sections = document.sections();
+  for (const auto& section : *sections) {
+    auto options = section->options();
+    for (const auto& option : *options) {
+      names += option->name().isNull() ? std::u16string_view(u"\\0") : option->name().view();
+      names += u'\0';
+    }
+  }
+  return names;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -71,6 +91,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const YString second = reloaded->stringValue();
     if (second.length() > first.length() + linesReadOtherwise(*document))
       fail("the text grew from one pass to the next", first);
+
+    if (size % 4 == 0) {  // a quarter of the inputs, as the long text costs time
+      YString padded = YString::mutableStringWithString(input);
+      padded.appendString(YString(u"\n#" + std::u16string(40000, u'x') + u"\n"));
+      auto longer = YIniDocument::documentFromStringFactory(padded.copy(), factory);
+      if (!longer || optionNames(*longer) != optionNames(*document))
+        fail("a long text gave options other names than the short one", input);
+    }
   } catch (const std::exception& e) {
     fail("exception while loading or writing", YString::stringWithFormat("%s", e.what()));
   }
