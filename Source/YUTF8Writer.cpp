@@ -20,7 +20,12 @@ bool isLow(char16_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
 // returns how many were copied. With SSE2, eight at a time, the last eight
 // of a piece of eight or more overlapping the ones before; a piece of four
 // to seven as its first and last four.
-inline std::size_t copyASCII(const char16_t* units, std::size_t n, char* out) noexcept {
+[[gnu::always_inline]] inline std::size_t copyASCII(const char16_t* units, std::size_t n, char* out) noexcept {
+  if (n == 1) {  // "=", a line end
+    if (units[0] >= 0x80) return 0;
+    *out = static_cast<char>(units[0]);
+    return 1;
+  }
   std::size_t i = 0;
 #if defined(__SSE2__)
   if (n >= 4 && n < 8) {
@@ -147,20 +152,27 @@ void YUTF8Writer::writePieces(std::initializer_list<std::u16string_view> pieces)
   auto piece = pieces.begin();
   if (!_high) {
     // Room for all of them as ASCII at once; a piece that is not ASCII goes
-    // on, from its first other unit, through append().
+    // on, from its first other unit, through append(). The end is counted
+    // in a local: stores through a char pointer could alias the members.
     std::size_t total = 0;
     for (std::u16string_view each : pieces) total += each.size();
-    reserve(total);
+    char* const start = reserve(total);
+    char* out = start;
+    std::size_t rest = 0;  // of the piece that is not all ASCII, the units after its ASCII start
     for (; piece != pieces.end(); ++piece) {
-      const std::size_t i = copyASCII(piece->data(), piece->size(), _data + _size);
-      _size += i;
-      _units += i;
+      const std::size_t i = copyASCII(piece->data(), piece->size(), out);
+      out += i;
       if (i != piece->size()) {
-        append(piece->substr(i));
-        ++piece;
+        rest = piece->size() - i;
         break;
       }
     }
+    const auto written = static_cast<std::size_t>(out - start);
+    _size += written;
+    _units += written;
+    if (piece == pieces.end()) return;
+    append(piece->substr(piece->size() - rest));
+    ++piece;
   }
   for (; piece != pieces.end(); ++piece) append(*piece);
 }
