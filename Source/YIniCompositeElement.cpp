@@ -334,14 +334,13 @@ void YIniCompositeElement::modifiedChangedForElement(YIniElement* element) {
 }
 
 bool YIniCompositeElement::nobodyHearsUnchanged(const YIniElement& child) noexcept {
-  if (child.observationCount() != 1 || child.mayChangeUnannounced()) return false;
-  const Observation r = child.observationAtIndex(0);
-  if (r.options != YKeyValueObservingOptionNew || r.context || !YKeysEqual(r.key, YModifiedKey)) return false;
+  YObject* const observer = child.soleObserverForKeyWithOptions(YModifiedKey, YKeyValueObservingOptionNew);
+  if (!observer || child.mayChangeUnannounced()) return false;
   // A silent scope over this parent has found, for an earlier child, all that
   // is asked of the parent below, and nothing has run since that could change it.
   SilenceScope* scope = currentScope();
-  const bool silentHere = scope && scope->_silent && static_cast<const YObject*>(scope->_parent) == r.observer;
-  const auto* parent = silentHere ? scope->_parent : YCast<YIniCompositeElement>(r.observer);
+  const bool silentHere = scope && scope->_silent && static_cast<const YObject*>(scope->_parent) == observer;
+  const auto* parent = silentHere ? scope->_parent : YCast<YIniCompositeElement>(observer);
   if (!silentHere && (!parent || !parent->isLibraryClass() || parent->_bits.ignoreChanges ||
                       !parent->answersWithoutAsking()))
     return false;

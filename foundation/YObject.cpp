@@ -155,6 +155,18 @@ YObject::RegistrationView YObject::registrationAt(std::size_t index) const noexc
   return {r.observer, r.key, r.context, r.options};
 }
 
+YObject* YObject::soleObserverForKeyWithOptions(const YString& key, unsigned options) const noexcept {
+  // Most objects: the one registration, their parent's, held in the object.
+  if (_firstObserver && !_observationInfo && !fieldKey(_registrationBits, kSelfShift))
+    return fieldOptions(_registrationBits, kFirstShift) == options &&
+                   YKeysEqual(internedKeyNumbered(fieldKey(_registrationBits, kFirstShift)), key)
+               ? _firstObserver
+               : nullptr;
+  if (registrationCount() != 1) return nullptr;
+  const RegistrationView r = registrationAt(0);
+  return r.options == options && !r.context && YKeysEqual(r.key, key) ? r.observer : nullptr;
+}
+
 void YObject::eraseRegistration(std::size_t index) {
   if (fieldKey(_registrationBits, kSelfShift)) {
     if (index == 0) {

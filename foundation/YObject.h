@@ -154,6 +154,11 @@ class YObject : public std::enable_shared_from_this<YObject> {
     const RegistrationView r = registrationAt(index);
     return {r.observer, r.key, r.options, r.context};
   }
+  /// The observer of this object's one and only registration when that is
+  /// for `key` with exactly `options` and no context; null otherwise (no
+  /// registration, several, or another one). The same answer as
+  /// observationCount() and observationAtIndex(0), in one call.
+  YObject* soleObserverForKeyWithOptions(const YString& key, unsigned options) const noexcept;
 
   /// Opens a change of `key`: takes the Old value and sends Prior
   /// notifications, for the observers that asked for them. Pair it with

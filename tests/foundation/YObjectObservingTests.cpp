@@ -371,4 +371,58 @@ TEST(YObjectInternedKeys, OneObjectPerTextAndPlainKeysStillMatch) {
   EXPECT_EQ(flag.observationCount(), 0u);
 }
 
+// The sole observer is found wherever its registration is kept (in the object
+// or in its table, for a plain key or with Old asked for), and only while it
+// is the one registration, for that key, with exactly those options and no
+// context.
+TEST(YObjectObservingTest, SoleObserverOnlyForTheOneMatchingRegistration) {
+  const unsigned kNew = YKeyValueObservingOptionNew;
+  const unsigned kOld = YKeyValueObservingOptionNew | YKeyValueObservingOptionOld;
+  int context = 0;
+  struct Case {
+    const char* what;
+    std::function<void(Flag&, Recorder&, Recorder&)> registrations;
+    bool sole;  // whether `first` is the sole observer for "modified" with New
+  } cases[] = {
+      {"none", [](Flag&, Recorder&, Recorder&) {}, false},
+      {"one, kept in the object",
+       [&](Flag& f, Recorder& a, Recorder&) { f.addObserver(&a, YModifiedKey, kNew, nullptr); }, true},
+      {"one, for a plain key of the same text",
+       [&](Flag& f, Recorder& a, Recorder&) { f.addObserver(&a, YString(u"modified"), kNew, nullptr); }, true},
+      {"one, with Old asked for",
+       [&](Flag& f, Recorder& a, Recorder&) { f.addObserver(&a, YModifiedKey, kOld, nullptr); }, false},
+      {"one, with a context",
+       [&](Flag& f, Recorder& a, Recorder&) { f.addObserver(&a, YModifiedKey, kNew, &context); }, false},
+      {"one, for another key",
+       [&](Flag& f, Recorder& a, Recorder&) { f.addObserver(&a, YElementsKey, kNew, nullptr); }, false},
+      {"two",
+       [&](Flag& f, Recorder& a, Recorder& b) {
+         f.addObserver(&a, YModifiedKey, kNew, nullptr);
+         f.addObserver(&b, YModifiedKey, kNew, nullptr);
+       },
+       false},
+      {"two, the other one removed",
+       [&](Flag& f, Recorder& a, Recorder& b) {
+         f.addObserver(&b, YModifiedKey, kNew, nullptr);
+         f.addObserver(&a, YModifiedKey, kNew, nullptr);
+         f.removeObserver(&b, YModifiedKey);
+       },
+       true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Flag flag;
+    Recorder first, second;
+    c.registrations(flag, first, second);
+    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YModifiedKey, kNew), c.sole ? &first : nullptr);
+    const std::string what = c.what;
+    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YModifiedKey, kOld), what == "one, with Old asked for" ? &first : nullptr);
+    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YElementsKey, kNew), what == "one, for another key" ? &first : nullptr);
+    while (flag.observationCount()) {  // leave no registration behind for the recorders' destruction
+      const YObject::Observation r = flag.observationAtIndex(0);
+      flag.removeObserver(r.observer, YString(r.key));
+    }
+  }
+}
+
 }  // namespace
