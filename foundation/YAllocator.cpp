@@ -34,11 +34,10 @@
 // handed out; when all have come back it is empty and may serve any class.
 //
 // Each thread keeps a free list per class, taken from and given to without a
-// lock. A list holds at most 128 KiB of blocks; what is freed beyond that is
-// gathered into a batch and given to the shared store of its class (one
-// mutex per class), which returns each block to its chunk. A thread whose
-// list runs dry takes a chunk's returned blocks, or newly carved ones, from
-// there. So blocks freed on another thread flow back to whoever allocates
+// lock. A list holds at most 128 KiB of blocks; a free that finds it full
+// gives the whole list to the shared store of its class (one mutex per
+// class), which returns each block to its chunk. A thread whose list runs
+// dry takes a batch: a chunk's returned blocks, or newly carved ones. So blocks freed on another thread flow back to whoever allocates
 // next, and a class's blocks, once freed, become empty chunks that any class
 // reuses: resident memory follows the peak live set, plus at most 2 MiB of
 // lists per thread. Every hand-over between threads goes through a mutex,
@@ -62,7 +61,7 @@ constexpr std::size_t kArenaSize = std::size_t(64) << 20;
 constexpr std::size_t kLargeBuffer = std::size_t(1) << 20;
 // A thread's free list of one class holds at most this many bytes of blocks.
 constexpr std::size_t kListBytes = std::size_t(128) << 10;
-// Blocks move between a thread and the shared store in batches of this size.
+// A thread takes blocks from the shared store in batches of this size.
 constexpr std::size_t kBatchBytes = std::size_t(8) << 10;
 // Empty chunks kept whatever the timing, and how long the others may idle.
 constexpr std::size_t kKeptEmptyChunks = (std::size_t(4) << 20) / kChunkSize;
@@ -450,17 +449,16 @@ void spill(ThreadFreeLists& cache, unsigned c, FreeBlock* block) noexcept {
     --cache.room[c];
     return;
   }
-  // The list is full. It takes the block, and its newest batch goes to the
-  // shared store at once: those blocks were just written, so handing them
-  // over touches no cold memory, and the next batch of frees finds room.
-  block->next = cache.lists[c];
-  FreeBlock* last = block;
-  std::uint32_t given = 1;
-  for (const std::uint32_t batch = batchOf(c); given < batch && last->next; ++given) last = last->next;
-  cache.lists[c] = last->next;
-  last->next = nullptr;
-  cache.room[c] += given - 1;
-  giveBlocks(c, block);
+  // The list is full: all of it goes to the shared store at once, without a
+  // walk to cut it, and the list starts again with the block. A thread that
+  // frees this much is mostly letting go of a large structure, whose blocks
+  // were all just written; one that allocates again takes them back a chunk
+  // at a time.
+  FreeBlock* const full = cache.lists[c];
+  block->next = nullptr;
+  cache.lists[c] = block;
+  cache.room[c] = listLimitOf(c) - 1;
+  giveBlocks(c, full);
 }
 
 // `bytes` faulted in at once: in huge pages from 4 MiB up (where the kernel
