@@ -62,7 +62,10 @@ void YIniCompositeElement::setModified(bool modified) {
 void YIniCompositeElement::setElements(const std::shared_ptr<ElementList>& value) {
   ChangeScope scope(*this, YElementsKey);
   if (YParameterFailed(value != nullptr, "value != nil")) return;
-  auto replacement = value->mutableCopy();
+  // Through the checked factory: a list made with the public constructor
+  // may hold nulls, which are refused here rather than met later.
+  const auto& given = value->vector();
+  auto replacement = ElementList::mutableArrayWithObjects(std::vector<std::shared_ptr<YIniElement>>(given.begin(), given.end()));
   auto old = _elements;
   for (const auto& child : *old) unsubscribeForChangesInElement(child);
   _elements = std::move(replacement);

@@ -280,6 +280,12 @@ TEST(Composite, PreconditionTexts) {
   EXPECT_PRECONDITION(c->removeElement(opt("stranger")), "index >= 0 && index < [elements count]");
   EXPECT_PRECONDITION(c->replaceElementWith(a, nullptr), "otherElement != nil");
   EXPECT_PRECONDITION(c->setElements(nullptr), "value != nil");
+  // A list made with the public constructor may hold a null: refused, and
+  // the composite keeps its children.
+  EXPECT_THROW(c->setElements(std::make_shared<List>(std::vector<std::shared_ptr<YIniElement>>{a, nullptr}, true)),
+               YInvalidArgumentException);
+  EXPECT_EQ(c->elements()->count(), 1u);
+  EXPECT_EQ(c->elements()->objectAtIndex(0), a);
   EXPECT_PRECONDITION(c->compareArrayAgainst(nullptr, c->elements()), "a1 != nil");
   EXPECT_PRECONDITION(c->compareArrayAgainst(c->elements(), nullptr), "a2 != nil");
   EXPECT_THROW(c->replaceElementWith(opt("stranger"), opt("b")), YRangeException);
