@@ -28,23 +28,20 @@ bool isLow(char16_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
   }
   std::size_t i = 0;
 #if defined(__SSE2__)
+  const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
   if (n >= 4 && n < 8) {
-    std::uint64_t first, last;
-    std::memcpy(&first, units, 8);
-    std::memcpy(&last, units + n - 4, 8);
-    if (((first | last) & 0xFF80FF80FF80FF80ULL) == 0) {
-      auto narrow = [](std::uint64_t four) {
-        const __m128i v = _mm_cvtsi64_si128(static_cast<long long>(four));
-        return static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(v, v)));
-      };
-      const std::uint32_t head = narrow(first), tail = narrow(last);
+    const __m128i first = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(units));
+    const __m128i last = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(units + n - 4));
+    const __m128i either = _mm_and_si128(_mm_or_si128(first, last), high);
+    if (_mm_movemask_epi8(_mm_cmpeq_epi16(either, _mm_setzero_si128())) == 0xFFFF) {
+      const auto head = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(first, first)));
+      const auto tail = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(last, last)));
       std::memcpy(out, &head, 4);
       std::memcpy(out + n - 4, &tail, 4);
       return n;
     }
   }
   if (n >= 8) {
-    const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
     auto block = [&](std::size_t at) {
       const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + at));
       if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, high), _mm_setzero_si128())) != 0xFFFF) return false;
