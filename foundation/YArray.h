@@ -195,7 +195,9 @@ class YArray : public YObject {
   iterator begin() const noexcept { return iterator(this, 0); }
   /// The end of the guarded walk.
   iterator end() const noexcept { return iterator(this, _items.size()); }
-  /// Unguarded read access to the entries.
+  /// Unguarded read access to the entries: a std::vector whose allocator is
+  /// the small-object pool's (bind it with `auto` or `Storage`; copy() and
+  /// mutableCopy() make a list of the same entries).
   const Storage& vector() const noexcept { return _items; }
   /// The number of changes made to the list so far (what the guarded walk checks).
   std::uint64_t mutationCount() const noexcept { return _mutations; }
