@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -74,10 +73,9 @@ void YUTF8Writer::grow(std::size_t more) {
   _capacity = capacity;
 }
 
-void YUTF8Writer::appendBytes(std::string_view bytes) {
-  if (bytes.empty()) return;
-  std::memcpy(reserve(bytes.size()), bytes.data(), bytes.size());
-  _size += bytes.size();
+void YUTF8Writer::encode(std::u16string_view units) {
+  char* const out = reserve(ydetail::utf8Length(units));
+  _size += static_cast<std::size_t>(ydetail::writeUTF8(units, out) - out);
 }
 
 void YUTF8Writer::seek(std::int64_t position) {
@@ -98,17 +96,16 @@ void YUTF8Writer::append(std::u16string_view units) {
   }
   // A pair split between two pieces is joined; a surrogate without its pair
   // is noted (and encoded as U+FFFD, though finish() then fails).
-  std::string encoded;
   if (_high) {
     const char16_t pair[2] = {_high, units[0]};
     _high = 0;
     if (isLow(units[0])) {
-      ydetail::appendUTF8(std::u16string_view(pair, 2), encoded);
+      encode(std::u16string_view(pair, 2));
       _units += 2;
       units.remove_prefix(1);
     } else {
       if (_loneSurrogate == UINT64_MAX) _loneSurrogate = _units;
-      ydetail::appendUTF8(std::u16string_view(pair, 1), encoded);
+      encode(std::u16string_view(pair, 1));
       _units += 1;
     }
   }
@@ -127,8 +124,7 @@ void YUTF8Writer::append(std::u16string_view units) {
       }
     }
   }
-  ydetail::appendUTF8(units, encoded);
-  appendBytes(encoded);
+  encode(units);
   _units += units.size();
   _high = held;
 }
@@ -179,9 +175,7 @@ bool YUTF8Writer::finish(std::shared_ptr<YError>* error) {
     if (_loneSurrogate == UINT64_MAX) _loneSurrogate = _units;
     const char16_t lone[1] = {_high};
     _high = 0;
-    std::string encoded;
-    ydetail::appendUTF8(std::u16string_view(lone, 1), encoded);
-    appendBytes(encoded);
+    encode(std::u16string_view(lone, 1));
     _units += 1;
   }
   if (_loneSurrogate == UINT64_MAX) return true;

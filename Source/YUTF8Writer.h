@@ -42,7 +42,8 @@ class YUTF8Writer : public YTextWriter {
     return _data + _size;
   }
   void grow(std::size_t more);
-  void appendBytes(std::string_view bytes);
+  // Appends `units` as UTF-8 (a lone surrogate as U+FFFD).
+  void encode(std::u16string_view units);
 
   // The bytes, in a buffer of the large-buffer allocator (a big save's
   // pages are faulted in at once, not one by one as the text grows).

@@ -304,10 +304,9 @@ YString YString::stringByTrimmingCharactersInSet(const YCharacterSet& set) const
   return YString(newImmutableRep(c + begin, end - begin));
 }
 
-void ydetail::appendUTF8(std::u16string_view units, std::string& result) {
+std::size_t ydetail::utf8Length(std::u16string_view units) noexcept {
   const std::size_t n = units.size();
   const char16_t* c = units.data();
-  // Sized first (a lone surrogate takes three bytes), then filled.
   std::size_t bytes = 0;
   for (std::size_t i = 0; i < n; ++i) {
     const char16_t u = c[i];
@@ -316,9 +315,19 @@ void ydetail::appendUTF8(std::u16string_view units, std::string& result) {
     else if (u >= 0xD800 && u <= 0xDBFF && i + 1 < n && c[i + 1] >= 0xDC00 && c[i + 1] <= 0xDFFF) bytes += 4, ++i;
     else bytes += 3;
   }
+  return bytes;
+}
+
+void ydetail::appendUTF8(std::u16string_view units, std::string& result) {
+  // Sized first (a lone surrogate takes three bytes), then filled.
   const std::size_t start = result.size();
-  result.resize(start + bytes);
-  char* o = result.data() + start;
+  result.resize(start + utf8Length(units));
+  writeUTF8(units, result.data() + start);
+}
+
+char* ydetail::writeUTF8(std::u16string_view units, char* o) noexcept {
+  const std::size_t n = units.size();
+  const char16_t* c = units.data();
   std::size_t i = 0;
   while (i < n) {
     // Runs of ASCII four units at a time.
@@ -358,6 +367,7 @@ void ydetail::appendUTF8(std::u16string_view units, std::string& result) {
       *o++ = static_cast<char>(0x80 | (cp & 0x3F));
     }
   }
+  return o;
 }
 
 std::string YString::UTF8String() const {

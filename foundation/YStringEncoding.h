@@ -76,4 +76,9 @@ YString YDecodeUTF8Replacing(std::string_view bytes, std::vector<std::size_t>* i
 namespace ydetail {
 /// Appends `units` to `out` as UTF-8; a lone surrogate becomes U+FFFD.
 void appendUTF8(std::u16string_view units, std::string& out);
+/// The number of bytes appendUTF8() makes of `units`.
+std::size_t utf8Length(std::u16string_view units) noexcept;
+/// Writes `units` at `out` as appendUTF8() would, into room for
+/// utf8Length(units) bytes; returns the end of what it wrote.
+char* writeUTF8(std::u16string_view units, char* out) noexcept;
 }  // namespace ydetail
