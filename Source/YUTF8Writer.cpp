@@ -7,7 +7,6 @@
 #include <emmintrin.h>
 #endif
 
-#include "YAllocator.h"
 #include "YException.h"
 #include "YStringEncoding.h"
 
@@ -61,16 +60,9 @@ YUTF8Writer::YUTF8Writer(std::size_t capacity) {
   if (capacity) grow(capacity);
 }
 
-YUTF8Writer::~YUTF8Writer() { ydetail::largeDeallocate(_data, _capacity); }
-
 void YUTF8Writer::grow(std::size_t more) {
   if (more > SIZE_MAX / 2 - _size) throw std::bad_alloc();
-  const std::size_t capacity = std::max(_size + more, _capacity * 2);
-  char* data = static_cast<char*>(ydetail::largeAllocate(capacity));
-  if (_size) std::memcpy(data, _data, _size);
-  ydetail::largeDeallocate(_data, _capacity);
-  _data = data;
-  _capacity = capacity;
+  _bytes.resize(std::max(_size + more, _bytes.size() * 2));
 }
 
 void YUTF8Writer::encode(std::u16string_view units) {

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "YError.h"
+#include "YFile.h"
 #include "YTextWriter.h"
 
 /// Appends what it is given to a byte string in UTF-8, so that a document
@@ -19,9 +20,6 @@
 class YUTF8Writer : public YTextWriter {
  public:
   explicit YUTF8Writer(std::size_t capacity = 0);
-  ~YUTF8Writer() override;
-  YUTF8Writer(const YUTF8Writer&) = delete;
-  YUTF8Writer& operator=(const YUTF8Writer&) = delete;
 
   void seek(std::int64_t position) override;
   void write(const YString& string) override;
@@ -32,24 +30,24 @@ class YUTF8Writer : public YTextWriter {
 
   /// False, with `*error` (when not null), when the text held a lone surrogate.
   bool finish(std::shared_ptr<YError>* error);
-  std::string_view bytes() const noexcept { return {_data, _size}; }
+  std::string_view bytes() const noexcept { return _bytes.view().substr(0, _size); }
 
  private:
   void append(std::u16string_view units);
   // Room for `more` bytes after the end.
   char* reserve(std::size_t more) {
-    if (_capacity - _size < more) grow(more);
-    return _data + _size;
+    if (_bytes.size() - _size < more) grow(more);
+    return _bytes.data() + _size;
   }
   void grow(std::size_t more);
   // Appends `units` as UTF-8 (a lone surrogate as U+FFFD).
   void encode(std::u16string_view units);
 
-  // The bytes, in a buffer of the large-buffer allocator (a big save's
-  // pages are faulted in at once, not one by one as the text grows).
-  char* _data = nullptr;
+  // The room for the bytes, from the large-buffer allocator (a big save's
+  // pages are faulted in at once, not one by one as the text grows), and how
+  // much of it is written.
+  YFileBytes _bytes;
   std::size_t _size = 0;
-  std::size_t _capacity = 0;
   std::uint64_t _units = 0;               // UTF-16 code units written
   std::uint64_t _loneSurrogate = UINT64_MAX;  // position of the first one
   char16_t _high = 0;                     // a high surrogate waiting for its pair

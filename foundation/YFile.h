@@ -19,9 +19,10 @@
 /// than 2^31 - 1 bytes (YFileReadTooLargeError).
 [[nodiscard]] std::optional<std::string> YReadFile(const YString& path, std::shared_ptr<YError>* error);
 
-/// The bytes of a whole file, as YReadFileBytes reads them: a buffer owned
-/// by this object (move-only), from the large-buffer allocator, so a big
-/// file's pages are faulted in at once and never zero-filled first.
+/// The bytes of a whole file, as YReadFileBytes reads them (or as a save
+/// builds them): a buffer owned by this object (move-only), from the
+/// large-buffer allocator, so a big file's pages are faulted in at once and
+/// never zero-filled first.
 class YFileBytes {
  public:
   YFileBytes() noexcept = default;
