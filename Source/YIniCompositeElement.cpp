@@ -65,7 +65,8 @@ void YIniCompositeElement::setElements(const std::shared_ptr<ElementList>& value
   // Through the checked factory: a list made with the public constructor
   // may hold nulls, which are refused here rather than met later.
   const auto& given = value->vector();
-  auto replacement = ElementList::mutableArrayWithObjects(std::vector<std::shared_ptr<YIniElement>>(given.begin(), given.end()));
+  auto replacement =
+      ElementList::mutableArrayWithObjects(std::vector<std::shared_ptr<YIniElement>>(given.begin(), given.end()));
   auto old = _elements;
   for (const auto& child : *old) unsubscribeForChangesInElement(child);
   _elements = std::move(replacement);

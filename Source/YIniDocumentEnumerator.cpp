@@ -303,7 +303,8 @@ YIniDocumentEnumerator::YIniDocumentEnumerator(const YString& documentString,
   // rules and their scanner are made only when it is switched off.
   reading.recognizesLines = YIniLineRecognizer::isEnabled();
   if (!reading.recognizesLines) reading.makeScanner();
-  if (reading.text.size() >= kSharedNamesFrom) reading.names = std::make_unique<YString[]>(std::size_t(1) << kNameSlotBits);
+  if (reading.text.size() >= kSharedNamesFrom)
+    reading.names = std::make_unique<YString[]>(std::size_t(1) << kNameSlotBits);
   _factory = std::move(factory);
 }
 

@@ -37,10 +37,11 @@
 // lock. A list holds at most 128 KiB of blocks; a free that finds it full
 // gives the whole list to the shared store of its class (one mutex per
 // class), which returns each block to its chunk. A thread whose list runs
-// dry takes a batch: a chunk's returned blocks, or newly carved ones. So blocks freed on another thread flow back to whoever allocates
-// next, and a class's blocks, once freed, become empty chunks that any class
-// reuses: resident memory follows the peak live set, plus at most 2 MiB of
-// lists per thread. Every hand-over between threads goes through a mutex,
+// dry takes a batch: a chunk's returned blocks, or newly carved ones. So
+// blocks freed on another thread flow back to whoever allocates next, and a
+// class's blocks, once freed, become empty chunks that any class reuses:
+// resident memory follows the peak live set, plus at most 2 MiB of lists per
+// thread. Every hand-over between threads goes through a mutex,
 // which orders the block's last use before its next owner's first.
 //
 // Chunks come from address space reserved in 64 MiB arenas, aligned to 2 MiB

@@ -109,7 +109,8 @@ TEST(Loading, LongTextsShareEqualNamesAndKeepEveryNameExact) {
   }
   const std::vector<std::pair<std::string, std::string>> odd = {
       {"\tspaced \t", "spaced"}, {"spaced", "spaced"}, {"a", "a"}, {"ab", "ab"},  {"abc", "abc"},
-      {"abcdXefgh", "abcdXefgh"}, {"abcdYefgh", "abcdYefgh"}, {"abcdefgh", "abcdefgh"}, {"ff\f", "ff\f"}, {"\xC3\xA9t\xC3\xA9", "\xC3\xA9t\xC3\xA9"},
+      {"abcdXefgh", "abcdXefgh"}, {"abcdYefgh", "abcdYefgh"}, {"abcdefgh", "abcdefgh"}, {"ff\f", "ff\f"},
+      {"\xC3\xA9t\xC3\xA9", "\xC3\xA9t\xC3\xA9"},
       {"", ""}, {"a", "a"},
   };
   // Names of one length that differ in one unit share their first and last

@@ -416,8 +416,10 @@ TEST(YObjectObservingTest, SoleObserverOnlyForTheOneMatchingRegistration) {
     c.registrations(flag, first, second);
     EXPECT_EQ(flag.soleObserverForKeyWithOptions(YModifiedKey, kNew), c.sole ? &first : nullptr);
     const std::string what = c.what;
-    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YModifiedKey, kOld), what == "one, with Old asked for" ? &first : nullptr);
-    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YElementsKey, kNew), what == "one, for another key" ? &first : nullptr);
+    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YModifiedKey, kOld),
+              what == "one, with Old asked for" ? &first : nullptr);
+    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YElementsKey, kNew),
+              what == "one, for another key" ? &first : nullptr);
     while (flag.observationCount()) {  // leave no registration behind for the recorders' destruction
       const YObject::Observation r = flag.observationAtIndex(0);
       flag.removeObserver(r.observer, YString(r.key));
