@@ -182,7 +182,7 @@ struct YIniDocumentEnumerator::Reading {
 };
 
 namespace {
-constexpr unsigned kNameSlotBits = 8;
+constexpr unsigned kNameSlotBits = 12;
 // Texts of at least this many code units share their option names.
 constexpr std::size_t kSharedNamesFrom = std::size_t(32) << 10;
 
