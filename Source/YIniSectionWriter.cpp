@@ -95,6 +95,26 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   // The list is read again at every step: writing may change it (setName
   // notifies observers, which may edit the section).
   for (std::size_t i = 0; i < _section->elementsList()->count(); ++i) {
+    if (silence) {
+      // The library's own option whose name is its own trimmed form, renamed
+      // to it unheard: setName would keep the very string and tell nobody, and
+      // writing it runs nobody's code, so the list is not held meanwhile.
+      YIniElement* raw = _section->elementsList()->vector()[i].get();
+      if (raw && ydetail::isExactly<YIniOption>(*raw)) {
+        auto* option = static_cast<YIniOption*>(raw);
+        if (!option->name().isNull() && !mayNeedTrimming(option->name()) &&
+            YIniCompositeElement::nobodyHearsUnchanged(*option)) {
+          if (option->value().isNull()) continue;
+          if (nextIsLibraryLeafOrNone(i)) {
+            if (lineEndAfter(i))
+              YIniOptionWriter::writeOptionLineTo(option, target);
+            else
+              YIniOptionWriter::writeOptionTo(option, target);
+            continue;
+          }
+        }
+      }
+    }
     std::shared_ptr<YIniElement> element = _section->elementsList()->objectAtIndex(i);
     const bool leaf = isLibraryLeaf(element.get());
     if (silence && !leaf) silence->forget();
