@@ -92,6 +92,14 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
     const auto& elements = _section->elementsList()->vector();
     return i + 1 >= elements.size() || isLibraryLeaf(elements[i + 1].get());
   };
+  // The library's own option, writer and next element run nobody's code: the
+  // line end is known before the line is written, and goes with it.
+  auto writeWithLineEnd = [&](const YIniOption* option, std::size_t i) {
+    if (lineEndAfter(i))
+      YIniOptionWriter::writeOptionLineTo(option, target);
+    else
+      YIniOptionWriter::writeOptionTo(option, target);
+  };
   // The list is read again at every step: writing may change it (setName
   // notifies observers, which may edit the section).
   for (std::size_t i = 0; i < _section->elementsList()->count(); ++i) {
@@ -100,18 +108,13 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
       // to it unheard: setName would keep the very string and tell nobody, and
       // writing it runs nobody's code, so the list is not held meanwhile.
       YIniElement* raw = _section->elementsList()->vector()[i].get();
-      if (raw && ydetail::isExactly<YIniOption>(*raw)) {
-        auto* option = static_cast<YIniOption*>(raw);
-        if (!option->name().isNull() && !mayNeedTrimming(option->name()) &&
-            YIniCompositeElement::nobodyHearsUnchanged(*option)) {
-          if (option->value().isNull()) continue;
-          if (nextIsLibraryLeafOrNone(i)) {
-            if (lineEndAfter(i))
-              YIniOptionWriter::writeOptionLineTo(option, target);
-            else
-              YIniOptionWriter::writeOptionTo(option, target);
-            continue;
-          }
+      auto* quiet = raw && ydetail::isExactly<YIniOption>(*raw) ? static_cast<YIniOption*>(raw) : nullptr;
+      if (quiet && !quiet->name().isNull() && !mayNeedTrimming(quiet->name()) &&
+          YIniCompositeElement::nobodyHearsUnchanged(*quiet)) {
+        if (quiet->value().isNull()) continue;
+        if (nextIsLibraryLeafOrNone(i)) {
+          writeWithLineEnd(quiet, i);
+          continue;
         }
       }
     }
@@ -133,13 +136,7 @@ void YIniSectionWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
       }
       if (option->value().isNull()) continue;
       if (silence && leaf && nextIsLibraryLeafOrNone(i)) {
-        // The library's own option, writer and next element run nobody's
-        // code: the line end is known before the line is written, and goes
-        // with it.
-        if (lineEndAfter(i))
-          YIniOptionWriter::writeOptionLineTo(option, target);
-        else
-          YIniOptionWriter::writeOptionTo(option, target);
+        writeWithLineEnd(option, i);
         continue;
       }
       YIniOptionWriter::writeOptionTo(option, target);

@@ -111,6 +111,16 @@ TEST(Section, CopyTakesTheCommittedName) {
   EXPECT_EQ(utf8(copy->valueForOptionWithName(S("k"))), "changed");
 }
 
+// A writer of the host's own class: it counts its write calls.
+struct CountingWriter : YStringWriter {
+  using YStringWriter::YStringWriter;
+  std::size_t writes = 0;
+  void write(const YString& string) override {
+    ++writes;
+    YStringWriter::write(string);
+  }
+};
+
 TEST(SectionWriter, LineEndRule) {
   const std::vector<std::tuple<const char*, std::vector<std::shared_ptr<YIniElement>>, const char*>> cases = {
       {"empty", {}, "[a]"},
@@ -133,11 +143,17 @@ TEST(SectionWriter, LineEndRule) {
         elements.push_back(hostComments && comment ? std::make_shared<HostComment>(comment->stringValue()) : child);
       }
       auto s = sec("a", elements);
-      for (bool writeOptions : {false, true}) {
-        YString target = YString::mutableString();
-        YIniSectionWriter::writerWithSectionWriteOptions(s, writeOptions)->write(YStringWriter::writerWithString(target));
-        EXPECT_EQ(utf8(target), expected);
-      }
+      for (bool writeOptions : {false, true})
+        for (bool hostWriter : {false, true}) {
+          // A host's writer gets the same text, through its own write calls.
+          YString target = YString::mutableString();
+          auto writer = hostWriter ? std::make_shared<CountingWriter>(target) : YStringWriter::writerWithString(target);
+          YIniSectionWriter::writerWithSectionWriteOptions(s, writeOptions)->write(writer);
+          EXPECT_EQ(utf8(target), expected);
+          if (hostWriter) {
+            EXPECT_GT(static_cast<CountingWriter&>(*writer).writes, 0u);
+          }
+        }
       EXPECT_EQ(utf8(s->stringValue()), expected);
     }
   }
