@@ -97,8 +97,8 @@ TEST(Loading, AddCommentsMovesThemAndEmptiesTheList) {
 }
 
 // A long text shares equal option names between options. Thousands of names
-// that differ only in a digit, in their middle or in their length must still
-// each come back exactly, trimmed as ever, and a name repeated in every
+// that differ only in a digit, in their middle, their end or their length must
+// still each come back exactly, trimmed as ever, and a name repeated in every
 // section is one string.
 TEST(Loading, LongTextsShareEqualNamesAndKeepEveryNameExact) {
   std::string text = "# " + std::string(40000, 'x') + "\n[many]\n";  // long enough to share names
@@ -124,6 +124,27 @@ TEST(Loading, LongTextsShareEqualNamesAndKeepEveryNameExact) {
       expected.push_back(same);
       expected.push_back(other);
     }
+  // More names than the table has places, so that some must meet there
+  // whatever its hash: 5,000 names of eight units that differ only in their
+  // last four, and 250 names each read after a hundred longer names that
+  // start with it.
+  text += "[tails]\n";
+  for (int i = 0; i < 5000; ++i) {
+    std::string name = "abcd";
+    for (int v = i, k = 0; k < 4; ++k, v /= 26) name += static_cast<char>('a' + v % 26);
+    text += name + "=v\n";
+    expected.push_back(name);
+  }
+  text += "[prefixes]\n";
+  for (int i = 0; i < 250; ++i) {
+    const std::string shorter = "p" + std::to_string(1000 + i) + "key";
+    for (int j = 0; j < 100; ++j) {
+      text += shorter + std::to_string(10 + j) + "=v\n";
+      expected.push_back(shorter + std::to_string(10 + j));
+    }
+    text += shorter + "=v\n";
+    expected.push_back(shorter);
+  }
   text += "[odd]\n";
   for (const auto& [written, read] : odd) {
     text += written + "=v\n";
