@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cassert>
 #include <cstdint>
@@ -129,12 +130,38 @@ long nowNanoseconds() noexcept {
 // Huge pages are cheaper to fault in than small ones where the kernel has
 // free 2 MiB blocks at hand, but can cost several times more where it must
 // find them first (a virtual machine whose host backs fresh memory lazily: on
-// the build machine 2 to 3 ms a MiB against 0.4 ms in small pages). So the
-// pool times what it faults in: while a huge-page step costs more than the
-// same bytes in small pages, the rest of the arena and large buffers use small
-// pages; each new arena tries huge pages again. The small-page cost is the
-// process's own, measured on its first 2 MiB, which come before any huge step.
-std::atomic<bool> hugePagesDear{false};
+// the build machine 2.2 ms a MiB against 0.3 ms in small pages and 0.08 ms in
+// huge pages at hand). So the pool times what it faults in, 2 MiB at a time,
+// arenas and large buffers alike: from a huge-page step that costs more than
+// the same bytes in small pages, the rest goes in small pages, and for the
+// next ten seconds new arenas and large buffers use small pages from the
+// start. The small-page cost is the process's own, measured on the first
+// 2 MiB it faults in, which come before any huge step.
+constexpr long kDearMilliseconds = 10000;
+// Nanoseconds to fault in 2 MiB in small pages; 0 until measured.
+std::atomic<long> smallPageCost{0};
+// When a huge-page step last cost more than small pages (milliseconds; 0: never).
+std::atomic<long> hugePagesDearAt{0};
+
+bool hugePagesDear() noexcept {
+  const long at = hugePagesDearAt.load(std::memory_order_relaxed);
+  return at != 0 && nowMilliseconds() - at < kDearMilliseconds;
+}
+
+// Notes what faulting in 2 MiB of huge pages took; true if that was more
+// than small pages would have taken.
+bool hugeStepWasDear(long spent, long smallCost) noexcept {
+  if (spent <= smallCost) return false;
+  hugePagesDearAt.store(nowMilliseconds(), std::memory_order_relaxed);
+  return true;
+}
+
+// Publishes the process's small-page cost, unless measured already; the one
+// that stands.
+long noteSmallPageCost(long spent) noexcept {
+  long expected = 0;
+  return smallPageCost.compare_exchange_strong(expected, spent, std::memory_order_relaxed) ? spent : expected;
+}
 
 // `bytes` (a multiple of the page size) of address space starting on a 2 MiB
 // boundary and marked for huge pages (unless `huge` is false); no page is
@@ -220,10 +247,11 @@ Chunk* takeChunk(ChunkStore& store) {
   } else {
     if (store.next == store.end) {
       std::size_t bytes = kArenaSize;
-      char* arena = mapHugeAligned(bytes, true);
-      if (!arena) arena = mapHugeAligned(bytes = kHugePage, true);
+      const bool huge = !hugePagesDear();
+      char* arena = mapHugeAligned(bytes, true, huge);
+      if (!arena) arena = mapHugeAligned(bytes = kHugePage, true, huge);
       if (!arena) throw std::bad_alloc();
-      store.hugeSteps = true;
+      store.hugeSteps = huge;
       if (!store.reservedBefore) {
         // The process's first 2 MiB are faulted in a chunk at a time in small
         // pages, so that a program needing a few blocks stays small.
@@ -247,10 +275,10 @@ Chunk* takeChunk(ChunkStore& store) {
       store.faulted += step;
       if (small) {
         store.smallSpent += spent;
+        if (store.smallPageSteps == 0) noteSmallPageCost(store.smallSpent);
       } else if (store.hugeSteps) {
-        const bool dear = spent > store.smallSpent;  // a huge step faults in as many bytes
-        hugePagesDear.store(dear, std::memory_order_relaxed);
-        if (dear && store.faulted < store.end) {
+        // A huge step faults in as many bytes as the small steps did.
+        if (hugeStepWasDear(spent, store.smallSpent) && store.faulted < store.end) {
           ::madvise(store.faulted, static_cast<std::size_t>(store.end - store.faulted), MADV_NOHUGEPAGE);
           store.hugeSteps = false;
         }
@@ -462,15 +490,47 @@ void spill(ThreadFreeLists& cache, unsigned c, FreeBlock* block) noexcept {
   giveBlocks(c, full);
 }
 
-// `bytes` faulted in at once: in huge pages from 4 MiB up (where the kernel
-// offers them), else with MAP_POPULATE.
+// Faults in `bytes` at `memory` (aligned to 2 MiB and marked for huge
+// pages) 2 MiB at a time, timed as the pool's arenas are: from a step that
+// costs more than small pages, the rest goes in small pages. Without the
+// small-page cost yet, the first 2 MiB are faulted in small pages to find it.
+void populateTimed(char* memory, std::size_t bytes) noexcept {
+  char* at = memory;
+  char* const end = memory + bytes;
+  long smallCost = smallPageCost.load(std::memory_order_relaxed);
+  if (!smallCost) {
+    ::madvise(at, kHugePage, MADV_NOHUGEPAGE);
+    const long start = nowNanoseconds();
+    populate(at, kHugePage);
+    smallCost = noteSmallPageCost(nowNanoseconds() - start);
+    at += kHugePage;
+  }
+  while (at < end) {
+    const auto step = std::min(kHugePage, static_cast<std::size_t>(end - at));
+    const long start = nowNanoseconds();
+    populate(at, step);
+    const long spent = nowNanoseconds() - start;
+    at += step;
+    if (step == kHugePage && at < end && hugeStepWasDear(spent, smallCost)) {
+      ::madvise(at, static_cast<std::size_t>(end - at), MADV_NOHUGEPAGE);
+      populate(at, static_cast<std::size_t>(end - at));
+      return;
+    }
+  }
+}
+
+// `bytes` faulted in at once: from 4 MiB up in huge pages where the kernel
+// offers them cheaply (see populateTimed), else with MAP_POPULATE.
 void* mapLarge(std::size_t bytes) {
   if (bytes >= 2 * kHugePage) {
-    if (char* memory = mapHugeAligned(bytes, false, !hugePagesDear.load(std::memory_order_relaxed))) {
+    const bool huge = !hugePagesDear();
+    char* memory = mapHugeAligned(bytes, false, huge);
+    if (!memory) throw std::bad_alloc();
+    if (huge)
+      populateTimed(memory, bytes);
+    else
       populate(memory, bytes);
-      return memory;
-    }
-    throw std::bad_alloc();
+    return memory;
   }
   void* memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
   if (memory == MAP_FAILED) throw std::bad_alloc();
