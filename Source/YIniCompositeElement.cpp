@@ -338,7 +338,8 @@ void YIniCompositeElement::modifiedChangedForElement(YIniElement* element) {
 }
 
 bool YIniCompositeElement::nobodyHearsUnchanged(const YIniElement& child) noexcept {
-  YObject* const observer = child.soleObserverForKeyWithOptions(YModifiedKey, YKeyValueObservingOptionNew);
+  static const unsigned modifiedKey = YObject::internedKeyNumber(YModifiedKey);
+  YObject* const observer = child.soleObserverForKeyNumberWithOptions(modifiedKey, YKeyValueObservingOptionNew);
   if (!observer || child.mayChangeUnannounced()) return false;
   // A silent scope over this parent has found, for an earlier child, all that
   // is asked of the parent below, and nothing has run since that could change it.

@@ -28,7 +28,7 @@ bool isLibraryLeaf(const YIniElement* element) {
 // Whether trimming white space could change `name`: an immutable name whose
 // first and last code units are ASCII other than space and tab (the white
 // space set's only ASCII members) is its own trimmed form.
-bool mayNeedTrimming(const YString& name) {
+[[gnu::always_inline]] inline bool mayNeedTrimming(const YString& name) {
   const std::size_t length = name.length();
   if (length == 0 || name.isMutable()) return true;
   const char16_t first = name.characters()[0], last = name.characters()[length - 1];

@@ -167,6 +167,13 @@ YObject* YObject::soleObserverForKeyWithOptions(const YString& key, unsigned opt
   return r.options == options && !r.context && YKeysEqual(r.key, key) ? r.observer : nullptr;
 }
 
+unsigned YObject::internedKeyNumber(const YString& key) noexcept { return internedNumber(key); }
+
+YObject* YObject::soleObserverForKeyNumberSlowly(unsigned keyNumber, unsigned options) const noexcept {
+  static_assert(kSelfKeyMask == 0xFu << (kSelfShift + 4) && kFirstShift == 4);  // as the inline part reads them
+  return soleObserverForKeyWithOptions(internedKeyNumbered(keyNumber), options);
+}
+
 void YObject::eraseRegistration(std::size_t index) {
   if (fieldKey(_registrationBits, kSelfShift)) {
     if (index == 0) {

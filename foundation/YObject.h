@@ -125,6 +125,9 @@ class YObject : public std::enable_shared_from_this<YObject> {
   /// the observed object itself, which most objects need. At most 15 keys
   /// can be interned; more throws std::length_error. Thread-safe.
   static const YString& internedKey(std::u16string_view text);
+  /// The number of a key object internedKey() returned (from 1), or 0 for
+  /// any other string, even one of equal text.
+  static unsigned internedKeyNumber(const YString& key) noexcept;
 
   /// Registers `observer` for `keyPath` with YKeyValueObservingOptions bits
   /// and an opaque `context`. With Initial the observer is notified at once.
@@ -159,6 +162,14 @@ class YObject : public std::enable_shared_from_this<YObject> {
   /// registration, several, or another one). The same answer as
   /// observationCount() and observationAtIndex(0), in one call.
   YObject* soleObserverForKeyWithOptions(const YString& key, unsigned options) const noexcept;
+  /// The same for the interned key numbered `keyNumber` (internedKeyNumber,
+  /// nonzero), answered inline for the registration held in the object: for
+  /// callers that ask of many objects in turn.
+  YObject* soleObserverForKeyNumberWithOptions(unsigned keyNumber, unsigned options) const noexcept {
+    if (_firstObserver && !_observationInfo && !(_registrationBits & kSelfKeyMask))
+      return ((_registrationBits >> 4) & 0xFF) == ((keyNumber << 4) | options) ? _firstObserver : nullptr;
+    return soleObserverForKeyNumberSlowly(keyNumber, options);
+  }
 
   /// Opens a change of `key`: takes the Old value and sends Prior
   /// notifications, for the observers that asked for them. Pair it with
@@ -241,6 +252,10 @@ class YObject : public std::enable_shared_from_this<YObject> {
   struct Target;
   class TargetList;
   std::size_t registrationCount() const noexcept;
+  YObject* soleObserverForKeyNumberSlowly(unsigned keyNumber, unsigned options) const noexcept;
+  // The key bits of the object's own registration in _registrationBits (see
+  // registrationCount() in YObject.cpp for the layout).
+  static constexpr std::uint32_t kSelfKeyMask = 0xFu << 16;
   void addObserverSlowly(YObject* observer, const YString& keyPath, unsigned options, void* context);
   RegistrationView registrationAt(std::size_t index) const noexcept;
   void eraseRegistration(std::size_t index);

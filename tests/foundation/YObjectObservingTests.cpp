@@ -408,7 +408,21 @@ TEST(YObjectObservingTest, SoleObserverOnlyForTheOneMatchingRegistration) {
          f.removeObserver(&b, YModifiedKey);
        },
        true},
+      {"two, the object itself first",
+       [&](Flag& f, Recorder& a, Recorder&) {
+         f.addObserver(&f, YElementsKey, kNew, nullptr);
+         f.addObserver(&a, YModifiedKey, kNew, nullptr);
+       },
+       false},
   };
+  // The key-number form answers alike; a string of the same text that is not
+  // the interned key object has no number.
+  const unsigned modified = YObject::internedKeyNumber(YModifiedKey);
+  const unsigned elements = YObject::internedKeyNumber(YElementsKey);
+  EXPECT_NE(modified, 0u);
+  EXPECT_NE(elements, 0u);
+  EXPECT_NE(modified, elements);
+  EXPECT_EQ(YObject::internedKeyNumber(YString(u"modified")), 0u);
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     Flag flag;
@@ -419,6 +433,11 @@ TEST(YObjectObservingTest, SoleObserverOnlyForTheOneMatchingRegistration) {
     EXPECT_EQ(flag.soleObserverForKeyWithOptions(YModifiedKey, kOld),
               what == "one, with Old asked for" ? &first : nullptr);
     EXPECT_EQ(flag.soleObserverForKeyWithOptions(YElementsKey, kNew),
+              what == "one, for another key" ? &first : nullptr);
+    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(modified, kNew), c.sole ? &first : nullptr);
+    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(modified, kOld),
+              what == "one, with Old asked for" ? &first : nullptr);
+    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(elements, kNew),
               what == "one, for another key" ? &first : nullptr);
     while (flag.observationCount()) {  // leave no registration behind for the recorders' destruction
       const YObject::Observation r = flag.observationAtIndex(0);
