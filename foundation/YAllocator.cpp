@@ -511,7 +511,7 @@ void populateTimed(char* memory, std::size_t bytes) noexcept {
     populate(at, step);
     const long spent = nowNanoseconds() - start;
     at += step;
-    if (step == kHugePage && at < end && hugeStepWasDear(spent, smallCost)) {
+    if (step == kHugePage && hugeStepWasDear(spent, smallCost) && at < end) {
       ::madvise(at, static_cast<std::size_t>(end - at), MADV_NOHUGEPAGE);
       populate(at, static_cast<std::size_t>(end - at));
       return;
