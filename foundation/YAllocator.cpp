@@ -118,8 +118,14 @@ long nowMilliseconds() noexcept {
   return static_cast<long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
+// Set once the kernel refuses to fault pages in ahead (before Linux 5.14):
+// the pages then come on first touch, and timing the call tells nothing.
+std::atomic<bool> populateRefused{false};
+
 // Faults the pages in with one call where the kernel offers it.
-void populate(void* memory, std::size_t bytes) noexcept { ::madvise(memory, bytes, MADV_POPULATE_WRITE); }
+void populate(void* memory, std::size_t bytes) noexcept {
+  if (::madvise(memory, bytes, MADV_POPULATE_WRITE) != 0) populateRefused.store(true, std::memory_order_relaxed);
+}
 
 long nowNanoseconds() noexcept {
   timespec now{};
@@ -151,7 +157,7 @@ bool hugePagesDear() noexcept {
 // Notes what faulting in 2 MiB of huge pages took; true if that was more
 // than small pages would have taken.
 bool hugeStepWasDear(long spent, long smallCost) noexcept {
-  if (spent <= smallCost) return false;
+  if (spent <= smallCost || populateRefused.load(std::memory_order_relaxed)) return false;
   hugePagesDearAt.store(nowMilliseconds(), std::memory_order_relaxed);
   return true;
 }
@@ -177,8 +183,9 @@ char* mapHugeAligned(std::size_t bytes, bool reserve, bool huge = true) noexcept
   if (aligned > start) ::munmap(memory, aligned - start);
   const std::uintptr_t end = start + bytes + kHugePage;
   if (end > aligned + bytes) ::munmap(reinterpret_cast<void*>(aligned + bytes), end - (aligned + bytes));
-  // Where transparent huge pages are offered only on request; elsewhere a no-op.
-  if (huge) ::madvise(reinterpret_cast<void*>(aligned), bytes, MADV_HUGEPAGE);
+  // Where transparent huge pages are offered only on request, the request;
+  // where they are the default, small pages are asked for when not wanted.
+  ::madvise(reinterpret_cast<void*>(aligned), bytes, huge ? MADV_HUGEPAGE : MADV_NOHUGEPAGE);
   return reinterpret_cast<char*>(aligned);
 }
 

@@ -171,6 +171,7 @@ unsigned YObject::internedKeyNumber(const YString& key) noexcept { return intern
 
 YObject* YObject::soleObserverForKeyNumberSlowly(unsigned keyNumber, unsigned options) const noexcept {
   static_assert(kSelfKeyMask == 0xFu << (kSelfShift + 4) && kFirstShift == 4);  // as the inline part reads them
+  if (keyNumber == 0 || keyNumber > kMaxInternedKeys) return nullptr;
   return soleObserverForKeyWithOptions(internedKeyNumbered(keyNumber), options);
 }
 

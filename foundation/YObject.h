@@ -166,7 +166,7 @@ class YObject : public std::enable_shared_from_this<YObject> {
   /// nonzero), answered inline for the registration held in the object: for
   /// callers that ask of many objects in turn.
   YObject* soleObserverForKeyNumberWithOptions(unsigned keyNumber, unsigned options) const noexcept {
-    if (_firstObserver && !_observationInfo && !(_registrationBits & kSelfKeyMask))
+    if (_firstObserver && !_observationInfo && !(_registrationBits & kSelfKeyMask) && options <= 0xF)
       return ((_registrationBits >> 4) & 0xFF) == ((keyNumber << 4) | options) ? _firstObserver : nullptr;
     return soleObserverForKeyNumberSlowly(keyNumber, options);
   }

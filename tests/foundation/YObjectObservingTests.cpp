@@ -439,6 +439,11 @@ TEST(YObjectObservingTest, SoleObserverOnlyForTheOneMatchingRegistration) {
               what == "one, with Old asked for" ? &first : nullptr);
     EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(elements, kNew),
               what == "one, for another key" ? &first : nullptr);
+    // Options beyond the four bits and numbers no key has match nothing.
+    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(modified, kNew | 0x10), nullptr);
+    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(0, kNew | 0x10), nullptr);
+    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(0, kNew), nullptr);
+    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(16, kNew), nullptr);
     while (flag.observationCount()) {  // leave no registration behind for the recorders' destruction
       const YObject::Observation r = flag.observationAtIndex(0);
       flag.removeObserver(r.observer, YString(r.key));
