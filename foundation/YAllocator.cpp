@@ -133,6 +133,13 @@ long nowNanoseconds() noexcept {
   return static_cast<long>(now.tv_sec) * 1000000000L + now.tv_nsec;
 }
 
+// Faults in `bytes` at `memory`; the nanoseconds that took.
+long timedPopulate(void* memory, std::size_t bytes) noexcept {
+  const long start = nowNanoseconds();
+  populate(memory, bytes);
+  return nowNanoseconds() - start;
+}
+
 // Huge pages are cheaper to fault in than small ones where the kernel has
 // free 2 MiB blocks at hand, but can cost several times more where it must
 // find them first (a virtual machine whose host backs fresh memory lazily: on
@@ -276,9 +283,7 @@ Chunk* takeChunk(ChunkStore& store) {
         --store.smallPageSteps;
         step = kChunkSize;
       }
-      const long start = nowNanoseconds();
-      populate(store.faulted, step);
-      const long spent = nowNanoseconds() - start;
+      const long spent = timedPopulate(store.faulted, step);
       store.faulted += step;
       if (small) {
         store.smallSpent += spent;
@@ -507,16 +512,12 @@ void populateTimed(char* memory, std::size_t bytes) noexcept {
   long smallCost = smallPageCost.load(std::memory_order_relaxed);
   if (!smallCost) {
     ::madvise(at, kHugePage, MADV_NOHUGEPAGE);
-    const long start = nowNanoseconds();
-    populate(at, kHugePage);
-    smallCost = noteSmallPageCost(nowNanoseconds() - start);
+    smallCost = noteSmallPageCost(timedPopulate(at, kHugePage));
     at += kHugePage;
   }
   while (at < end) {
     const auto step = std::min(kHugePage, static_cast<std::size_t>(end - at));
-    const long start = nowNanoseconds();
-    populate(at, step);
-    const long spent = nowNanoseconds() - start;
+    const long spent = timedPopulate(at, step);
     at += step;
     if (step == kHugePage && hugeStepWasDear(spent, smallCost) && at < end) {
       ::madvise(at, static_cast<std::size_t>(end - at), MADV_NOHUGEPAGE);
