@@ -325,6 +325,16 @@ void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement> element) {
   child.addObserver(this, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
 }
 
+void YIniCompositeElement::appendQuietly(std::vector<std::shared_ptr<YIniElement>>& elements) {
+  _elements->reserveCapacity(_elements->count() + elements.size());
+  for (auto& element : elements) {
+    YIniElement& child = *element;
+    _elements->addObject(std::move(element));
+    child.addObserver(this, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
+  }
+  elements.clear();
+}
+
 void YIniCompositeElement::settleQuietly() { _bits.modified = hasModifiedElements(); }
 
 void YIniCompositeElement::elementsChanged() { setModified(hasModifiedElements()); }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <vector>
 
 #include "YArray.h"
 #include "YIniElement.h"
@@ -145,6 +146,8 @@ class YIniCompositeElement : public YIniElement {
   // document appends without announcing, then settles the flag once.
   friend class YIniDocument;
   void appendQuietly(std::shared_ptr<YIniElement> element);
+  // The same for each of `elements`, in order, emptying it.
+  void appendQuietly(std::vector<std::shared_ptr<YIniElement>>& elements);
   void settleQuietly();
 
   struct ModifiedCache;

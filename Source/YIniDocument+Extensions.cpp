@@ -50,9 +50,18 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
                      typeid(factoryObject) == typeid(YIniStandardElementFactory) && observationCount() == 1 &&
                      elementsList()->count() == 0 && initialElements()->count() == 0;
   std::vector<YIniCompositeElement*> filled;
+  std::shared_ptr<YIniSection> currentSection;
+  // Placed quietly, a section's elements wait here until the section ends
+  // and then go to its list at once: the list is made at its exact size
+  // instead of doubling as it grows.
+  std::vector<std::shared_ptr<YIniElement>> sectionElements;
   auto place = [&](YIniCompositeElement& target, std::shared_ptr<YIniElement> element) {
     if (!quiet) return target.addElement(std::move(element));
+    if (&target == currentSection.get()) return sectionElements.push_back(std::move(element));
     target.appendQuietly(std::move(element));
+  };
+  auto closeSection = [&] {
+    if (currentSection && !sectionElements.empty()) currentSection->appendQuietly(sectionElements);
   };
   auto settle = [&] {
     for (YIniCompositeElement* composite : filled) composite->settleQuietly();
@@ -64,14 +73,13 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
   auto flush = [&](YIniCompositeElement& target) {
     if (!quiet) return addCommentsToObject(pending, target);
     if (quietPending.empty()) return;
-    for (auto& comment : quietPending) target.appendQuietly(std::move(comment));
+    for (auto& comment : quietPending) place(target, std::move(comment));
     quietPending.clear();
   };
   auto hold = [&](std::shared_ptr<YIniElement> element, YIniComment* comment) {
     if (quiet) return quietPending.push_back(std::move(element));
     pending->addObject(std::shared_ptr<YIniComment>(std::move(element), comment));
   };
-  std::shared_ptr<YIniSection> currentSection;
   try {
     while (std::shared_ptr<YIniElement> element = enumerator->nextObject()) {
       // Each element is passed on, not copied: its count changes once. The
@@ -90,6 +98,7 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
         flush(currentSection ? static_cast<YIniCompositeElement&>(*currentSection)
                              : static_cast<YIniCompositeElement&>(*this));
         std::shared_ptr<YIniSection> held(element, section);
+        closeSection();
         place(*this, std::move(element));
         if (quiet) filled.push_back(section);
         currentSection = std::move(held);
@@ -104,9 +113,13 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
         hold(std::move(element), comment);
       }
     }
+    closeSection();
     flush(*this);
   } catch (...) {
-    if (quiet) settle();
+    if (quiet) {
+      closeSection();
+      settle();
+    }
     throw;
   }
   if (quiet) settle();
