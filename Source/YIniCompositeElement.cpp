@@ -325,14 +325,13 @@ void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement> element) {
   child.addObserver(this, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
 }
 
-void YIniCompositeElement::appendQuietly(std::vector<std::shared_ptr<YIniElement>>& elements) {
-  _elements->reserveCapacity(_elements->count() + elements.size());
-  for (auto& element : elements) {
-    YIniElement& child = *element;
-    _elements->addObject(std::move(element));
+void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement>* elements, std::size_t count) {
+  _elements->reserveCapacity(_elements->count() + count);
+  for (std::size_t i = 0; i < count; ++i) {
+    YIniElement& child = *elements[i];
+    _elements->addObject(std::move(elements[i]));
     child.addObserver(this, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
   }
-  elements.clear();
 }
 
 void YIniCompositeElement::settleQuietly() { _bits.modified = hasModifiedElements(); }

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <vector>
 
 #include "YArray.h"
 #include "YIniElement.h"
@@ -146,8 +145,9 @@ class YIniCompositeElement : public YIniElement {
   // document appends without announcing, then settles the flag once.
   friend class YIniDocument;
   void appendQuietly(std::shared_ptr<YIniElement> element);
-  // The same for each of `elements`, in order, emptying it.
-  void appendQuietly(std::vector<std::shared_ptr<YIniElement>>& elements);
+  // The same for each of the `count` elements at `elements`, in order,
+  // moving them out; the list grows once, to its exact size.
+  void appendQuietly(std::shared_ptr<YIniElement>* elements, std::size_t count);
   void settleQuietly();
 
   struct ModifiedCache;

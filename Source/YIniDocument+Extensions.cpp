@@ -54,14 +54,20 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
   // Placed quietly, a section's elements wait here until the section ends
   // and then go to its list at once: the list is made at its exact size
   // instead of doubling as it grows.
-  std::vector<std::shared_ptr<YIniElement>> sectionElements;
+  std::vector<std::shared_ptr<YIniElement>> sectionElements(quiet ? 32 : 0);
+  std::size_t sectionCount = 0;  // those waiting in sectionElements
   auto place = [&](YIniCompositeElement& target, std::shared_ptr<YIniElement> element) {
     if (!quiet) return target.addElement(std::move(element));
-    if (&target == currentSection.get()) return sectionElements.push_back(std::move(element));
+    if (&target == currentSection.get()) {
+      if (sectionCount == sectionElements.size()) sectionElements.resize(2 * sectionCount);
+      sectionElements[sectionCount++] = std::move(element);
+      return;
+    }
     target.appendQuietly(std::move(element));
   };
   auto closeSection = [&] {
-    if (currentSection && !sectionElements.empty()) currentSection->appendQuietly(sectionElements);
+    if (currentSection && sectionCount) currentSection->appendQuietly(sectionElements.data(), sectionCount);
+    sectionCount = 0;
   };
   auto settle = [&] {
     for (YIniCompositeElement* composite : filled) composite->settleQuietly();
