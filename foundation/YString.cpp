@@ -46,6 +46,20 @@ inline void freeBytes(void* p, std::size_t size) noexcept {
 }
 
 // `chars` may be null: the caller fills the code units in.
+// Widens `n` Latin-1 characters to code units, sixteen at a time with SSE2.
+void widenLatin1(char16_t* out, const char* in, std::size_t n) noexcept {
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128();
+  for (; i + 16 <= n; i += 16) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(bytes, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(bytes, zero));
+  }
+#endif
+  for (; i < n; ++i) out[i] = static_cast<unsigned char>(in[i]);
+}
+
 YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {
   if (length > kMaxLength) throw std::bad_alloc();
   void* memory = allocateBytes(immutableRepSize(length));
@@ -221,6 +235,12 @@ YString YString::fromUTF8(std::string_view utf8) {
 
 YString YString::stringWithCharacters(const char16_t* characters, std::size_t length) {
   return YString(newImmutableRep(characters, length));
+}
+
+YString YString::stringWithLatin1Characters(const char* characters, std::size_t length) {
+  YStringRep* rep = newImmutableRep(nullptr, length);
+  widenLatin1(inlineChars(rep), characters, length);
+  return YString(rep);
 }
 
 YString YString::stringByConcatenating(std::initializer_list<std::u16string_view> pieces) {

@@ -234,6 +234,10 @@ class YString {
   static YString fromUTF8(std::string_view utf8);
   /// An immutable string of `length` code units copied from `characters`.
   static YString stringWithCharacters(const char16_t* characters, std::size_t length);
+  /// An immutable string of `length` Latin-1 (ISO 8859-1) characters from
+  /// `characters`, each widened to the code unit of the same value; ASCII
+  /// text is Latin-1.
+  static YString stringWithLatin1Characters(const char* characters, std::size_t length);
   /// A new immutable string of the pieces one after another (one allocation).
   static YString stringByConcatenating(std::initializer_list<std::u16string_view> pieces);
   /// A new, empty mutable string.

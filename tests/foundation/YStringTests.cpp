@@ -93,6 +93,23 @@ TEST(YStringTest, CopiesEveryShortLength) {
   }
 }
 
+TEST(YStringTest, Latin1CharactersWidenToUnitsOfTheSameValue) {
+  // Every byte value, at every place in strings of every length up to past
+  // two blocks of sixteen, so that a byte widened from the wrong place, or
+  // sign-extended, shows.
+  std::string bytes;
+  for (int i = 0; i < 256 + 40; ++i) bytes.push_back(static_cast<char>((i * 7 + 0x7D) & 0xFF));
+  for (std::size_t n = 0; n <= 40; ++n) {
+    for (std::size_t at = 0; at + n <= bytes.size(); at += 37) {
+      std::u16string expected;
+      for (std::size_t i = 0; i < n; ++i) expected.push_back(static_cast<unsigned char>(bytes[at + i]));
+      const YString text = YString::stringWithLatin1Characters(bytes.data() + at, n);
+      ASSERT_FALSE(text.isNull());
+      EXPECT_EQ(text.view(), expected) << n << " at " << at;
+    }
+  }
+}
+
 TEST(YStringTest, PositionsCountUTF16CodeUnits) {
   YString text("a\xF0\x9F\x98\x80" "b");  // a, U+1F600, b
   ASSERT_EQ(text.length(), 4u);
