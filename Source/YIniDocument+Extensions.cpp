@@ -1,8 +1,14 @@
 #include "YIniDocument+Extensions.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstring>
 #include <typeinfo>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "YAssertionHandler.h"
 #include "YFile.h"
@@ -10,6 +16,7 @@
 #include "YIniSectionWriter.h"
 #include "YIniSourceRecord.h"
 #include "YIniDocumentWriter.h"
+#include "YIniLineRecognizer.h"
 #include "YUTF8Writer.h"
 #include "YIniStandardElementFactory.h"
 #include "YStringWritable.h"
@@ -41,6 +48,10 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
   _loadedLength = string.length();
   _source = std::move(record);
   enumerator->_record = _source.get();
+  if (_source && _source->isASCII()) {
+    enumerator->readASCII(_source->asciiText());
+    _loadedLength = _source->length();
+  }
   // A new document of the library's own class, filled with the standard
   // factory's elements, has no party but itself to hear the announcements
   // placing them: its elements are then placed quietly, and every flag is
@@ -135,6 +146,28 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
 
 namespace {
 
+// Whether `bytes` are read as ASCII: none is NUL or above 0x7F (so that
+// they are UTF-8 that every other encoding check passes over, each byte one
+// code unit), and the line recogniser, which alone reads bytes, is on.
+bool readsAsASCII(std::string_view bytes) noexcept {
+  if (!YIniLineRecognizer::isEnabled() || bytes.size() > std::size_t(INT32_MAX)) return false;
+  const char* p = bytes.data();
+  const std::size_t n = bytes.size();
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128();
+  __m128i bad = zero;  // the high bit of each byte above 0x7F or NUL
+  for (; i + 16 <= n; i += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+    bad = _mm_or_si128(bad, _mm_or_si128(v, _mm_cmpeq_epi8(v, zero)));
+  }
+  if (_mm_movemask_epi8(bad) != 0) return false;
+#endif
+  for (; i < n; ++i)
+    if (p[i] == 0 || static_cast<unsigned char>(p[i]) >= 0x80) return false;
+  return true;
+}
+
 // The text `bytes` hold, with its encoding detected, and a source record
 // that keeps only what decoding the bytes again would not give back.
 std::pair<YString, std::shared_ptr<YIniSourceRecord>> decodeWithRecord(std::string_view bytes) {
@@ -152,13 +185,23 @@ YIniDocument* YIniDocument::initWithContentsOfFileFactory(const YString& path,
                                                           std::shared_ptr<YIniElementFactory> factory) {
   if (YParameterFailed(factory != nullptr, "theFactory != nil")) return nullptr;
   std::pair<YString, std::shared_ptr<YIniSourceRecord>> decoded;
-  if (std::optional<YFileBytes> bytes = YReadFileBytes(path, nullptr)) decoded = decodeWithRecord(bytes->view());
-  // The bytes are gone before the elements are made.
+  if (std::optional<YFileBytes> bytes = YReadFileBytes(path, nullptr)) {
+    // ASCII is read as it is, and its record keeps it instead of a UTF-16
+    // copy; other bytes are decoded, and gone before the elements are made.
+    if (readsAsASCII(bytes->view())) decoded.second = std::make_shared<YIniSourceRecord>(std::move(*bytes));
+    else decoded = decodeWithRecord(bytes->view());
+  }
   return loadTextFactoryRecord(decoded.first, std::move(factory), std::move(decoded.second));
 }
 
 YIniDocument* YIniDocument::initWithDataFactory(std::string_view bytes, std::shared_ptr<YIniElementFactory> factory) {
   if (YParameterFailed(factory != nullptr, "theFactory != nil")) return nullptr;
+  if (readsAsASCII(bytes)) {
+    YFileBytes copy;
+    copy.resize(bytes.size());
+    if (!bytes.empty()) std::memcpy(copy.data(), bytes.data(), bytes.size());
+    return loadTextFactoryRecord(YString(), std::move(factory), std::make_shared<YIniSourceRecord>(std::move(copy)));
+  }
   auto decoded = decodeWithRecord(bytes);
   return loadTextFactoryRecord(decoded.first, std::move(factory), std::move(decoded.second));
 }

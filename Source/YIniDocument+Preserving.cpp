@@ -27,12 +27,10 @@ std::size_t YIniDocument::lineNumberForElement(const YIniElement& element) const
 std::vector<YIniHeadOption> YIniDocument::headOptions() const {
   std::vector<YIniHeadOption> options;
   if (!_source) return options;
-  const std::u16string_view text = _source->view();
   for (auto [start, end] : _source->headOptionLines()) {
     const YIniSourceRecord::OptionLayout layout = _source->optionLayoutOfRange(start, end);
-    options.push_back({YString(text.substr(layout.nameStart, layout.nameEnd - layout.nameStart)),
-                       YString(text.substr(layout.valueStart, layout.valueEnd - layout.valueStart)),
-                       _source->lineNumberAtPosition(start)});
+    options.push_back({_source->stringOfRange(layout.nameStart, layout.nameEnd),
+                       _source->stringOfRange(layout.valueStart, layout.valueEnd), _source->lineNumberAtPosition(start)});
   }
   return options;
 }

@@ -65,18 +65,22 @@ inline bool isBlank(char16_t c) {
 
 // Narrows the piece [begin, end) of `text` (in range) to leave out leading
 // and trailing whitespace, and line ends too with `lineEnds`.
-template <bool lineEnds>
-inline void trim(const char16_t* text, std::size_t& begin, std::size_t& end) {
-  while (begin < end && isBlank<lineEnds>(text[begin])) ++begin;
-  while (end > begin && isBlank<lineEnds>(text[end - 1])) --end;
+template <bool lineEnds, class Unit>
+inline void trim(const Unit* text, std::size_t& begin, std::size_t& end) {
+  while (begin < end && isBlank<lineEnds>(static_cast<char16_t>(text[begin]))) ++begin;
+  while (end > begin && isBlank<lineEnds>(static_cast<char16_t>(text[end - 1]))) --end;
 }
+
+// A string of the n units at `units`: UTF-16, or ASCII bytes widened.
+inline YString stringOfUnits(const char16_t* units, std::size_t n) { return YString::stringWithCharacters(units, n); }
+inline YString stringOfUnits(const char* units, std::size_t n) { return YString::stringWithLatin1Characters(units, n); }
 
 // The piece [begin, end) of `text` (in range) trimmed as trim() does, cut
 // out in one copy.
-template <bool lineEnds>
-inline YString trimmed(const char16_t* text, std::size_t begin, std::size_t end) {
+template <bool lineEnds, class Unit>
+inline YString trimmed(const Unit* text, std::size_t begin, std::size_t end) {
   trim<lineEnds>(text, begin, end);
-  return YString::stringWithCharacters(text + begin, end - begin);
+  return stringOfUnits(text + begin, end - begin);
 }
 
 using Line = YIniLineRecognizer::Line;
@@ -102,15 +106,41 @@ template <bool lineEnds>
   return trimmed<lineEnds>(text.characters(), start, end);
 }
 
-// The text of a comment or unrecognised token.
-YString tokenText(const YString& document, const Line& line) {
-  const std::u16string_view text = document.view();
+// Throws YRangeException, as a string's substring would, for a piece
+// [start, end) out of the ASCII text's range (the recogniser makes none).
+inline void checkPiece(std::string_view ascii, std::size_t start, std::size_t end) {
+  if (start > end || end > ascii.size())
+    throw YRangeException(YString::stringWithFormat(
+        "substringWithRange: range {%zu, %zu} out of bounds; string length %zu", start, end - start, ascii.size()));
+}
+
+// trimmedPiece() over ASCII text.
+template <bool lineEnds>
+[[gnu::always_inline]] inline YString trimmedPiece(std::string_view ascii, std::size_t start, std::size_t end) {
+  checkPiece(ascii, start, end);
+  return trimmed<lineEnds>(ascii.data(), start, end);
+}
+
+// The shared string of a blank line's token, or null.
+template <class Text>
+YString lineEndText(const Text& text, const Line& line) {
   const std::size_t length = line.end - line.start;
   // Blank lines are the most common comment: they share one string each.
-  if (length == 1 && line.start < text.size() && text[line.start] == u'\n') return kLineFeed;
-  if (length == 2 && line.start + 1 < text.size() && text[line.start] == u'\r' && text[line.start + 1] == u'\n')
+  if (length == 1 && line.start < text.size() && text[line.start] == '\n') return kLineFeed;
+  if (length == 2 && line.start + 1 < text.size() && text[line.start] == '\r' && text[line.start + 1] == '\n')
     return kCarriageReturnLineFeed;
-  return document.substringWithRange(line.start, length);
+  return YString();
+}
+
+// The text of a comment or unrecognised token.
+YString tokenText(const YString& document, const Line& line) {
+  if (YString shared = lineEndText(document.view(), line); !shared.isNull()) return shared;
+  return document.substringWithRange(line.start, line.end - line.start);
+}
+YString tokenText(std::string_view ascii, const Line& line) {
+  if (YString shared = lineEndText(ascii, line); !shared.isNull()) return shared;
+  checkPiece(ascii, line.start, line.end);
+  return YString::stringWithLatin1Characters(ascii.data() + line.start, line.end - line.start);
 }
 
 }  // namespace
@@ -142,6 +172,9 @@ struct YIniDocumentEnumerator::Reading {
   // The text scanned: the document string, or a snapshot of a mutable one.
   std::shared_ptr<YStringBuffer> buffer;
   std::u16string_view text;
+  // Or else ASCII text, read as bytes (the recogniser reads all of it).
+  std::string_view ascii;
+  bool readsASCII = false;
   bool recognizesLines = false;  // tokens come from YIniLineRecognizer
   std::size_t position = 0;      // where it reads on
   Line lines[2]{};
@@ -172,13 +205,25 @@ struct YIniDocumentEnumerator::Reading {
   // opens with a space is one: where the recogniser reads, any other is
   // left to the next call unread rather than read ahead.
   bool mayContinue() const noexcept {
+    if (readsASCII) return position < ascii.size() && ascii[position] == ' ';
     return !recognizesLines || (position < text.size() && text[position] == u' ');
+  }
+  std::size_t size() const noexcept { return readsASCII ? ascii.size() : text.size(); }
+  // The pieces of the text as strings: a token's whole text, or a piece
+  // trimmed as trimmedPiece() does. `document` is the UTF-16 text, when read.
+  template <bool lineEnds>
+  YString piece(const YString& document, std::size_t start, std::size_t end) const {
+    return readsASCII ? trimmedPiece<lineEnds>(ascii, start, end) : trimmedPiece<lineEnds>(document, start, end);
+  }
+  YString token(const YString& document, const Line& line) const {
+    return readsASCII ? tokenText(ascii, line) : tokenText(document, line);
   }
   void makeScanner();
   void lineFromMatch(Line& into) const;
   // The name in [begin, end) of the text (in range), trimmed of spaces and
   // tabs: an equal name read before, or a new string. Needs `names`.
   YString name(std::size_t begin, std::size_t end);
+  YString sharedName(const char16_t* units, std::size_t begin, std::size_t end);
 };
 
 namespace {
@@ -218,7 +263,20 @@ inline bool sameUnits(const char16_t* a, const char16_t* b, std::size_t n) noexc
 }  // namespace
 
 YString YIniDocumentEnumerator::Reading::name(std::size_t begin, std::size_t end) {
-  const char16_t* units = text.data();
+  if (!readsASCII) return sharedName(text.data(), begin, end);
+  const char* bytes = ascii.data();
+  trim<false>(bytes, begin, end);
+  const std::size_t n = end - begin;
+  // Keys are short: widened on the stack, they are looked up as UTF-16 text
+  // is; a longer one is not shared.
+  constexpr std::size_t kLongest = 64;
+  if (n > kLongest) return YString::stringWithLatin1Characters(bytes + begin, n);
+  char16_t units[kLongest];
+  for (std::size_t i = 0; i < n; ++i) units[i] = static_cast<unsigned char>(bytes[begin + i]);
+  return sharedName(units, 0, n);
+}
+
+YString YIniDocumentEnumerator::Reading::sharedName(const char16_t* units, std::size_t begin, std::size_t end) {
   trim<false>(units, begin, end);
   const std::size_t n = end - begin;
   YString& slot = names[nameSlot(units + begin, n)];
@@ -228,6 +286,11 @@ YString YIniDocumentEnumerator::Reading::name(std::size_t begin, std::size_t end
 }
 
 bool YIniDocumentEnumerator::Reading::next(Line& into) {
+  if (readsASCII) {  // the recogniser reads every line of ASCII text
+    if (!YIniLineRecognizer::lineAtPosition(ascii, position, into)) return false;
+    position = into.end;
+    return true;
+  }
   if (recognizesLines) {
     if (position >= text.size()) return false;
     if (YIniLineRecognizer::lineAtPosition(text, position, into)) {
@@ -310,6 +373,14 @@ YIniDocumentEnumerator::YIniDocumentEnumerator(const YString& documentString,
 
 YIniDocumentEnumerator::~YIniDocumentEnumerator() = default;
 
+void YIniDocumentEnumerator::readASCII(std::string_view ascii) {
+  Reading& reading = *_reading;
+  reading.readsASCII = true;
+  reading.ascii = ascii;
+  reading.recognizesLines = true;
+  if (ascii.size() >= kSharedNamesFrom) reading.names = std::make_unique<YString[]>(std::size_t(1) << kNameSlotBits);
+}
+
 YString YIniDocumentEnumerator::extractStringStartLength(const YString& string, std::int32_t start,
                                                          std::int32_t length) {
   if (start < 0 || length < 0)
@@ -344,13 +415,13 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::nextObject() {
         return optionFromToken();
       case Kind::comment:
       case Kind::newLine: {
-        YString text = tokenText(_documentString, line);
+        YString text = _reading->token(_documentString, line);
         auto comment = _factory->commentWithString(text);
         if (_record && comment) record(kRecordedComment, line.start, line.end, *comment, text);
         return comment;
       }
       case Kind::unknown: {
-        YLog("Unrecognized text sequence %@", tokenText(_documentString, line));
+        YLog("Unrecognized text sequence %@", _reading->token(_documentString, line));
         auto comment = _factory->commentWithString(kEmpty);
         if (_record && comment) record(kRecordedUnknown, line.start, line.end, *comment, kEmpty);
         return comment;
@@ -370,7 +441,7 @@ void YIniDocumentEnumerator::record(int kind, std::size_t start, std::size_t end
 
 std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken() {
   const Line& header = _reading->line();
-  YString name = trimmedPiece<false>(_documentString, header.keyStart, header.keyEnd);
+  YString name = _reading->piece<false>(_documentString, header.keyStart, header.keyEnd);
   std::shared_ptr<YIniSection> section = _factory->sectionWithName(name);
   _activeSection = section;
   if (_record && section) record(kRecordedSection, header.start, header.end, *section, name);
@@ -380,12 +451,12 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken() {
 std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken() {
   Reading& reading = *_reading;
   const Line& line = reading.line();
-  YString name = reading.names && line.keyStart <= line.keyEnd && line.keyEnd <= reading.text.size()
+  YString name = reading.names && line.keyStart <= line.keyEnd && line.keyEnd <= reading.size()
                      ? reading.name(line.keyStart, line.keyEnd)
-                     : trimmedPiece<false>(_documentString, line.keyStart, line.keyEnd);
+                     : reading.piece<false>(_documentString, line.keyStart, line.keyEnd);
   // Trimmed of spaces and tabs, then of line ends too: the same as trimming
   // both at once.
-  YString value = trimmedPiece<true>(_documentString, line.valueStart, line.valueEnd);
+  YString value = reading.piece<true>(_documentString, line.valueStart, line.valueEnd);
   std::size_t end = line.end;  // continuation lines move it on
   YString joined;              // built only when continuation lines follow
   Line& next = reading.ahead();
@@ -393,7 +464,7 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken() {
   while (more && isFragment(next.kind)) {
     if (joined.isNull()) joined = YString::mutableStringWithString(value);
     joined.appendString(kContinuationJoint);
-    joined.appendString(trimmedPiece<true>(_documentString, next.start, next.end));
+    joined.appendString(reading.piece<true>(_documentString, next.start, next.end));
     end = next.end;
     more = reading.mayContinue() && reading.next(next);
   }

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 #include "YArray.h"
 #include "YIniElement.h"
@@ -77,6 +78,10 @@ class YIniDocumentEnumerator : public YObject {
   // The elements made from the current token.
   std::shared_ptr<YIniElement> sectionFromToken();
   std::shared_ptr<YIniElement> optionFromToken();
+  // Reads `ascii` (bytes below 0x80, kept alive by the caller) instead of
+  // the document string, which is null: each byte is the code unit of the
+  // same value, and the line recogniser reads every line.
+  void readASCII(std::string_view ascii);
   // Notes in _record the element made from the text [start, end).
   void record(int kind, std::size_t start, std::size_t end, YIniElement& element, const YString& first,
               const YString& second = YString());

@@ -18,39 +18,50 @@ thread_local std::size_t tTokens = 0;
 // with SSE2 eight are compared at a time; the last few of the text (and
 // every one without SSE2) one by one. Loads stay inside [from, end).
 #if defined(__SSE2__)
+// Sixteen bytes of the text at `at`: eight UTF-16 units, or sixteen of ASCII.
+template <class Unit>
+inline __m128i unitsAt(const Unit* text, std::size_t at) noexcept {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at));
+}
+inline __m128i equalUnits(__m128i units, char16_t c, const char16_t*) noexcept {
+  return _mm_cmpeq_epi16(units, _mm_set1_epi16(static_cast<short>(c)));
+}
+inline __m128i equalUnits(__m128i units, char16_t c, const char*) noexcept {
+  return _mm_cmpeq_epi8(units, _mm_set1_epi8(static_cast<char>(c)));
+}
 // `at` plus the lane of the first set lane of `hits`, or -1 when none is set.
+template <class Unit>
 inline std::size_t firstHit(std::size_t at, __m128i hits) noexcept {
   const auto bits = static_cast<unsigned>(_mm_movemask_epi8(hits));
-  return bits == 0 ? std::size_t(-1) : at + static_cast<std::size_t>(std::countr_zero(bits)) / 2;
-}
-inline __m128i unitsAt(const char16_t* text, std::size_t at) noexcept {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at));
+  return bits == 0 ? std::size_t(-1) : at + static_cast<std::size_t>(std::countr_zero(bits)) / sizeof(Unit);
 }
 #endif
 
-inline std::size_t lineFeedFrom(const char16_t* text, std::size_t from, std::size_t end) noexcept {
+template <class Unit>
+inline std::size_t lineFeedFrom(const Unit* text, std::size_t from, std::size_t end) noexcept {
 #if defined(__SSE2__)
-  const __m128i lineFeeds = _mm_set1_epi16(u'\n');
-  for (; end - from >= 8; from += 8) {
-    const std::size_t hit = firstHit(from, _mm_cmpeq_epi16(unitsAt(text, from), lineFeeds));
+  constexpr std::size_t kLanes = 16 / sizeof(Unit);
+  for (; end - from >= kLanes; from += kLanes) {
+    const std::size_t hit = firstHit<Unit>(from, equalUnits(unitsAt(text, from), u'\n', text));
     if (hit != std::size_t(-1)) return hit;
   }
 #endif
-  while (from < end && text[from] != u'\n') ++from;
+  while (from < end && text[from] != '\n') ++from;
   return from;
 }
 
-inline std::size_t equalsOrLineFeedFrom(const char16_t* text, std::size_t from, std::size_t end) noexcept {
+template <class Unit>
+inline std::size_t equalsOrLineFeedFrom(const Unit* text, std::size_t from, std::size_t end) noexcept {
 #if defined(__SSE2__)
-  const __m128i lineFeeds = _mm_set1_epi16(u'\n'), equalSigns = _mm_set1_epi16(u'=');
-  for (; end - from >= 8; from += 8) {
+  constexpr std::size_t kLanes = 16 / sizeof(Unit);
+  for (; end - from >= kLanes; from += kLanes) {
     const __m128i units = unitsAt(text, from);
     const std::size_t hit =
-        firstHit(from, _mm_or_si128(_mm_cmpeq_epi16(units, lineFeeds), _mm_cmpeq_epi16(units, equalSigns)));
+        firstHit<Unit>(from, _mm_or_si128(equalUnits(units, u'\n', text), equalUnits(units, u'=', text)));
     if (hit != std::size_t(-1)) return hit;
   }
 #endif
-  while (from < end && text[from] != u'=' && text[from] != u'\n') ++from;
+  while (from < end && text[from] != '=' && text[from] != '\n') ++from;
   return from;
 }
 
@@ -70,12 +81,15 @@ bool YIniLineRecognizer::isEnabled() noexcept { return gEnabled.load(std::memory
 
 std::size_t YIniLineRecognizer::tokensOnThisThread() noexcept { return tTokens; }
 
-bool YIniLineRecognizer::lineAtPosition(std::u16string_view text, std::size_t position, Line& line) noexcept {
-  const std::size_t n = text.size(), p = position;
+namespace {
+
+// The recogniser over UTF-16 units or ASCII bytes: the rules' characters are
+// all ASCII, so both read alike.
+template <class Unit>
+bool recognize(const Unit* s, std::size_t n, std::size_t p, YIniLineRecognizer::Line& line) noexcept {
   if (p >= n) return false;
   ++tTokens;
-  const char16_t* s = text.data();
-  const char16_t c = s[p];
+  const Unit c = s[p];
   if (c == u'#') {  // 1: the end-of-line rule, which leaves a CR LF out ("#" is no CR)
     std::size_t end = lineFeedFrom(s, p + 1, n);
     if (end < n && s[end - 1] == u'\r') --end;
@@ -130,6 +144,16 @@ bool YIniLineRecognizer::lineAtPosition(std::u16string_view text, std::size_t po
   }
   setToken(line, Kind::unknown, p, equals);  // 8: `equals` stopped at the line end
   return true;
+}
+
+}  // namespace
+
+bool YIniLineRecognizer::lineAtPosition(std::u16string_view text, std::size_t position, Line& line) noexcept {
+  return recognize(text.data(), text.size(), position, line);
+}
+
+bool YIniLineRecognizer::lineAtPosition(std::string_view ascii, std::size_t position, Line& line) noexcept {
+  return recognize(ascii.data(), ascii.size(), position, line);
 }
 
 bool YIniLineRecognizer::tokenAtPosition(std::u16string_view text, std::size_t position, const Classes& classes,

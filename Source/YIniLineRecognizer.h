@@ -61,6 +61,8 @@ class YIniLineRecognizer {
   /// certain, so that the caller asks the scanner; at or past the end of
   /// the text it cannot.
   static bool lineAtPosition(std::u16string_view text, std::size_t position, Line& line) noexcept;
+  /// The same over ASCII text (bytes below 0x80), each byte a code unit.
+  static bool lineAtPosition(std::string_view ascii, std::size_t position, Line& line) noexcept;
 
   /// The token classes of one reader, which the tokens are given.
   struct Classes {

@@ -34,7 +34,9 @@ bool isLineEndText(std::u16string_view text) { return text == u"\n" || text == u
 // How a new option is written: the spacing around "=", the line end and the
 // indentation of continuation lines, taken from the option before it.
 struct YIniPreservingWriter::OptionStyle {
-  std::u16string_view beforeEquals, afterEquals, lineEnd, indent;
+  // Ranges of the loaded text: [first, second).
+  using Range = std::pair<std::uint32_t, std::uint32_t>;
+  Range beforeEquals, afterEquals, lineEnd, indent;
   bool known = false;  // an option of the file came before: beforeEquals and lineEnd are its
   bool hasAfterEquals = false, hasIndent = false;
 };
@@ -44,9 +46,8 @@ YIniPreservingWriter::YIniPreservingWriter(YIniDocument& document, const YIniSou
 
 // ---- pieces --------------------------------------------------------------------
 
-std::u16string_view YIniPreservingWriter::pieceText(const Piece& piece) const {
-  if (piece.fresh) return std::u16string_view(_fresh).substr(piece.start, piece.end - piece.start);
-  return _record->view().substr(piece.start, piece.end - piece.start);
+std::u16string_view YIniPreservingWriter::freshText(const Piece& piece) const {
+  return std::u16string_view(_fresh).substr(piece.start, piece.end - piece.start);
 }
 
 void YIniPreservingWriter::noteTail(std::u16string_view text) {
@@ -61,7 +62,7 @@ void YIniPreservingWriter::original(std::uint32_t start, std::uint32_t end) {
   if (!_pieces.empty() && !_pieces.back().fresh && _pieces.back().end == start) _pieces.back().end = end;
   else _pieces.push_back({false, start, end});
   _lastOriginalEnd = end;
-  noteTail(_record->view().substr(start, end - start));
+  noteTail(_record->unitsOfRange(end - std::min<std::uint32_t>(end - start, 3), end));
 }
 
 void YIniPreservingWriter::fresh(std::u16string_view text) {
@@ -90,16 +91,21 @@ const YIniSourceRecord::Style& YIniPreservingWriter::fileStyle() const {
 
 std::u16string_view YIniPreservingWriter::lineEnd() const { return fileStyle().lineEnd; }
 
-std::u16string_view YIniPreservingWriter::styleLineEnd(const OptionStyle& style) const {
-  return style.known && !style.lineEnd.empty() ? style.lineEnd : lineEnd();
+std::u16string YIniPreservingWriter::styleText(const std::pair<std::uint32_t, std::uint32_t>& range) const {
+  return _record->unitsOfRange(range.first, range.second);
 }
 
-std::u16string_view YIniPreservingWriter::styleIndent(const OptionStyle& style) const {
-  return style.hasIndent ? style.indent : std::u16string_view(fileStyle().continuationIndent);
+std::u16string YIniPreservingWriter::styleLineEnd(const OptionStyle& style) const {
+  return style.known && style.lineEnd.first < style.lineEnd.second ? styleText(style.lineEnd)
+                                                                    : std::u16string(lineEnd());
+}
+
+std::u16string YIniPreservingWriter::styleIndent(const OptionStyle& style) const {
+  return style.hasIndent ? styleText(style.indent) : fileStyle().continuationIndent;
 }
 
 bool YIniPreservingWriter::startsMidLine(std::uint32_t start) const noexcept {
-  return start > 0 && _record->view()[start - 1] != u'\n';
+  return start > 0 && _record->unitAt(start - 1) != u'\n';
 }
 
 void YIniPreservingWriter::ensureLineStart() {
@@ -107,7 +113,8 @@ void YIniPreservingWriter::ensureLineStart() {
   // A line that ends in the middle of loaded text gets the line end it had
   // there: with mixed line ends another one could change how the next line reads.
   if (_lastOriginalEnd != UINT32_MAX) {
-    const std::u16string_view rest = _record->view().substr(_lastOriginalEnd);
+    const std::u16string rest = _record->unitsOfRange(
+        _lastOriginalEnd, static_cast<std::uint32_t>(std::min<std::size_t>(_lastOriginalEnd + 2, _record->length())));
     if (rest.starts_with(u"\n")) return fresh(u"\n");
     if (rest.starts_with(u"\r\n")) return fresh(u"\r\n");
   }
@@ -187,7 +194,7 @@ void YIniPreservingWriter::flushSkipped(std::size_t limit) {
       ensureLineStart();
       // An indented line right after an option would continue it: a blank
       // line keeps it where reading stopped.
-      const char16_t first = _record->view()[start];
+      const char16_t first = _record->unitAt(start);
       if (_lastLineIsOption && (first == u' ' || first == u'\t')) fresh(lineEnd());
     }
     original(start, end);
@@ -258,7 +265,7 @@ bool YIniPreservingWriter::renderValue(const YString& value, const OptionStyle& 
   std::size_t lf = text.find(u'\n');
   out.append(text.substr(0, lf));
   if (lf == std::u16string_view::npos) return true;
-  const std::u16string_view eol = styleLineEnd(style), indent = styleIndent(style);
+  const std::u16string eol = styleLineEnd(style), indent = styleIndent(style);
   while (lf != std::u16string_view::npos) {
     const std::size_t next = text.find(u'\n', lf + 1);
     const std::u16string_view line = trimmed(text.substr(lf + 1, next == std::u16string_view::npos ? next : next - lf - 1),
@@ -287,7 +294,6 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
     if (text.starts_with(u"[")) return "its name begins with \"[\", which may start a section";
     return nullptr;
   };
-  const std::u16string_view text = _record ? _record->view() : std::u16string_view();
   if (inPlace) {
     const auto i = static_cast<std::size_t>(index);
     const YIniSourceRecord::OptionLayout layout = _record->optionLayout(i);
@@ -295,14 +301,14 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
     // This option's style is the one the next new option takes; what it
     // does not show (an empty value's spacing, continuation indentation)
     // stays as the option before it showed it, else comes from the file.
-    style.beforeEquals = text.substr(layout.nameEnd, layout.equals - layout.nameEnd);
+    style.beforeEquals = {layout.nameEnd, layout.equals};
     if (layout.valueEnd > layout.valueStart) {
-      style.afterEquals = text.substr(layout.equals + 1, layout.valueStart - layout.equals - 1);
+      style.afterEquals = {layout.equals + 1, layout.valueStart};
       style.hasAfterEquals = true;
     }
-    style.lineEnd = text.substr(layout.lineEnd, layout.eolEnd - layout.lineEnd);
+    style.lineEnd = {layout.lineEnd, layout.eolEnd};
     if (layout.continuations) {
-      style.indent = text.substr(layout.firstIndentStart, layout.firstIndentEnd - layout.firstIndentStart);
+      style.indent = {layout.firstIndentStart, layout.firstIndentEnd};
       style.hasIndent = true;
     }
     style.known = true;
@@ -323,7 +329,7 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
       return fail(describe(), "its value has an empty continuation line");
     // A line that begins with "[" and holds a later "]" reads as a header: an
     // option read from "[k=v" cannot take a value with "]".
-    if (!valueSame && text[start] == u'[' &&
+    if (!valueSame && _record->unitAt(start) == u'[' &&
         std::u16string_view(newValue).substr(0, newValue.find(u'\n')).find(u']') != std::u16string_view::npos)
       return fail(describe(), "its line begins with \"[\" and would read as a section header");
     // An option read in mid-line (after a header, "[a]k=v") begins a line of
@@ -355,12 +361,12 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
   if (newName.empty()) return true;
   if (const char* reason = nameProblem(newName)) return fail(describe(), reason);
   std::u16string line(newName);
-  line.append(style.known ? style.beforeEquals : fileStyle().beforeEquals);
+  line.append(style.known ? styleText(style.beforeEquals) : fileStyle().beforeEquals);
   line.append(u"=");
   std::u16string newValue;
   if (!renderValue(value, style, newValue))
     return fail(describe(), "its value has an empty continuation line");
-  if (!newValue.empty()) line.append(style.hasAfterEquals ? style.afterEquals : fileStyle().afterEquals);
+  if (!newValue.empty()) line.append(style.hasAfterEquals ? styleText(style.afterEquals) : fileStyle().afterEquals);
   line.append(newValue);
   line.append(styleLineEnd(style));
   ensureLineStart();
@@ -409,7 +415,11 @@ YString YIniPreservingWriter::text() const {
   for (const Piece& piece : _pieces) length += piece.end - piece.start;
   YString result = YString::mutableString(length);
   for (const Piece& piece : _pieces) {
-    const std::u16string_view text = pieceText(piece);
+    if (!piece.fresh) {
+      _record->appendUnitsOfRange(piece.start, piece.end, result);
+      continue;
+    }
+    const std::u16string_view text = freshText(piece);
     result.appendCharacters(text.data(), text.size());
   }
   return result;
@@ -421,7 +431,7 @@ bool YIniPreservingWriter::prepareEncoding(std::shared_ptr<YError>* error) {
   _freshBytes.clear();
   for (const Piece& piece : _pieces) {
     if (!piece.fresh) continue;
-    auto bytes = YEncodeString(YString(pieceText(piece)), _bodyEncoding, error);
+    auto bytes = YEncodeString(YString(freshText(piece)), _bodyEncoding, error);
     if (!bytes) return false;
     _freshBytes.push_back(std::move(*bytes));
   }

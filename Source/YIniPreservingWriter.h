@@ -62,7 +62,7 @@ class YIniPreservingWriter {
   };
   struct OptionStyle;
 
-  std::u16string_view pieceText(const Piece& piece) const;
+  std::u16string_view freshText(const Piece& piece) const;
   void original(std::uint32_t start, std::uint32_t end);
   void fresh(std::u16string_view text);
   bool atLineStart() const noexcept;
@@ -73,8 +73,9 @@ class YIniPreservingWriter {
   bool adjacent(std::uint32_t start) const noexcept { return _lastOriginalEnd == start; }
   std::u16string_view lineEnd() const;
   const YIniSourceRecord::Style& fileStyle() const;
-  std::u16string_view styleLineEnd(const OptionStyle& style) const;
-  std::u16string_view styleIndent(const OptionStyle& style) const;
+  std::u16string styleText(const std::pair<std::uint32_t, std::uint32_t>& range) const;
+  std::u16string styleLineEnd(const OptionStyle& style) const;
+  std::u16string styleIndent(const OptionStyle& style) const;
   void noteTail(std::u16string_view text);
 
   std::int64_t loadedIndex(const void* element, int kind) const;

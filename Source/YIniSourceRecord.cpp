@@ -55,23 +55,50 @@ inline bool isMember(const YCharacterSet& set, char16_t c) {
   return c >= u'\n' && c <= u'\r' && &set == &YIniWhitespaceAndNewlines();
 }
 
+// The helpers below read the text as UTF-16 (std::u16string_view) or as
+// ASCII bytes (std::string_view), whose bytes are the code units of the same
+// value: see YIniSourceRecord::withText().
+
 // [begin, end) without leading and trailing members of `set`.
-void trim(std::u16string_view text, const YCharacterSet& set, std::uint32_t& begin, std::uint32_t& end) {
-  while (begin < end && isMember(set, text[begin])) ++begin;
-  while (end > begin && isMember(set, text[end - 1])) --end;
+template <class Text>
+void trim(Text text, const YCharacterSet& set, std::uint32_t& begin, std::uint32_t& end) {
+  while (begin < end && isMember(set, static_cast<char16_t>(text[begin]))) ++begin;
+  while (end > begin && isMember(set, static_cast<char16_t>(text[end - 1]))) --end;
 }
 
 // The position of the first LF at or after `from` and before `end`, or `end`.
-std::uint32_t findLineFeed(std::u16string_view text, std::uint32_t from, std::uint32_t end) {
-  const char16_t* p = text.data();
+template <class Text>
+std::uint32_t findLineFeed(Text text, std::uint32_t from, std::uint32_t end) {
+  const auto* p = text.data();
   for (std::uint32_t i = from; i < end; ++i)
-    if (p[i] == u'\n') return i;
+    if (p[i] == '\n') return i;
   return end;
 }
 
-bool sameText(std::u16string_view text, std::uint32_t start, std::uint32_t end, const YString& string) {
-  return !string.isNull() && string.length() == end - start &&
-         std::memcmp(string.characters(), text.data() + start, (end - start) * sizeof(char16_t)) == 0;
+// Whether the code units of `units` and `text` are the same.
+inline bool sameUnits(std::u16string_view units, std::u16string_view text) noexcept { return units == text; }
+inline bool sameUnits(std::u16string_view units, std::string_view text) noexcept {
+  if (units.size() != text.size()) return false;
+  for (std::size_t i = 0; i < units.size(); ++i)
+    if (units[i] != static_cast<char16_t>(text[i])) return false;
+  return true;
+}
+
+template <class Text>
+bool sameText(Text text, std::uint32_t start, std::uint32_t end, const YString& string) {
+  return !string.isNull() && string.length() == end - start && sameUnits(string.view(), text.substr(start, end - start));
+}
+
+// Whether `text` ends with the code units of `suffix`.
+template <class Text>
+bool endsWithUnits(Text text, std::u16string_view suffix) {
+  return text.size() >= suffix.size() && sameUnits(suffix, text.substr(text.size() - suffix.size()));
+}
+
+// Whether `piece` is a line end on its own.
+template <class Text>
+bool isLineEndPiece(Text piece) {
+  return sameUnits(u"\n", piece) || sameUnits(u"\r\n", piece);
 }
 
 bool isUnicodeEncoding(YStringEncoding encoding) {
@@ -101,14 +128,52 @@ const YCharacterSet& YIniWhitespaceAndNewlines() {
   return set;
 }
 
-YIniSourceRecord::YIniSourceRecord(const YString& text) : _text(text.copy()) {
+YIniSourceRecord::YIniSourceRecord(const YString& text) : _text(text.copy()), _length(_text.length()) {
+  reserveEntries();
+}
+
+YIniSourceRecord::YIniSourceRecord(YFileBytes ascii) : _ascii(std::move(ascii)) {
+  _length = _ascii.size();
+  _isASCII = true;
+  // ASCII decodes to the same text however it is read, and encodes back to
+  // the same bytes: there is nothing to keep beside it.
+  _hasBytes = true;
+  reserveEntries();
+}
+
+void YIniSourceRecord::reserveEntries() {
   // Room for an entry per 16 units spares a typical file's lists their
   // growing copies (and a large file the pages of the copies it drops); the
   // room never used costs address space, not memory.
-  const std::size_t expected = _text.length() / 16 + 8;
+  const std::size_t expected = _length / 16 + 8;
   _bounds.reserve(expected + 1);
   _kinds.reserve(expected);
   _checks.reserve(expected);
+}
+
+std::u16string YIniSourceRecord::unitsOfRange(std::uint32_t start, std::uint32_t end) const {
+  return withText([&](auto text) {
+    const auto piece = text.substr(start, end - start);
+    return std::u16string(piece.begin(), piece.end());
+  });
+}
+
+YString YIniSourceRecord::stringOfRange(std::uint32_t start, std::uint32_t end) const {
+  if (_isASCII) return YString::stringWithLatin1Characters(_ascii.view().data() + start, end - start);
+  return YString::stringWithCharacters(_text.characters() + start, end - start);
+}
+
+void YIniSourceRecord::appendUnitsOfRange(std::uint32_t start, std::uint32_t end, const YString& out) const {
+  if (!_isASCII) return out.appendCharacters(_text.characters() + start, end - start);
+  // Widened a block at a time.
+  char16_t units[1024];
+  const char* bytes = _ascii.view().data();
+  while (start < end) {
+    const std::uint32_t n = std::min<std::uint32_t>(end - start, 1024);
+    for (std::uint32_t i = 0; i < n; ++i) units[i] = static_cast<char16_t>(bytes[start + i]);
+    out.appendCharacters(units, n);
+    start += n;
+  }
 }
 
 // ---- recording ----------------------------------------------------------------
@@ -151,7 +216,7 @@ void YIniSourceRecord::noteStop(std::uint32_t position) {
 }
 
 void YIniSourceRecord::finish() {
-  const auto length = static_cast<std::uint32_t>(_text.length());
+  const auto length = static_cast<std::uint32_t>(_length);
   if (_bounds.back() < length) appendEntry(Kind::Skipped, length);
 }
 
@@ -166,7 +231,7 @@ std::int64_t YIniSourceRecord::indexOfElement(const YIniElement& element) const 
 std::pair<std::uint32_t, std::uint32_t> YIniSourceRecord::sectionNameRange(std::size_t index) const {
   // "[" name "]": the brackets are the entry's first and last characters.
   std::uint32_t begin = start(index) + 1, finish = end(index) - 1;
-  trim(view(), YIniWhitespace(), begin, finish);
+  withText([&](auto text) { trim(text, YIniWhitespace(), begin, finish); });
   return {begin, finish};
 }
 
@@ -174,7 +239,7 @@ bool YIniSourceRecord::sectionNameUnchanged(std::size_t index, const YString& na
   if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
     return YIniStringsEqual(name, kept->second.first);
   auto [begin, finish] = sectionNameRange(index);
-  return sameText(view(), begin, finish, name);
+  return withText([&](auto text) { return sameText(text, begin, finish, name); });
 }
 
 YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayout(std::size_t index) const {
@@ -182,7 +247,11 @@ YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayout(std::size_t index)
 }
 
 YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayoutOfRange(std::uint32_t s, std::uint32_t e) const {
-  const std::u16string_view text = view();
+  return withText([&](auto text) { return optionLayoutOfRangeIn(text, s, e); });
+}
+
+template <class Text>
+YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayoutOfRangeIn(Text text, std::uint32_t s, std::uint32_t e) {
   OptionLayout layout;
   // The key ends at the first "=" (the reader's lazy match).
   std::uint32_t equals = s;
@@ -200,7 +269,7 @@ YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayoutOfRange(std::uint32
   if (layout.valueStart == layout.valueEnd) {
     // An empty value: its place is after the blanks that follow "=".
     std::uint32_t p = equals + 1;
-    while (p < layout.lineEnd && isMember(YIniWhitespace(), text[p])) ++p;
+    while (p < layout.lineEnd && isMember(YIniWhitespace(), static_cast<char16_t>(text[p]))) ++p;
     layout.valueStart = layout.valueEnd = p;
   }
   layout.contentEnd = layout.valueEnd;
@@ -224,7 +293,7 @@ YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayoutOfRange(std::uint32
 bool YIniSourceRecord::optionNameUnchanged(std::size_t index, const OptionLayout& layout, const YString& name) const {
   if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
     return YIniStringsEqual(name, kept->second.first);
-  return sameText(view(), layout.nameStart, layout.nameEnd, name);
+  return withText([&](auto text) { return sameText(text, layout.nameStart, layout.nameEnd, name); });
 }
 
 bool YIniSourceRecord::optionValueUnchanged(std::size_t index, const OptionLayout& layout,
@@ -232,20 +301,25 @@ bool YIniSourceRecord::optionValueUnchanged(std::size_t index, const OptionLayou
   if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
     return YIniStringsEqual(value, kept->second.second);
   if (value.isNull()) return false;
-  if (layout.continuations == 0) return sameText(view(), layout.valueStart, layout.valueEnd, value);
+  return withText([&](auto text) { return valueUnchangedIn(text, index, layout, value); });
+}
+
+template <class Text>
+bool YIniSourceRecord::valueUnchangedIn(Text text, std::size_t index, const OptionLayout& layout,
+                                        const YString& value) const {
+  if (layout.continuations == 0) return sameText(text, layout.valueStart, layout.valueEnd, value);
   // The reader joins continuation lines with LF and one space.
-  const std::u16string_view text = view();
   const std::u16string_view current = value.view();
   const std::uint32_t e = end(index);
   std::size_t at = layout.valueEnd - layout.valueStart;
-  if (current.substr(0, at) != text.substr(layout.valueStart, at)) return false;
+  if (!sameUnits(current.substr(0, at), text.substr(layout.valueStart, at))) return false;
   for (std::uint32_t line = layout.eolEnd; line < e;) {
     const std::uint32_t next = findLineFeed(text, line, e);
     std::uint32_t cs = line, ce = next;
     trim(text, YIniWhitespaceAndNewlines(), cs, ce);
     if (current.substr(at, 2) != u"\n ") return false;
     at += 2;
-    if (current.substr(at, ce - cs) != text.substr(cs, ce - cs)) return false;
+    if (!sameUnits(current.substr(at, ce - cs), text.substr(cs, ce - cs))) return false;
     at += ce - cs;
     line = next < e ? next + 1 : e;
   }
@@ -256,31 +330,31 @@ bool YIniSourceRecord::commentUnchanged(std::size_t index, const YString& text) 
   if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
     return YIniStringsEqual(text, kept->second.first);
   if (kind(index) == Kind::Unknown) return !text.isNull() && text.length() == 0;
-  return sameText(view(), start(index), end(index), text);
+  return withText([&](auto source) { return sameText(source, start(index), end(index), text); });
 }
 
 bool YIniSourceRecord::isLineEndOfPreviousLine(std::size_t index) const noexcept {
   const std::uint32_t s = start(index);
   if (s == 0 || kind(index) != Kind::Comment) return false;
-  const std::u16string_view piece = view().substr(s, end(index) - s);
-  return (piece == u"\n" || piece == u"\r\n") && view()[s - 1] != u'\n';
+  return withText([&](auto text) { return isLineEndPiece(text.substr(s, end(index) - s)) && text[s - 1] != '\n'; });
 }
 
 std::vector<std::pair<std::uint32_t, std::uint32_t>> YIniSourceRecord::headOptionLines() const {
   // Before the first section, the reader drops option lines and nothing
   // else: every line of a skipped entry there is one, up to the stop.
   std::vector<std::pair<std::uint32_t, std::uint32_t>> lines;
-  const std::u16string_view text = view();
-  for (std::size_t i = 0; i < count() && kind(i) != Kind::Section; ++i) {
-    if (kind(i) != Kind::Skipped) continue;
-    const std::uint32_t e = std::min(end(i), _stop);
-    for (std::uint32_t line = start(i); line < e;) {
-      const std::uint32_t lf = findLineFeed(text, line, e);
-      const std::uint32_t next = lf < e ? lf + 1 : e;
-      lines.emplace_back(line, next);
-      line = next;
+  withText([&](auto text) {
+    for (std::size_t i = 0; i < count() && kind(i) != Kind::Section; ++i) {
+      if (kind(i) != Kind::Skipped) continue;
+      const std::uint32_t e = std::min(end(i), _stop);
+      for (std::uint32_t line = start(i); line < e;) {
+        const std::uint32_t lf = findLineFeed(text, line, e);
+        const std::uint32_t next = lf < e ? lf + 1 : e;
+        lines.emplace_back(line, next);
+        line = next;
+      }
     }
-  }
+  });
   return lines;
 }
 
@@ -290,9 +364,10 @@ const std::vector<std::uint32_t>& YIniSourceRecord::lineStarts() const {
   if (!_lineStarts) {
     auto starts = std::make_unique<std::vector<std::uint32_t>>();
     starts->push_back(0);
-    const std::u16string_view text = view();
-    for (std::size_t i = 0; i < text.size(); ++i)
-      if (text[i] == u'\n') starts->push_back(static_cast<std::uint32_t>(i + 1));
+    withText([&](auto text) {
+      for (std::size_t i = 0; i < text.size(); ++i)
+        if (text[i] == '\n') starts->push_back(static_cast<std::uint32_t>(i + 1));
+    });
     _lineStarts = std::move(starts);
   }
   return *_lineStarts;
@@ -309,20 +384,25 @@ YString YIniSourceRecord::stopLineText() const {
   if (!readingStopped()) return {};
   const auto& starts = lineStarts();
   const std::uint32_t begin = starts[lineNumberAtPosition(_stop) - 1];
-  const std::u16string_view text = view();
-  std::uint32_t finish = findLineFeed(text, begin, static_cast<std::uint32_t>(text.size()));
-  if (finish > begin && finish < text.size() && text[finish - 1] == u'\r') --finish;
-  return YString(text.substr(begin, finish - begin));
+  std::uint32_t finish = withText(
+      [&](auto text) { return findLineFeed(text, begin, static_cast<std::uint32_t>(text.size())); });
+  if (finish > begin && finish < _length && unitAt(finish - 1) == u'\r') --finish;
+  return stringOfRange(begin, finish);
 }
 
 // ---- style -------------------------------------------------------------------
 
 const YIniSourceRecord::Style& YIniSourceRecord::fileStyle() const {
   if (_style) return *_style;
+  _style = withText([&](auto text) { return styleOf(text); });
+  return *_style;
+}
+
+template <class Text>
+std::unique_ptr<YIniSourceRecord::Style> YIniSourceRecord::styleOf(Text text) const {
   auto style = std::make_unique<Style>();
-  const std::u16string_view text = view();
-  std::map<std::pair<std::u16string_view, std::u16string_view>, std::size_t> spacing;
-  std::map<std::u16string_view, std::size_t> indents;
+  std::map<std::pair<Text, Text>, std::size_t> spacing;
+  std::map<Text, std::size_t> indents;
   std::size_t sections = 0, sectionsAfterBlankLine = 0;
   for (std::size_t i = 0; i < count(); ++i) {
     if (kind(i) == Kind::Option) {
@@ -330,22 +410,22 @@ const YIniSourceRecord::Style& YIniSourceRecord::fileStyle() const {
       // first continuation's indentation: no whole layout.
       const std::uint32_t s = start(i), e = end(i);
       std::uint32_t equals = s;
-      while (equals < e && text[equals] != u'=') ++equals;
+      while (equals < e && text[equals] != '=') ++equals;
       std::uint32_t before = equals, after = equals + 1;
-      while (before > s && isMember(YIniWhitespace(), text[before - 1])) --before;
-      while (after < e && isMember(YIniWhitespace(), text[after])) ++after;
+      while (before > s && isMember(YIniWhitespace(), static_cast<char16_t>(text[before - 1]))) --before;
+      while (after < e && isMember(YIniWhitespace(), static_cast<char16_t>(text[after]))) ++after;
       if (after < e && text[after] != u'\n' && text[after] != u'\r')
         ++spacing[{text.substr(before, equals - before), text.substr(equals + 1, after - equals - 1)}];
       const std::uint32_t lf = findLineFeed(text, after, e);
       if (lf + 1 < e) {
         std::uint32_t indent = lf + 1;
-        while (indent < e && isMember(YIniWhitespace(), text[indent])) ++indent;
+        while (indent < e && isMember(YIniWhitespace(), static_cast<char16_t>(text[indent]))) ++indent;
         ++indents[text.substr(lf + 1, indent - lf - 1)];
       }
     } else if (kind(i) == Kind::Section && start(i) > 0) {
       ++sections;
-      const std::u16string_view before = text.substr(0, start(i));
-      if (before.ends_with(u"\n\n") || before.ends_with(u"\n\r\n")) ++sectionsAfterBlankLine;
+      const Text before = text.substr(0, start(i));
+      if (endsWithUnits(before, u"\n\n") || endsWithUnits(before, u"\n\r\n")) ++sectionsAfterBlankLine;
     }
   }
   // The most common form wins; ties go to the one that sorts first.
@@ -357,20 +437,24 @@ const YIniSourceRecord::Style& YIniSourceRecord::fileStyle() const {
   };
   if (!spacing.empty()) {
     auto best = mostCommon(spacing);
-    style->beforeEquals = std::u16string(best->first.first);
-    style->afterEquals = std::u16string(best->first.second);
+    style->beforeEquals = std::u16string(best->first.first.begin(), best->first.first.end());
+    style->afterEquals = std::u16string(best->first.second.begin(), best->first.second.end());
   }
-  style->continuationIndent = indents.empty() ? u" " : std::u16string(mostCommon(indents)->first);
+  if (indents.empty()) {
+    style->continuationIndent = u" ";
+  } else {
+    const Text indent = mostCommon(indents)->first;
+    style->continuationIndent = std::u16string(indent.begin(), indent.end());
+  }
   std::size_t lineFeeds = 0, crLineFeeds = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != u'\n') continue;
-    if (i > 0 && text[i - 1] == u'\r') ++crLineFeeds;
+    if (text[i] != '\n') continue;
+    if (i > 0 && text[i - 1] == '\r') ++crLineFeeds;
     else ++lineFeeds;
   }
   style->lineEnd = crLineFeeds > lineFeeds ? u"\r\n" : u"\n";
   style->blankLineBeforeSections = sectionsAfterBlankLine * 2 > sections;
-  _style = std::move(style);
-  return *_style;
+  return style;
 }
 
 // ---- bytes -------------------------------------------------------------------
@@ -414,7 +498,7 @@ void YIniSourceRecord::attachBytes(std::string_view bytes, YStringEncoding encod
   // Other encodings: keep the bytes of each line that does not come back
   // the same. Lines are cut at LF in both, which these encodings write as
   // the byte 0x0A.
-  const std::u16string_view text = view();
+  const std::u16string_view text = _text.view();
   std::vector<std::pair<std::uint32_t, std::uint32_t>> textLines;
   std::vector<std::pair<std::size_t, std::size_t>> byteLines;
   for (std::uint32_t b = 0; b < text.size();) {
@@ -447,7 +531,7 @@ void YIniSourceRecord::attachBytes(std::string_view bytes, YStringEncoding encod
 // only a line holding U+FFFD can fail to encode back to its bytes. An
 // invalid sequence never takes in a line feed, so the lines pair up.
 void YIniSourceRecord::keepLinesWithReplacements(std::string_view bytes) {
-  const std::u16string_view text = view();
+  const std::u16string_view text = _text.view();
   std::size_t replacement = findReplacementCharacter(text);
   if (replacement == std::u16string_view::npos) return;
   std::uint32_t lineStart = 0;  // the text line holding `replacement`
@@ -477,7 +561,7 @@ void YIniSourceRecord::keepLinesWithReplacements(std::string_view bytes) {
 
 std::uint32_t YIniSourceRecord::splitPoint(std::uint32_t from, std::uint32_t limit, std::uint32_t wanted) const {
   if (limit - from <= wanted) return limit;
-  std::uint32_t point = findLineFeed(view(), from + wanted, limit);
+  std::uint32_t point = withText([&](auto text) { return findLineFeed(text, from + wanted, limit); });
   if (point >= limit) return limit;
   ++point;
   auto line = std::lower_bound(_keptLines.begin(), _keptLines.end(), point,
@@ -488,7 +572,12 @@ std::uint32_t YIniSourceRecord::splitPoint(std::uint32_t from, std::uint32_t lim
 
 bool YIniSourceRecord::appendOriginalBytes(std::uint32_t start, std::uint32_t end, std::string& out,
                                            std::shared_ptr<YError>* error) const {
-  const std::u16string_view text = view();
+  // ASCII bytes are their own UTF-8, and none was kept.
+  if (_isASCII) {
+    out.append(_ascii.view().substr(start, end - start));
+    return true;
+  }
+  const std::u16string_view text = _text.view();
   // The text was decoded from these bytes, so each form is written unit by
   // unit as it was read (a lone surrogate in UTF-16 included).
   auto encode = [&](std::uint32_t a, std::uint32_t b) {

@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "YFile.h"
 #include "YIniElement.h"
 #include "YString.h"
 #include "YStringEncoding.h"
@@ -63,6 +64,10 @@ class YIniSourceRecord {
   /// A record over a snapshot of `text` (a copy, which for an immutable
   /// string is the string itself).
   explicit YIniSourceRecord(const YString& text);
+  // A record of ASCII text (bytes below 0x80, neither NUL) read from UTF-8
+  // without a byte-order mark: it keeps the bytes, each the code unit of the
+  // same value, instead of a UTF-16 copy of half the size.
+  explicit YIniSourceRecord(YFileBytes ascii);
 
   // ---- recording, while loading ----
 
@@ -81,8 +86,20 @@ class YIniSourceRecord {
 
   // ---- queries ----
 
-  const YString& text() const noexcept { return _text; }
-  std::u16string_view view() const noexcept { return _text.view(); }
+  // Whether the record holds ASCII bytes, and those bytes.
+  bool isASCII() const noexcept { return _isASCII; }
+  std::string_view asciiText() const noexcept { return _ascii.view(); }
+  // The text's length in code units.
+  std::size_t length() const noexcept { return _length; }
+  // The code unit at `position` (< length()).
+  char16_t unitAt(std::uint32_t position) const noexcept {
+    return _isASCII ? static_cast<char16_t>(_ascii.view()[position]) : _text.view()[position];
+  }
+  // The code units of the range [start, end) (in range): a copy, and a new string of them.
+  std::u16string unitsOfRange(std::uint32_t start, std::uint32_t end) const;
+  YString stringOfRange(std::uint32_t start, std::uint32_t end) const;
+  // Appends the code units of the range [start, end) (in range) to the mutable `out`.
+  void appendUnitsOfRange(std::uint32_t start, std::uint32_t end, const YString& out) const;
   std::size_t count() const noexcept { return _kinds.size(); }
   Kind kind(std::size_t index) const noexcept { return _kinds[index]; }
   std::uint32_t start(std::size_t index) const noexcept { return _bounds[index]; }
@@ -161,12 +178,34 @@ class YIniSourceRecord {
   };
   static constexpr std::uint32_t kNoStop = UINT32_MAX;
 
+  void reserveEntries();
   void appendEntry(Kind kind, std::uint32_t end);
   // Keeps the bytes of the lines of UTF-8 `bytes` that were decoded with U+FFFD.
   void keepLinesWithReplacements(std::string_view bytes);
   const std::vector<std::uint32_t>& lineStarts() const;
 
+  // The forms of the queries over either form of the text.
+  template <class Text>
+  static OptionLayout optionLayoutOfRangeIn(Text text, std::uint32_t start, std::uint32_t end);
+  template <class Text>
+  bool valueUnchangedIn(Text text, std::size_t index, const OptionLayout& layout, const YString& value) const;
+  template <class Text>
+  std::unique_ptr<Style> styleOf(Text text) const;
+
+  // Calls `read` with the text as the record holds it: its ASCII bytes (a
+  // std::string_view) or UTF-16 (a std::u16string_view). Either is read
+  // unit by unit alike: ASCII bytes are the code units of the same value.
+  template <class Read>
+  decltype(auto) withText(Read&& read) const {
+    if (_isASCII) return read(_ascii.view());
+    return read(_text.view());
+  }
+
+  // The text: UTF-16, or else ASCII bytes.
   YString _text;
+  YFileBytes _ascii;
+  std::size_t _length = 0;  // in code units
+  bool _isASCII = false;
   std::vector<std::uint32_t> _bounds{0};  // entry i is [_bounds[i], _bounds[i + 1])
   std::vector<Kind> _kinds;
   // Per entry, a check of the element loaded from it (0 for skipped text):

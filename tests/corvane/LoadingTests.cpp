@@ -180,6 +180,48 @@ class FileLoading : public ::testing::Test {
   filefault::TempDir dir;
 };
 
+// Bytes of ASCII text are read as they are, not decoded first: whichever
+// way a text comes, as a string, as bytes or in a file, it loads into the
+// same tree, and a long text shares its option names all the same. Bytes
+// that are not plain ASCII (a NUL, UTF-8 beyond ASCII, a byte-order mark,
+// UTF-16 without one) are decoded as ever.
+TEST_F(FileLoading, EveryRouteLoadsTheSameTree) {
+  std::string many = "# many\n[many]\n";
+  for (int i = 0; i < 4000; ++i) many += "name" + std::to_string(i % 40) + " =\tv" + std::to_string(i) + " \r\n";
+  many += "last = value\n  continued \n\tand more\n[end]";
+  auto widened = [](const std::string& ascii) { return std::u16string(ascii.begin(), ascii.end()); };
+  const struct Case {
+    std::string bytes;
+    std::u16string text;
+  } cases[] = {
+      {"", u""},
+      {"[a]\nk = v\n  more\r\n#c\n\nx=1", u"[a]\nk = v\n  more\r\n#c\n\nx=1"},
+      {"k=v\n[a]\n[b\n=\n  stray\nz = 1\n\x7F\n", u"k=v\n[a]\n[b\n=\n  stray\nz = 1\n\x7F\n"},
+      {many, widened(many)},
+      {"\xEF\xBB\xBF[a]\nk=v\n", u"[a]\nk=v\n"},
+      {std::string("[\0a\0]\0\n\0k\0=\0v\0\n\0", 16), u"[a]\nk=v\n"},
+      {std::string("[\0a\0]\0\n\0", 8), u"[a]\n"},
+      {"[\xC3\xA9]\nk=\xC3\xA9\n", u"[\u00E9]\nk=\u00E9\n"},
+      {std::string("[a]\nk=v\0w\n", 11), std::u16string(u"[a]\nk=v\0w\n", 11)},
+  };
+  const auto factory = YIniStandardElementFactory::standardFactory();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(visible(YString(c.text)).substr(0, 60));
+    const auto expected = describeAll(YIniDocument::documentFromStringFactory(YString(c.text), factory)->elements(), true);
+    auto fromBytes = YIniDocument::documentWithDataFactory(c.bytes, factory);
+    auto fromFile = YIniDocument::documentWithContentsOfFileFactory(write("route.ini", c.bytes), factory);
+    EXPECT_EQ(describeAll(fromBytes->elements(), true), expected);
+    EXPECT_EQ(describeAll(fromFile->elements(), true), expected);
+    if (c.bytes != many) continue;
+    for (const auto& document : {fromBytes, fromFile}) {
+      auto options = document->sectionForName(YString("many"))->options();
+      ASSERT_EQ(options->count(), 4001u);
+      for (std::size_t i = 40; i < 4000; ++i)
+        ASSERT_TRUE(options->objectAtIndex(i)->name().isIdenticalTo(options->objectAtIndex(i % 40)->name())) << i;
+    }
+  }
+}
+
 // Loading never commits, whichever way the text comes: the document and each
 // section holding children report themselves modified until the host commits,
 // and the host's observer of "modified" hears the commit.

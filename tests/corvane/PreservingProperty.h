@@ -95,6 +95,7 @@ class Checker {
     for (unsigned i = 0; i < edits; ++i) edit();
     std::shared_ptr<YError> error;
     const YString saved = _document->preservedStringValueWithError(&error);
+    if (Outcome twin = checkBytesTwin(edits, saved); !twin.ok) return twin;
     if (saved.isNull()) {
       if (error && error->code() == YIniTextWouldNotReadBackError) return {true, "", true};
       return {false, std::string("the preserving save failed: ").append(error ? error->description().UTF8String() : "no error")};
@@ -116,7 +117,61 @@ class Checker {
     YString a, b;  // name or text, value
   };
 
-  unsigned pick(unsigned bound) { return bound ? _choice(bound) : 0; }
+  unsigned pick(unsigned bound) {
+    if (!bound) return 0;
+    if (_replay) return _next < _picks.size() ? _picks[_next++] % bound : 0;
+    _picks.push_back(_choice(bound));
+    return _picks.back();
+  }
+
+  // Whether loading the text's UTF-8 bytes reads them as ASCII, not decoded:
+  // no unit is NUL or above 0x7F.
+  bool isPlainASCII() const {
+    for (char16_t c : _text.view())
+      if (c == 0 || c >= 0x80) return false;
+    return true;
+  }
+
+  // The document's queries of its source, for comparing two loads.
+  static std::string sourceAnswers(YIniDocument& document) {
+    std::string out = std::to_string(document.readingStopLineNumber()) + "|" +
+                      document.readingStopLineText().UTF8String() + "|";
+    for (const auto& head : document.headOptions())
+      out += head.name.UTF8String() + "=" + head.value.UTF8String() + "@" + std::to_string(head.lineNumber) + "|";
+    for (const auto& child : document.elements()->vector()) {
+      out += std::to_string(document.lineNumberForElement(*child)) + ",";
+      if (auto section = YCast<YIniSection>(child))
+        for (const auto& grandchild : section->elements()->vector())
+          out += std::to_string(document.lineNumberForElement(*grandchild)) + ",";
+    }
+    return out;
+  }
+
+  // ASCII text loaded from bytes is kept as bytes, not decoded to UTF-16:
+  // the same edits on the bytes' document must answer and save exactly as
+  // on the string's.
+  Outcome checkBytesTwin(unsigned edits, const YString& saved) {
+    if (_replay || !isPlainASCII()) return {};
+    Checker twin(_text, nullptr);
+    twin._replay = true;
+    twin._picks = _picks;
+    auto factory = YIniStandardElementFactory::standardFactory();
+    twin._document = YIniDocument::documentWithDataFactory(_text.UTF8String(), factory);
+    auto fresh = YIniDocument::documentFromStringFactory(_text, factory);
+    if (sourceAnswers(*twin._document) != sourceAnswers(*fresh))
+      return {false, "the bytes' document answers otherwise after loading"};
+    for (unsigned i = 0; i < edits; ++i) twin.edit();
+    if (sourceAnswers(*twin._document) != sourceAnswers(*_document))
+      return {false, "the bytes' document answers otherwise after the edits"};
+    std::shared_ptr<YError> error;
+    const YString twinSaved = twin._document->preservedStringValueWithError(&error);
+    if (twinSaved.isNull() != saved.isNull() || (!saved.isNull() && twinSaved != saved))
+      return {false, std::string("the bytes' document saves otherwise:\n").append(twinSaved.isNull() ? "(refused)" : twinSaved.UTF8String())};
+    if (saved.isNull()) return {};
+    const auto bytes = twin._document->preservedDataWithError(&error);
+    if (!bytes || *bytes != saved.UTF8String()) return {false, "the bytes' document encodes otherwise"};
+    return {};
+  }
 
   std::shared_ptr<YIniElement> parentHeld(YIniCompositeElement* parent) {
     return std::static_pointer_cast<YIniElement>(parent->shared_from_this());
@@ -291,6 +346,9 @@ class Checker {
 
   YString _text;
   Choice _choice;
+  std::vector<unsigned> _picks;  // every choice made, for a twin to replay
+  bool _replay = false;
+  std::size_t _next = 0;
   std::shared_ptr<YIniDocument> _document;
   std::map<YIniElement*, Loaded> _loaded;
   std::set<YIniElement*> _touched;

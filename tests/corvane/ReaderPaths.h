@@ -44,6 +44,14 @@ struct Reading {
   bool operator==(const Reading&) const = default;
 };
 
+/// Whether loading the text's UTF-8 bytes reads them as they are (no unit is
+/// NUL or above 0x7F) rather than decoding them.
+inline bool isPlainASCII(const YString& text) {
+  for (char16_t c : text.view())
+    if (c == 0 || c >= 0x80) return false;
+  return true;
+}
+
 namespace detail {
 
 inline void lineNumbers(YIniDocument& document, const std::shared_ptr<YArray<YIniElement>>& elements,
@@ -90,9 +98,24 @@ inline std::string tokenDifference(const YString& text) {
       YUnicharStream::streamWithBuffer(YStringBuffer::bufferFromString(text)), YIniReaderRules(classes));
   const YIniLineRecognizer::Classes recognized = classes.classes();
   YTokenMatch expected, actual;
+  // ASCII text loaded from bytes is read as bytes: the recogniser must cut
+  // them as it cuts the same text in UTF-16.
+  const std::string bytes = isPlainASCII(text) ? text.UTF8String() : std::string();
   try {
     while (scanner->nextMatch(expected)) {
       const auto position = static_cast<std::size_t>(expected.position);
+      if (!bytes.empty()) {
+        YIniLineRecognizer::Line wide{}, narrow{};
+        const bool a = YIniLineRecognizer::lineAtPosition(text.view(), position, wide);
+        const bool b = YIniLineRecognizer::lineAtPosition(std::string_view(bytes), position, narrow);
+        auto fields = [](const YIniLineRecognizer::Line& l) {
+          return std::to_string(static_cast<int>(l.kind)) + "@" + std::to_string(l.start) + "-" +
+                 std::to_string(l.end) + " " + std::to_string(l.keyStart) + "-" + std::to_string(l.keyEnd) + " " +
+                 std::to_string(l.valueStart) + "-" + std::to_string(l.valueEnd);
+        };
+        if (a != b || (a && fields(wide) != fields(narrow)))
+          return "bytes cut as " + fields(narrow) + " where UTF-16 is cut as " + fields(wide);
+      }
       if (!YIniLineRecognizer::tokenAtPosition(text.view(), position, recognized, actual)) continue;
       // Every class has a name of its own, so the descriptions differ exactly where the tokens do.
       const std::string made = detail::describe(actual), ruled = detail::describe(expected);
@@ -137,10 +160,61 @@ inline Reading read(const YString& text, bool recognizer) {
   return reading;
 }
 
-/// Empty when both ways cut `text` into the same tokens and read it alike;
-/// otherwise what differs first.
+/// The document `text` loads into, read as `read` does (the enumerator's
+/// sequence left out), loaded from its UTF-8 bytes.
+inline Reading readBytes(const YString& text) {
+  Reading reading;
+  LogCapture log;
+  try {
+    auto document = YIniDocument::documentWithDataFactory(text.UTF8String(), YIniStandardElementFactory::standardFactory());
+    reading.tree = describeAll(document->elements(), true);
+    detail::lineNumbers(*document, document->elements(), reading.lines);
+    reading.stopped = document->readingStopped();
+    reading.plain = document->stringValue().u16string();
+    reading.preserved = preservedBytes(*document);
+  } catch (const std::exception& e) {
+    reading.failure = e.what();
+  }
+  reading.log = log.lines;
+  return reading;
+}
+
+/// Empty when ASCII `text` loads from its bytes as from itself; otherwise
+/// what differs first.
+inline std::string bytesDifference(const YString& text) {
+  Reading fromText;
+  {
+    LogCapture log;
+    try {
+      auto document = YIniDocument::documentFromStringFactory(text, YIniStandardElementFactory::standardFactory());
+      fromText.tree = describeAll(document->elements(), true);
+      detail::lineNumbers(*document, document->elements(), fromText.lines);
+      fromText.stopped = document->readingStopped();
+      fromText.plain = document->stringValue().u16string();
+      fromText.preserved = preservedBytes(*document);
+    } catch (const std::exception& e) {
+      fromText.failure = e.what();
+    }
+    fromText.log = log.lines;
+  }
+  const Reading fromBytes = readBytes(text);
+  if (fromBytes == fromText) return "";
+  if (fromBytes.failure != fromText.failure) return "bytes: failure: " + fromBytes.failure + " | " + fromText.failure;
+  if (fromBytes.tree != fromText.tree) return "bytes: tree " + detail::firstDifference(fromBytes.tree, fromText.tree);
+  if (fromBytes.lines != fromText.lines) return "bytes: line numbers differ";
+  if (fromBytes.stopped != fromText.stopped) return "bytes: readingStopped differs";
+  if (fromBytes.plain != fromText.plain) return "bytes: stringValue differs";
+  if (fromBytes.preserved != fromText.preserved) return "bytes: preserved bytes differ";
+  return "bytes: log " + detail::firstDifference(fromBytes.log, fromText.log);
+}
+
+/// Empty when both ways cut `text` into the same tokens and read it alike,
+/// and ASCII text loads from its bytes as from itself; otherwise what
+/// differs first.
 inline std::string compare(const YString& text) {
   if (std::string tokens = tokenDifference(text); !tokens.empty()) return tokens;
+  if (isPlainASCII(text))
+    if (std::string bytes = bytesDifference(text); !bytes.empty()) return bytes;
   const Reading fast = read(text, true), reference = read(text, false);
   if (fast == reference) return "";
   if (fast.failure != reference.failure) return "failure: " + fast.failure + " | " + reference.failure;
