@@ -4,6 +4,10 @@
 #include <memory>
 #include <utility>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "YAssertionHandler.h"
 #include "YCharacterSet.h"
 #include "YEndOfLineRule.h"
@@ -223,7 +227,6 @@ struct YIniDocumentEnumerator::Reading {
   // The name in [begin, end) of the text (in range), trimmed of spaces and
   // tabs: an equal name read before, or a new string. Needs `names`.
   YString name(std::size_t begin, std::size_t end);
-  YString sharedName(const char16_t* units, std::size_t begin, std::size_t end);
 };
 
 namespace {
@@ -260,23 +263,55 @@ inline bool sameUnits(const char16_t* a, const char16_t* b, std::size_t n) noexc
     return (differs(a, b) | differs(a + 4, b + 4) | differs(a + n - 8, b + n - 8) | differs(a + n - 4, b + n - 4)) == 0;
   return std::memcmp(a, b, n * sizeof(char16_t)) == 0;
 }
+
+// The same over ASCII: a hash of a name's bytes (a reading hashes one kind
+// of text only), and whether the n code units at `a` are the n bytes at `b`.
+inline unsigned nameSlot(const char* bytes, std::size_t n) noexcept {
+  std::uint32_t first, last;
+  if (n >= 4) {
+    std::memcpy(&first, bytes, 4);
+    std::memcpy(&last, bytes + n - 4, 4);
+  } else {
+    first = n ? static_cast<unsigned char>(bytes[0]) : 0;
+    last = n ? static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[n - 1])) << 8 |
+                   static_cast<unsigned char>(bytes[n / 2])
+             : 0;
+  }
+  const std::uint64_t h = (first * 0x9E3779B97F4A7C15ULL) ^ (last * 0xC2B2AE3D27D4EB4FULL) ^ n;
+  return static_cast<unsigned>((h ^ (h >> 29)) * 0x165667B19E3779F9ULL >> (64 - kNameSlotBits));
+}
+inline bool sameUnits(const char16_t* a, const char* b, std::size_t n) noexcept {
+#if defined(__SSE2__)
+  // Names of 8 to 16 units, most of them: their first and last eight bytes
+  // widened, against their first and last eight units.
+  if (n >= 8 && n <= 16) {
+    const __m128i zero = _mm_setzero_si128();
+    auto widened = [&](const char* at) {
+      return _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(at)), zero);
+    };
+    auto units = [](const char16_t* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); };
+    const __m128i same =
+        _mm_and_si128(_mm_cmpeq_epi16(widened(b), units(a)), _mm_cmpeq_epi16(widened(b + n - 8), units(a + n - 8)));
+    return _mm_movemask_epi8(same) == 0xFFFF;
+  }
+#endif
+  for (std::size_t i = 0; i < n; ++i)
+    if (a[i] != static_cast<unsigned char>(b[i])) return false;
+  return true;
+}
 }  // namespace
 
 YString YIniDocumentEnumerator::Reading::name(std::size_t begin, std::size_t end) {
-  if (!readsASCII) return sharedName(text.data(), begin, end);
-  const char* bytes = ascii.data();
-  trim<false>(bytes, begin, end);
-  const std::size_t n = end - begin;
-  // Keys are short: widened on the stack, they are looked up as UTF-16 text
-  // is; a longer one is not shared.
-  constexpr std::size_t kLongest = 64;
-  if (n > kLongest) return YString::stringWithLatin1Characters(bytes + begin, n);
-  char16_t units[kLongest];
-  for (std::size_t i = 0; i < n; ++i) units[i] = static_cast<unsigned char>(bytes[begin + i]);
-  return sharedName(units, 0, n);
-}
-
-YString YIniDocumentEnumerator::Reading::sharedName(const char16_t* units, std::size_t begin, std::size_t end) {
+  if (readsASCII) {
+    const char* bytes = ascii.data();
+    trim<false>(bytes, begin, end);
+    const std::size_t n = end - begin;
+    YString& slot = names[nameSlot(bytes + begin, n)];
+    if (!slot.isNull() && slot.length() == n && sameUnits(slot.characters(), bytes + begin, n)) return slot;
+    slot = YString::stringWithLatin1Characters(bytes + begin, n);
+    return slot;
+  }
+  const char16_t* units = text.data();
   trim<false>(units, begin, end);
   const std::size_t n = end - begin;
   YString& slot = names[nameSlot(units + begin, n)];

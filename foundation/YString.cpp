@@ -46,18 +46,42 @@ inline void freeBytes(void* p, std::size_t size) noexcept {
 }
 
 // `chars` may be null: the caller fills the code units in.
-// Widens `n` Latin-1 characters to code units, sixteen at a time with SSE2.
+// Widens `n` Latin-1 characters to code units: with SSE2 sixteen at a time,
+// and the last few, or a short string's, as overlapping blocks of eight or
+// four (names and values run to tens of characters).
 void widenLatin1(char16_t* out, const char* in, std::size_t n) noexcept {
-  std::size_t i = 0;
 #if defined(__SSE2__)
   const __m128i zero = _mm_setzero_si128();
-  for (; i + 16 <= n; i += 16) {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(bytes, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(bytes, zero));
+  auto eight = [&](std::size_t at) {
+    const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(in + at));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at), _mm_unpacklo_epi8(bytes, zero));
+  };
+  auto four = [&](std::size_t at) {
+    std::int32_t word;
+    std::memcpy(&word, in + at, 4);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + at), _mm_unpacklo_epi8(_mm_cvtsi32_si128(word), zero));
+  };
+  if (n >= 8) {
+    std::size_t i = 0;
+    for (; i + 16 <= n; i += 16) {
+      const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(bytes, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(bytes, zero));
+    }
+    if (i + 8 <= n) {
+      eight(i);
+      i += 8;
+    }
+    if (i < n) eight(n - 8);
+    return;
+  }
+  if (n >= 4) {
+    four(0);
+    four(n - 4);
+    return;
   }
 #endif
-  for (; i < n; ++i) out[i] = static_cast<unsigned char>(in[i]);
+  for (std::size_t i = 0; i < n; ++i) out[i] = static_cast<unsigned char>(in[i]);
 }
 
 YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {

@@ -101,74 +101,83 @@ TEST(Loading, AddCommentsMovesThemAndEmptiesTheList) {
 // still each come back exactly, trimmed as ever, and a name repeated in every
 // section is one string.
 TEST(Loading, LongTextsShareEqualNamesAndKeepEveryNameExact) {
-  std::string text = "# " + std::string(40000, 'x') + "\n[many]\n";  // long enough to share names
-  std::vector<std::string> expected;
-  for (int i = 0; i < 3000; ++i) {
-    text += "n" + std::to_string(i) + "=" + std::to_string(i) + "\n";
-    expected.push_back("n" + std::to_string(i));
-  }
-  const std::vector<std::pair<std::string, std::string>> odd = {
-      {"\tspaced \t", "spaced"}, {"spaced", "spaced"}, {"a", "a"}, {"ab", "ab"},  {"abc", "abc"},
-      {"abcdXefgh", "abcdXefgh"}, {"abcdYefgh", "abcdYefgh"}, {"abcdefgh", "abcdefgh"}, {"ff\f", "ff\f"},
-      {"\xC3\xA9t\xC3\xA9", "\xC3\xA9t\xC3\xA9"},
-      {"", ""}, {"a", "a"},
-  };
-  // Names of one length that differ in one unit share their first and last
-  // units, so they meet in the table, and only their middle tells them apart.
-  text += "[lengths]\n";
-  for (std::size_t length = 1; length <= 28; ++length)
-    for (std::size_t p = 0; p < length; ++p) {
-      std::string same(length, 'a'), other(length, 'a');
-      other[p] = 'b';
-      text += same + "=v\n" + other + "=v\n";
-      expected.push_back(same);
-      expected.push_back(other);
+  // Read from a string, and from its bytes, which are ASCII but for one
+  // name: without it they are read as they are, not decoded.
+  for (const bool fromBytes : {false, true}) {
+    SCOPED_TRACE(fromBytes ? "from bytes" : "from a string");
+    std::string text = "# " + std::string(40000, 'x') + "\n[many]\n";  // long enough to share names
+    std::vector<std::string> expected;
+    for (int i = 0; i < 3000; ++i) {
+      text += "n" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+      expected.push_back("n" + std::to_string(i));
     }
-  // More names than the table has places, so that some must meet there
-  // whatever its hash: 5,000 names of eight units that differ only in their
-  // last four, and 250 names each read after a hundred longer names that
-  // start with it.
-  text += "[tails]\n";
-  for (int i = 0; i < 5000; ++i) {
-    std::string name = "abcd";
-    for (int v = i, k = 0; k < 4; ++k, v /= 26) name += static_cast<char>('a' + v % 26);
-    text += name + "=v\n";
-    expected.push_back(name);
-  }
-  text += "[prefixes]\n";
-  for (int i = 0; i < 250; ++i) {
-    const std::string shorter = "p" + std::to_string(1000 + i) + "key";
-    for (int j = 0; j < 100; ++j) {
-      text += shorter + std::to_string(10 + j) + "=v\n";
-      expected.push_back(shorter + std::to_string(10 + j));
-    }
-    text += shorter + "=v\n";
-    expected.push_back(shorter);
-  }
-  text += "[odd]\n";
-  for (const auto& [written, read] : odd) {
-    text += written + "=v\n";
-    expected.push_back(read);
-  }
-  for (int i = 0; i < 50; ++i) {
-    text += "[r" + std::to_string(i) + "]\nport=" + std::to_string(i) + "\n";
-    expected.push_back("port");
-  }
-  auto document = load(text);
-  std::vector<std::string> names;
-  std::vector<YString> ports;
-  for (const auto& child : document->elements()->vector()) {
-    auto* section = YCast<YIniSection>(child.get());
-    if (!section) continue;
-    for (const auto& grandchild : section->elements()->vector())
-      if (auto* option = YCast<YIniOption>(grandchild.get())) {
-        names.push_back(option->name().UTF8String());
-        if (option->name().isEqualToString(YString(u"port"))) ports.push_back(option->name());
+    const std::vector<std::pair<std::string, std::string>> odd = {
+        {"\tspaced \t", "spaced"}, {"spaced", "spaced"}, {"a", "a"}, {"ab", "ab"},  {"abc", "abc"},
+        {"abcdXefgh", "abcdXefgh"}, {"abcdYefgh", "abcdYefgh"}, {"abcdefgh", "abcdefgh"}, {"ff\f", "ff\f"},
+        {"", ""}, {"a", "a"},
+    };
+    // Names of one length that differ in one unit share their first and last
+    // units, so they meet in the table, and only their middle tells them apart.
+    text += "[lengths]\n";
+    for (std::size_t length = 1; length <= 28; ++length)
+      for (std::size_t p = 0; p < length; ++p) {
+        std::string same(length, 'a'), other(length, 'a');
+        other[p] = 'b';
+        text += same + "=v\n" + other + "=v\n";
+        expected.push_back(same);
+        expected.push_back(other);
       }
+    // More names than the table has places, so that some must meet there
+    // whatever its hash: 5,000 names of eight units that differ only in their
+    // last four, and 250 names each read after a hundred longer names that
+    // start with it.
+    text += "[tails]\n";
+    for (int i = 0; i < 5000; ++i) {
+      std::string name = "abcd";
+      for (int v = i, k = 0; k < 4; ++k, v /= 26) name += static_cast<char>('a' + v % 26);
+      text += name + "=v\n";
+      expected.push_back(name);
+    }
+    text += "[prefixes]\n";
+    for (int i = 0; i < 250; ++i) {
+      const std::string shorter = "p" + std::to_string(1000 + i) + "key";
+      for (int j = 0; j < 100; ++j) {
+        text += shorter + std::to_string(10 + j) + "=v\n";
+        expected.push_back(shorter + std::to_string(10 + j));
+      }
+      text += shorter + "=v\n";
+      expected.push_back(shorter);
+    }
+    text += "[odd]\n";
+    for (const auto& [written, read] : odd) {
+      text += written + "=v\n";
+      expected.push_back(read);
+    }
+    for (int i = 0; i < 50; ++i) {
+      text += "[r" + std::to_string(i) + "]\nport=" + std::to_string(i) + "\n";
+      expected.push_back("port");
+    }
+    if (!fromBytes) {
+      text += "\xC3\xA9t\xC3\xA9=v\n";
+      expected.push_back("\xC3\xA9t\xC3\xA9");
+    }
+    auto document = fromBytes ? YIniDocument::documentWithDataFactory(text, YIniStandardElementFactory::standardFactory())
+                              : load(text);
+    std::vector<std::string> names;
+    std::vector<YString> ports;
+    for (const auto& child : document->elements()->vector()) {
+      auto* section = YCast<YIniSection>(child.get());
+      if (!section) continue;
+      for (const auto& grandchild : section->elements()->vector())
+        if (auto* option = YCast<YIniOption>(grandchild.get())) {
+          names.push_back(option->name().UTF8String());
+          if (option->name().isEqualToString(YString(u"port"))) ports.push_back(option->name());
+        }
+    }
+    EXPECT_EQ(names, expected);
+    ASSERT_EQ(ports.size(), 50u);
+    for (const auto& port : ports) EXPECT_TRUE(port.isIdenticalTo(ports[0]));
   }
-  EXPECT_EQ(names, expected);
-  ASSERT_EQ(ports.size(), 50u);
-  for (const auto& port : ports) EXPECT_TRUE(port.isIdenticalTo(ports[0]));
 }
 
 class FileLoading : public ::testing::Test {
