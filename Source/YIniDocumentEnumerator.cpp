@@ -227,6 +227,8 @@ struct YIniDocumentEnumerator::Reading {
   // The name in [begin, end) of the text (in range), trimmed of spaces and
   // tabs: an equal name read before, or a new string. Needs `names`.
   YString name(std::size_t begin, std::size_t end);
+  template <class Unit>
+  YString sharedName(const Unit* units, std::size_t begin, std::size_t end);
 };
 
 namespace {
@@ -302,21 +304,16 @@ inline bool sameUnits(const char16_t* a, const char* b, std::size_t n) noexcept 
 }  // namespace
 
 YString YIniDocumentEnumerator::Reading::name(std::size_t begin, std::size_t end) {
-  if (readsASCII) {
-    const char* bytes = ascii.data();
-    trim<false>(bytes, begin, end);
-    const std::size_t n = end - begin;
-    YString& slot = names[nameSlot(bytes + begin, n)];
-    if (!slot.isNull() && slot.length() == n && sameUnits(slot.characters(), bytes + begin, n)) return slot;
-    slot = YString::stringWithLatin1Characters(bytes + begin, n);
-    return slot;
-  }
-  const char16_t* units = text.data();
+  return readsASCII ? sharedName(ascii.data(), begin, end) : sharedName(text.data(), begin, end);
+}
+
+template <class Unit>
+YString YIniDocumentEnumerator::Reading::sharedName(const Unit* units, std::size_t begin, std::size_t end) {
   trim<false>(units, begin, end);
   const std::size_t n = end - begin;
   YString& slot = names[nameSlot(units + begin, n)];
   if (!slot.isNull() && slot.length() == n && sameUnits(slot.characters(), units + begin, n)) return slot;
-  slot = YString::stringWithCharacters(units + begin, n);
+  slot = stringOfUnits(units + begin, n);
   return slot;
 }
 

@@ -64,9 +64,9 @@ class YIniSourceRecord {
   /// A record over a snapshot of `text` (a copy, which for an immutable
   /// string is the string itself).
   explicit YIniSourceRecord(const YString& text);
-  // A record of ASCII text (bytes below 0x80, neither NUL) read from UTF-8
-  // without a byte-order mark: it keeps the bytes, each the code unit of the
-  // same value, instead of a UTF-16 copy of half the size.
+  /// A record of ASCII text (bytes below 0x80, none NUL) read from UTF-8
+  /// without a byte-order mark: it keeps the bytes, each the code unit of the
+  /// same value, instead of a UTF-16 copy twice their size.
   explicit YIniSourceRecord(YFileBytes ascii);
 
   // ---- recording, while loading ----
@@ -86,19 +86,19 @@ class YIniSourceRecord {
 
   // ---- queries ----
 
-  // Whether the record holds ASCII bytes, and those bytes.
+  /// Whether the record holds ASCII bytes, and those bytes.
   bool isASCII() const noexcept { return _isASCII; }
   std::string_view asciiText() const noexcept { return _ascii.view(); }
-  // The text's length in code units.
+  /// The text's length in code units.
   std::size_t length() const noexcept { return _length; }
-  // The code unit at `position` (< length()).
+  /// The code unit at `position` (< length()).
   char16_t unitAt(std::uint32_t position) const noexcept {
     return _isASCII ? static_cast<char16_t>(_ascii.view()[position]) : _text.view()[position];
   }
-  // The code units of the range [start, end) (in range): a copy, and a new string of them.
+  /// The code units of the range [start, end) (in range): a copy, and a new string of them.
   std::u16string unitsOfRange(std::uint32_t start, std::uint32_t end) const;
   YString stringOfRange(std::uint32_t start, std::uint32_t end) const;
-  // Appends the code units of the range [start, end) (in range) to the mutable `out`.
+  /// Appends the code units of the range [start, end) (in range) to the mutable `out`.
   void appendUnitsOfRange(std::uint32_t start, std::uint32_t end, const YString& out) const;
   std::size_t count() const noexcept { return _kinds.size(); }
   Kind kind(std::size_t index) const noexcept { return _kinds[index]; }

@@ -160,13 +160,14 @@ inline Reading read(const YString& text, bool recognizer) {
   return reading;
 }
 
-/// The document `text` loads into, read as `read` does (the enumerator's
-/// sequence left out), loaded from its UTF-8 bytes.
-inline Reading readBytes(const YString& text) {
+/// What the document `load` gives loads into, read as `read` does (the
+/// enumerator's sequence left out).
+template <class Load>
+inline Reading readDocument(Load load) {
   Reading reading;
   LogCapture log;
   try {
-    auto document = YIniDocument::documentWithDataFactory(text.UTF8String(), YIniStandardElementFactory::standardFactory());
+    auto document = load();
     reading.tree = describeAll(document->elements(), true);
     detail::lineNumbers(*document, document->elements(), reading.lines);
     reading.stopped = document->readingStopped();
@@ -182,22 +183,9 @@ inline Reading readBytes(const YString& text) {
 /// Empty when ASCII `text` loads from its bytes as from itself; otherwise
 /// what differs first.
 inline std::string bytesDifference(const YString& text) {
-  Reading fromText;
-  {
-    LogCapture log;
-    try {
-      auto document = YIniDocument::documentFromStringFactory(text, YIniStandardElementFactory::standardFactory());
-      fromText.tree = describeAll(document->elements(), true);
-      detail::lineNumbers(*document, document->elements(), fromText.lines);
-      fromText.stopped = document->readingStopped();
-      fromText.plain = document->stringValue().u16string();
-      fromText.preserved = preservedBytes(*document);
-    } catch (const std::exception& e) {
-      fromText.failure = e.what();
-    }
-    fromText.log = log.lines;
-  }
-  const Reading fromBytes = readBytes(text);
+  const auto factory = YIniStandardElementFactory::standardFactory();
+  const Reading fromText = readDocument([&] { return YIniDocument::documentFromStringFactory(text, factory); });
+  const Reading fromBytes = readDocument([&] { return YIniDocument::documentWithDataFactory(text.UTF8String(), factory); });
   if (fromBytes == fromText) return "";
   if (fromBytes.failure != fromText.failure) return "bytes: failure: " + fromBytes.failure + " | " + fromText.failure;
   if (fromBytes.tree != fromText.tree) return "bytes: tree " + detail::firstDifference(fromBytes.tree, fromText.tree);
