@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
 #if defined(__SSE2__)
@@ -236,16 +237,23 @@ constexpr unsigned kNameSlotBits = 12;
 // Texts of at least this many code units share their option names.
 constexpr std::size_t kSharedNamesFrom = std::size_t(32) << 10;
 
-// A hash of the units of a short name: its first and last four units, its
-// length, folded into kNameSlotBits bits.
-inline unsigned nameSlot(const char16_t* units, std::size_t n) noexcept {
-  std::uint64_t first, last;
+// A hash of the units of a short name (UTF-16, or ASCII bytes: a reading
+// hashes one kind of text only): its first and last four units, its length,
+// folded into kNameSlotBits bits.
+template <class Unit>
+inline unsigned nameSlot(const Unit* units, std::size_t n) noexcept {
+  using Four = std::conditional_t<sizeof(Unit) == 1, std::uint32_t, std::uint64_t>;  // four units
+  auto unit = [&](std::size_t i) -> std::uint64_t { return static_cast<std::make_unsigned_t<Unit>>(units[i]); };
+  std::uint64_t first = 0, last = 0;
   if (n >= 4) {
-    std::memcpy(&first, units, 8);
-    std::memcpy(&last, units + n - 4, 8);
-  } else {
-    first = n ? units[0] : 0;
-    last = n ? std::uint64_t(units[n - 1]) << 16 | units[n / 2] : 0;
+    Four word;
+    std::memcpy(&word, units, sizeof word);
+    first = word;
+    std::memcpy(&word, units + n - 4, sizeof word);
+    last = word;
+  } else if (n) {
+    first = unit(0);
+    last = unit(n - 1) << 16 | unit(n / 2);
   }
   const std::uint64_t h = (first * 0x9E3779B97F4A7C15ULL) ^ (last * 0xC2B2AE3D27D4EB4FULL) ^ n;
   return static_cast<unsigned>((h ^ (h >> 29)) * 0x165667B19E3779F9ULL >> (64 - kNameSlotBits));
@@ -266,22 +274,7 @@ inline bool sameUnits(const char16_t* a, const char16_t* b, std::size_t n) noexc
   return std::memcmp(a, b, n * sizeof(char16_t)) == 0;
 }
 
-// The same over ASCII: a hash of a name's bytes (a reading hashes one kind
-// of text only), and whether the n code units at `a` are the n bytes at `b`.
-inline unsigned nameSlot(const char* bytes, std::size_t n) noexcept {
-  std::uint32_t first, last;
-  if (n >= 4) {
-    std::memcpy(&first, bytes, 4);
-    std::memcpy(&last, bytes + n - 4, 4);
-  } else {
-    first = n ? static_cast<unsigned char>(bytes[0]) : 0;
-    last = n ? static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[n - 1])) << 8 |
-                   static_cast<unsigned char>(bytes[n / 2])
-             : 0;
-  }
-  const std::uint64_t h = (first * 0x9E3779B97F4A7C15ULL) ^ (last * 0xC2B2AE3D27D4EB4FULL) ^ n;
-  return static_cast<unsigned>((h ^ (h >> 29)) * 0x165667B19E3779F9ULL >> (64 - kNameSlotBits));
-}
+// Whether the n code units at `a` are the n ASCII bytes at `b`.
 inline bool sameUnits(const char16_t* a, const char* b, std::size_t n) noexcept {
 #if defined(__SSE2__)
   // Names of 8 to 16 units, most of them: their first and last eight bytes

@@ -127,39 +127,6 @@ inline std::string tokenDifference(const YString& text) {
   return "";
 }
 
-/// Reads `text` with the recogniser (true) or the regular expressions alone.
-inline Reading read(const YString& text, bool recognizer) {
-  RecognizerSwitch way(recognizer);
-  Reading reading;
-  LogCapture log;
-  try {
-    const auto factory = YIniStandardElementFactory::standardFactory();
-    auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(text, factory);
-    // After an early end (a stray continuation line) the reader goes on;
-    // at the end of the text it yields null for ever.
-    for (int nulls = 0; nulls < 8;) {
-      auto element = enumerator->nextObject();
-      if (!element) {
-        reading.sequence.push_back("END");
-        ++nulls;
-        continue;
-      }
-      nulls = 0;
-      describeElement(element, reading.sequence, false);
-    }
-    auto document = YIniDocument::documentFromStringFactory(text, factory);
-    reading.tree = describeAll(document->elements(), true);
-    detail::lineNumbers(*document, document->elements(), reading.lines);
-    reading.stopped = document->readingStopped();
-    reading.plain = document->stringValue().u16string();
-    reading.preserved = preservedBytes(*document);
-  } catch (const std::exception& e) {
-    reading.failure = e.what();
-  }
-  reading.log = log.lines;
-  return reading;
-}
-
 /// What the document `load` gives loads into, read as `read` does (the
 /// enumerator's sequence left out).
 template <class Load>
@@ -177,6 +144,43 @@ inline Reading readDocument(Load load) {
     reading.failure = e.what();
   }
   reading.log = log.lines;
+  return reading;
+}
+
+/// Reads `text` with the recogniser (true) or the regular expressions alone.
+inline Reading read(const YString& text, bool recognizer) {
+  RecognizerSwitch way(recognizer);
+  const auto factory = YIniStandardElementFactory::standardFactory();
+  std::vector<std::string> sequence;
+  std::vector<std::string> sequenceLog;
+  {
+    LogCapture log;
+    try {
+      auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(text, factory);
+      // After an early end (a stray continuation line) the reader goes on;
+      // at the end of the text it yields null for ever.
+      for (int nulls = 0; nulls < 8;) {
+        auto element = enumerator->nextObject();
+        if (!element) {
+          sequence.push_back("END");
+          ++nulls;
+          continue;
+        }
+        nulls = 0;
+        describeElement(element, sequence, false);
+      }
+    } catch (const std::exception& e) {
+      Reading failed;
+      failed.sequence = std::move(sequence);
+      failed.failure = e.what();
+      failed.log = log.lines;
+      return failed;
+    }
+    sequenceLog = log.lines;
+  }
+  Reading reading = readDocument([&] { return YIniDocument::documentFromStringFactory(text, factory); });
+  reading.sequence = std::move(sequence);
+  reading.log.insert(reading.log.begin(), sequenceLog.begin(), sequenceLog.end());
   return reading;
 }
 
