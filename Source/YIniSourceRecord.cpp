@@ -238,8 +238,8 @@ std::pair<std::uint32_t, std::uint32_t> YIniSourceRecord::sectionNameRange(std::
 bool YIniSourceRecord::sectionNameUnchanged(std::size_t index, const YString& name) const {
   if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
     return YIniStringsEqual(name, kept->second.first);
-  auto [begin, finish] = sectionNameRange(index);
-  return withText([&](auto text) { return sameText(text, begin, finish, name); });
+  const auto range = sectionNameRange(index);
+  return withText([&](auto text) { return sameText(text, range.first, range.second, name); });
 }
 
 YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayout(std::size_t index) const {
