@@ -237,20 +237,32 @@ constexpr unsigned kNameSlotBits = 12;
 // Texts of at least this many code units share their option names.
 constexpr std::size_t kSharedNamesFrom = std::size_t(32) << 10;
 
-// A hash of the units of a short name (UTF-16, or ASCII bytes: a reading
-// hashes one kind of text only): its first and last four units, its length,
-// folded into kNameSlotBits bits.
+// Four code units at `units` as the 64 bits they take in UTF-16: four
+// ASCII bytes are spread to the low byte of each 16-bit lane.
+inline std::uint64_t fourUnits(const char16_t* units) noexcept {
+  std::uint64_t word;
+  std::memcpy(&word, units, sizeof word);
+  return word;
+}
+inline std::uint64_t fourUnits(const char* bytes) noexcept {
+  std::uint32_t four;
+  std::memcpy(&four, bytes, sizeof four);
+  std::uint64_t word = four;
+  word = (word | word << 16) & 0x0000FFFF0000FFFFULL;
+  return (word | word << 8) & 0x00FF00FF00FF00FFULL;
+}
+
+// A hash of the units of a short name: its first and last four units, its
+// length, folded into kNameSlotBits bits. ASCII bytes hash as the same text
+// in UTF-16 does, so that names meet in the table, and share their strings,
+// alike whichever way a text is read.
 template <class Unit>
 inline unsigned nameSlot(const Unit* units, std::size_t n) noexcept {
-  using Four = std::conditional_t<sizeof(Unit) == 1, std::uint32_t, std::uint64_t>;  // four units
   auto unit = [&](std::size_t i) -> std::uint64_t { return static_cast<std::make_unsigned_t<Unit>>(units[i]); };
   std::uint64_t first = 0, last = 0;
   if (n >= 4) {
-    Four word;
-    std::memcpy(&word, units, sizeof word);
-    first = word;
-    std::memcpy(&word, units + n - 4, sizeof word);
-    last = word;
+    first = fourUnits(units);
+    last = fourUnits(units + n - 4);
   } else if (n) {
     first = unit(0);
     last = unit(n - 1) << 16 | unit(n / 2);

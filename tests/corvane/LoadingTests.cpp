@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
 
 #include "ElementTestSupport.h"
 #include "FileFaultSupport.h"
@@ -177,6 +178,44 @@ TEST(Loading, LongTextsShareEqualNamesAndKeepEveryNameExact) {
     EXPECT_EQ(names, expected);
     ASSERT_EQ(ports.size(), 50u);
     for (const auto& port : ports) EXPECT_TRUE(port.isIdenticalTo(ports[0]));
+  }
+}
+
+// A long ASCII text read from its bytes shares option names exactly as the
+// same text read from a string: more names than the table has places, of
+// each length it hashes its own way, then each again, so that which repeat
+// finds its first string depends on where names meet in the table.
+TEST(Loading, BytesShareOptionNamesAsAStringDoes) {
+  // Each option's name as the index of the first option holding the same string.
+  auto sharing = [](const std::shared_ptr<YIniDocument>& document) {
+    std::vector<std::size_t> firsts;
+    std::map<const char16_t*, std::size_t> seen;
+    const auto options = document->sectionForName(YString("s"))->options();
+    for (const auto& option : options->vector())
+      firsts.push_back(seen.emplace(option->name().characters(), firsts.size()).first->second);
+    return firsts;
+  };
+  const std::string alphabet = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+  for (const std::size_t length : {std::size_t(3), std::size_t(5), std::size_t(8), std::size_t(12), std::size_t(20)}) {
+    SCOPED_TRACE("names of " + std::to_string(length));
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < 6000; ++i) {
+      std::string name(length, 'n');
+      for (std::size_t v = i * 7919, k = 0; k < 3; ++k, v /= alphabet.size())
+        name[(k * (length - 1)) / 2] = alphabet[v % alphabet.size()];
+      names.push_back(name);
+    }
+    std::string text = "[s]\n";
+    for (const auto& name : names) text += name + " = v\n";
+    for (std::size_t i = 0; i < names.size(); ++i) text += names[(i * 37) % names.size()] + "=w\n";
+    const auto factory = YIniStandardElementFactory::standardFactory();
+    const auto fromBytes = sharing(YIniDocument::documentWithDataFactory(text, factory));
+    const auto fromString = sharing(YIniDocument::documentFromStringFactory(YString(text), factory));
+    ASSERT_EQ(fromBytes.size(), 12000u);
+    const auto differs = std::mismatch(fromBytes.begin(), fromBytes.end(), fromString.begin()).first;
+    EXPECT_EQ(differs, fromBytes.end()) << "option " << (differs - fromBytes.begin()) << " shares otherwise";
+    EXPECT_GT(std::count_if(fromString.begin() + 6000, fromString.end(), [](std::size_t first) { return first < 6000; }),
+              1000);
   }
 }
 
