@@ -411,6 +411,37 @@ TEST(PreservingSave, SourceLinesAndTheStopAreReported) {
   EXPECT_EQ(complete->lineNumberForElement(*a), 0u);
 }
 
+// The stop line's text leaves out its LF or CR LF only: a CR without LF
+// ends no line, at the end of the text too. Read from a string and from the
+// bytes of the same text.
+TEST(PreservingSave, TheStopLineLeavesOutItsLineEndOnly) {
+  LogCapture quiet;
+  const struct Case {
+    std::string text;
+    std::size_t line;
+    std::string stopText;
+  } cases[] = {
+      {"[a]\n  stray\r\n", 2, "  stray"},
+      {"[a]\n  stray\n", 2, "  stray"},
+      {"[a]\n  stray", 2, "  stray"},
+      {"[a]\n  stray\r", 2, "  stray\r"},
+      {"[a]\n  stray\rmore\r\n", 2, "  stray\rmore"},
+      {"[a]\nk=v\n\n \r", 4, " \r"},
+      {"  x\r\n[a]\n", 1, "  x"},
+      {"[a]\r\n\r\n  s\r\r\nk=v\r\n", 3, "  s\r"},
+  };
+  const auto factory = YIniStandardElementFactory::standardFactory();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(visible(YString(c.text)));
+    for (const auto& document : {YIniDocument::documentFromStringFactory(YString(c.text), factory),
+                                 YIniDocument::documentWithDataFactory(c.text, factory)}) {
+      EXPECT_TRUE(document->readingStopped());
+      EXPECT_EQ(document->readingStopLineNumber(), c.line);
+      EXPECT_EQ(utf8(document->readingStopLineText()), c.stopText);
+    }
+  }
+}
+
 TEST(PreservingSave, DocumentsWithoutSourceAreWrittenAnew) {
   auto loaded = load("[a]\nk = 1\n\n[b]\nx = 2\n");
   auto copy = std::static_pointer_cast<YIniDocument>(loaded->copyWithZone());
