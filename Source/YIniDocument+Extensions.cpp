@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstring>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #if defined(__SSE2__)
@@ -77,8 +78,9 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
     target.appendQuietly(std::move(element));
   };
   auto closeSection = [&] {
-    if (currentSection && sectionCount) currentSection->appendQuietly(sectionElements.data(), sectionCount);
-    sectionCount = 0;
+    // Taken before appending: a failed append is not tried again from the catch below.
+    const std::size_t count = std::exchange(sectionCount, 0);
+    if (currentSection && count) currentSection->appendQuietly(sectionElements.data(), count);
   };
   auto settle = [&] {
     for (YIniCompositeElement* composite : filled) composite->settleQuietly();
