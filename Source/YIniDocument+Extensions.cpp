@@ -11,6 +11,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "YAllocator.h"
 #include "YAssertionHandler.h"
 #include "YFile.h"
 #include "YIniOptionWriter.h"
@@ -66,15 +67,17 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
   // Placed quietly, a section's elements wait here until the section ends
   // and then go to its list at once: the list is made at its exact size
   // instead of doubling as it grows.
-  std::vector<std::shared_ptr<YIniElement>> sectionElements(quiet ? 32 : 0);
+  std::vector<std::shared_ptr<YIniElement>, YSmallObjectAllocator<std::shared_ptr<YIniElement>>> sectionElements(
+      quiet ? 16 : 0);
   std::size_t sectionCount = 0;  // those waiting in sectionElements
-  auto place = [&](YIniCompositeElement& target, std::shared_ptr<YIniElement> element) {
+  auto gather = [&](std::shared_ptr<YIniElement>& element) {
+    if (sectionCount == sectionElements.size()) sectionElements.resize(2 * sectionCount);
+    sectionElements[sectionCount++] = std::move(element);
+  };
+  // Takes `element` (moved from) to `target`.
+  auto place = [&](YIniCompositeElement& target, std::shared_ptr<YIniElement>& element) {
     if (!quiet) return target.addElement(std::move(element));
-    if (&target == currentSection.get()) {
-      if (sectionCount == sectionElements.size()) sectionElements.resize(2 * sectionCount);
-      sectionElements[sectionCount++] = std::move(element);
-      return;
-    }
+    if (&target == currentSection.get()) return gather(element);
     target.appendQuietly(std::move(element));
   };
   auto closeSection = [&] {
@@ -92,7 +95,7 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
   auto flush = [&](YIniCompositeElement& target) {
     if (!quiet) return addCommentsToObject(pending, target);
     if (quietPending.empty()) return;
-    for (auto& comment : quietPending) place(target, std::move(comment));
+    for (auto& comment : quietPending) place(target, comment);
     quietPending.clear();
   };
   auto hold = [&](std::shared_ptr<YIniElement> element, YIniComment* comment) {
@@ -106,7 +109,7 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
       // options the most common: known at once without a kind test.
       if (quiet && currentSection && ydetail::isExactly<YIniOption>(*element)) {
         flush(*currentSection);
-        place(*currentSection, std::move(element));
+        gather(element);
         continue;
       }
       if (quiet && ydetail::isExactly<YIniComment>(*element)) {
@@ -118,7 +121,7 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
                              : static_cast<YIniCompositeElement&>(*this));
         std::shared_ptr<YIniSection> held(element, section);
         closeSection();
-        place(*this, std::move(element));
+        place(*this, element);
         if (quiet) filled.push_back(section);
         currentSection = std::move(held);
       } else if (YCast<YIniOption>(element.get())) {
@@ -127,7 +130,7 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
           continue;  // the handler returned: the option has nowhere to go
         }
         flush(*currentSection);
-        place(*currentSection, std::move(element));
+        place(*currentSection, element);
       } else if (auto* comment = YCast<YIniComment>(element.get())) {
         hold(std::move(element), comment);
       }

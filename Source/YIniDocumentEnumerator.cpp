@@ -217,7 +217,7 @@ struct YIniDocumentEnumerator::Reading {
   // The pieces of the text as strings: a token's whole text, or a piece
   // trimmed as trimmedPiece() does. `document` is the UTF-16 text, when read.
   template <bool lineEnds>
-  YString piece(const YString& document, std::size_t start, std::size_t end) const {
+  [[gnu::always_inline]] YString piece(const YString& document, std::size_t start, std::size_t end) const {
     return readsASCII ? trimmedPiece<lineEnds>(ascii, start, end) : trimmedPiece<lineEnds>(document, start, end);
   }
   YString token(const YString& document, const Line& line) const {

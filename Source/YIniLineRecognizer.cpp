@@ -86,7 +86,8 @@ namespace {
 // The recogniser over UTF-16 units or ASCII bytes: the rules' characters are
 // all ASCII, so both read alike.
 template <class Unit>
-bool recognize(const Unit* s, std::size_t n, std::size_t p, YIniLineRecognizer::Line& line) noexcept {
+[[gnu::always_inline]] inline bool recognize(const Unit* s, std::size_t n, std::size_t p,
+                                             YIniLineRecognizer::Line& line) noexcept {
   if (p >= n) return false;
   ++tTokens;
   const Unit c = s[p];
