@@ -112,11 +112,10 @@ void YIniPreservingWriter::ensureLineStart() {
   if (atLineStart()) return;
   // A line that ends in the middle of loaded text gets the line end it had
   // there: with mixed line ends another one could change how the next line reads.
-  if (_lastOriginalEnd != UINT32_MAX) {
-    const std::u16string rest = _record->unitsOfRange(
-        _lastOriginalEnd, static_cast<std::uint32_t>(std::min<std::size_t>(_lastOriginalEnd + 2, _record->length())));
-    if (rest.starts_with(u"\n")) return fresh(u"\n");
-    if (rest.starts_with(u"\r\n")) return fresh(u"\r\n");
+  if (const std::uint32_t at = _lastOriginalEnd; at != UINT32_MAX && at < _record->length()) {
+    if (_record->unitAt(at) == u'\n') return fresh(u"\n");
+    if (_record->unitAt(at) == u'\r' && at + 1 < _record->length() && _record->unitAt(at + 1) == u'\n')
+      return fresh(u"\r\n");
   }
   fresh(lineEnd());
 }

@@ -170,7 +170,7 @@ void YIniSourceRecord::appendUnitsOfRange(std::uint32_t start, std::uint32_t end
   const char* bytes = _ascii.view().data();
   while (start < end) {
     const std::uint32_t n = std::min<std::uint32_t>(end - start, 1024);
-    for (std::uint32_t i = 0; i < n; ++i) units[i] = static_cast<char16_t>(bytes[start + i]);
+    ydetail::widenLatin1(units, bytes + start, n);
     out.appendCharacters(units, n);
     start += n;
   }

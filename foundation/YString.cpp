@@ -22,30 +22,8 @@
 using ydetail::YMutableStringRep;
 using ydetail::YStringRep;
 
-namespace {
+namespace ydetail {
 
-constexpr std::size_t kMaxLength = 0x7FFFFFFF;
-
-inline char16_t* inlineChars(YStringRep* rep) { return reinterpret_cast<char16_t*>(rep + 1); }
-
-inline char16_t* charsOf(YStringRep* rep) {
-  return rep->isMutable ? static_cast<YMutableStringRep*>(rep)->buffer : inlineChars(rep);
-}
-
-inline std::size_t immutableRepSize(std::size_t length) noexcept {
-  return sizeof(YStringRep) + (length + 1) * sizeof(char16_t);
-}
-
-// Small strings come from the small-object pool, large ones are mapped.
-inline void* allocateBytes(std::size_t size) {
-  return size <= ydetail::kSmallObjectLimit ? ydetail::smallAllocate(size) : ydetail::largeAllocate(size);
-}
-inline void freeBytes(void* p, std::size_t size) noexcept {
-  if (size <= ydetail::kSmallObjectLimit) ydetail::smallDeallocate(p, size);
-  else ydetail::largeDeallocate(p, size);
-}
-
-// `chars` may be null: the caller fills the code units in.
 // Widens `n` Latin-1 characters to code units: with SSE2 sixteen at a time,
 // and the last few, or a short string's, as overlapping blocks of eight or
 // four (names and values run to tens of characters).
@@ -84,6 +62,32 @@ void widenLatin1(char16_t* out, const char* in, std::size_t n) noexcept {
   for (std::size_t i = 0; i < n; ++i) out[i] = static_cast<unsigned char>(in[i]);
 }
 
+}  // namespace ydetail
+
+namespace {
+
+constexpr std::size_t kMaxLength = 0x7FFFFFFF;
+
+inline char16_t* inlineChars(YStringRep* rep) { return reinterpret_cast<char16_t*>(rep + 1); }
+
+inline char16_t* charsOf(YStringRep* rep) {
+  return rep->isMutable ? static_cast<YMutableStringRep*>(rep)->buffer : inlineChars(rep);
+}
+
+inline std::size_t immutableRepSize(std::size_t length) noexcept {
+  return sizeof(YStringRep) + (length + 1) * sizeof(char16_t);
+}
+
+// Small strings come from the small-object pool, large ones are mapped.
+inline void* allocateBytes(std::size_t size) {
+  return size <= ydetail::kSmallObjectLimit ? ydetail::smallAllocate(size) : ydetail::largeAllocate(size);
+}
+inline void freeBytes(void* p, std::size_t size) noexcept {
+  if (size <= ydetail::kSmallObjectLimit) ydetail::smallDeallocate(p, size);
+  else ydetail::largeDeallocate(p, size);
+}
+
+// `chars` may be null: the caller fills the code units in.
 YStringRep* newImmutableRep(const char16_t* chars, std::size_t length) {
   if (length > kMaxLength) throw std::bad_alloc();
   void* memory = allocateBytes(immutableRepSize(length));
@@ -263,7 +267,7 @@ YString YString::stringWithCharacters(const char16_t* characters, std::size_t le
 
 YString YString::stringWithLatin1Characters(const char* characters, std::size_t length) {
   YStringRep* rep = newImmutableRep(nullptr, length);
-  widenLatin1(inlineChars(rep), characters, length);
+  ydetail::widenLatin1(inlineChars(rep), characters, length);
   return YString(rep);
 }
 

@@ -103,6 +103,10 @@ inline void appendUTF16(std::u16string& out, char32_t cp) {
     out.push_back(static_cast<char16_t>(cp));
   }
 }
+// Widens the `n` Latin-1 characters at `in` to the code units at `out`
+// (room for n, not overlapping), each to the unit of the same value.
+void widenLatin1(char16_t* out, const char* in, std::size_t n) noexcept;
+
 }  // namespace ydetail
 
 /// One argument of YString::stringWithFormat. Built implicitly from strings,
