@@ -184,20 +184,27 @@ inline Reading read(const YString& text, bool recognizer) {
   return reading;
 }
 
+/// Empty when two readings are alike; otherwise the first field that differs.
+inline std::string difference(const Reading& a, const Reading& b) {
+  if (a == b) return "";
+  if (a.failure != b.failure) return "failure: " + a.failure + " | " + b.failure;
+  if (a.sequence != b.sequence) return "element sequence " + detail::firstDifference(a.sequence, b.sequence);
+  if (a.tree != b.tree) return "tree " + detail::firstDifference(a.tree, b.tree);
+  if (a.lines != b.lines) return "line numbers differ";
+  if (a.stopped != b.stopped) return "readingStopped differs";
+  if (a.plain != b.plain) return "stringValue differs";
+  if (a.preserved != b.preserved) return "preserved bytes differ";
+  return "log " + detail::firstDifference(a.log, b.log);
+}
+
 /// Empty when ASCII `text` loads from its bytes as from itself; otherwise
 /// what differs first.
 inline std::string bytesDifference(const YString& text) {
   const auto factory = YIniStandardElementFactory::standardFactory();
   const Reading fromText = readDocument([&] { return YIniDocument::documentFromStringFactory(text, factory); });
   const Reading fromBytes = readDocument([&] { return YIniDocument::documentWithDataFactory(text.UTF8String(), factory); });
-  if (fromBytes == fromText) return "";
-  if (fromBytes.failure != fromText.failure) return "bytes: failure: " + fromBytes.failure + " | " + fromText.failure;
-  if (fromBytes.tree != fromText.tree) return "bytes: tree " + detail::firstDifference(fromBytes.tree, fromText.tree);
-  if (fromBytes.lines != fromText.lines) return "bytes: line numbers differ";
-  if (fromBytes.stopped != fromText.stopped) return "bytes: readingStopped differs";
-  if (fromBytes.plain != fromText.plain) return "bytes: stringValue differs";
-  if (fromBytes.preserved != fromText.preserved) return "bytes: preserved bytes differ";
-  return "bytes: log " + detail::firstDifference(fromBytes.log, fromText.log);
+  const std::string found = difference(fromBytes, fromText);
+  return found.empty() ? found : "bytes: " + found;
 }
 
 /// Empty when both ways cut `text` into the same tokens and read it alike,
@@ -207,17 +214,7 @@ inline std::string compare(const YString& text) {
   if (std::string tokens = tokenDifference(text); !tokens.empty()) return tokens;
   if (isPlainASCII(text))
     if (std::string bytes = bytesDifference(text); !bytes.empty()) return bytes;
-  const Reading fast = read(text, true), reference = read(text, false);
-  if (fast == reference) return "";
-  if (fast.failure != reference.failure) return "failure: " + fast.failure + " | " + reference.failure;
-  if (fast.sequence != reference.sequence)
-    return "element sequence " + detail::firstDifference(fast.sequence, reference.sequence);
-  if (fast.tree != reference.tree) return "tree " + detail::firstDifference(fast.tree, reference.tree);
-  if (fast.lines != reference.lines) return "line numbers differ";
-  if (fast.stopped != reference.stopped) return "readingStopped differs";
-  if (fast.plain != reference.plain) return "stringValue differs";
-  if (fast.preserved != reference.preserved) return "preserved bytes differ";
-  return "log " + detail::firstDifference(fast.log, reference.log);
+  return difference(read(text, true), read(text, false));
 }
 
 }  // namespace readerpaths
