@@ -326,11 +326,12 @@ void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement> element) {
 }
 
 void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement>* elements, std::size_t count) {
+  static const unsigned modifiedKey = YObject::internedKeyNumber(YModifiedKey);
   _elements->reserveCapacity(_elements->count() + count);
   for (std::size_t i = 0; i < count; ++i) {
     YIniElement& child = *elements[i];
     _elements->addObject(std::move(elements[i]));
-    child.addObserver(this, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
+    child.addObserverForKeyNumber(this, modifiedKey, YKeyValueObservingOptionNew);
   }
 }
 

@@ -85,9 +85,11 @@ namespace {
 constexpr unsigned kMaxInternedKeys = 15;
 struct InternedKeys {
   std::mutex mutex;
-  std::atomic<unsigned> count{0};
   YString keys[kMaxInternedKeys + 1];
 };
+// How many keys are interned; outside the table, so that reading it takes no
+// guarded call.
+constinit std::atomic<unsigned> internedCount{0};
 InternedKeys& internedKeys() {
   static InternedKeys* const table = new InternedKeys;  // never destroyed: keys outlive static destructors
   return *table;
@@ -95,8 +97,9 @@ InternedKeys& internedKeys() {
 
 // The number of an interned key object, or 0.
 unsigned internedNumber(const YString& key) noexcept {
+  const unsigned n = internedCount.load(std::memory_order_acquire);
+  if (!n) return 0;
   InternedKeys& table = internedKeys();
-  const unsigned n = table.count.load(std::memory_order_acquire);
   for (unsigned i = 1; i <= n; ++i)
     if (key.isIdenticalTo(table.keys[i])) return i;
   return 0;
@@ -109,12 +112,12 @@ const YString& internedKeyNumbered(unsigned number) noexcept { return internedKe
 const YString& YObject::internedKey(std::u16string_view text) {
   InternedKeys& table = internedKeys();
   std::lock_guard<std::mutex> lock(table.mutex);
-  const unsigned n = table.count.load(std::memory_order_relaxed);
+  const unsigned n = internedCount.load(std::memory_order_relaxed);
   for (unsigned i = 1; i <= n; ++i)
     if (table.keys[i].view() == text) return table.keys[i];
   if (n == kMaxInternedKeys) throw std::length_error("YObject::internedKey: too many interned keys");
   table.keys[n + 1] = YString(text);
-  table.count.store(n + 1, std::memory_order_release);
+  internedCount.store(n + 1, std::memory_order_release);
   return table.keys[n + 1];
 }
 
@@ -273,6 +276,25 @@ void YObject::addObserver(YObject* observer, const YString& keyPath, unsigned op
     }
   }
   addObserverSlowly(observer, keyPath, options, context);
+}
+
+void YObject::addObserverForKeyNumber(YObject* observer, unsigned keyNumber, unsigned options) {
+  // As addObserver()'s common case; a number of no key (0 wraps round) goes
+  // to the slow path, which refuses it.
+  if (keyNumber - 1 < internedCount.load(std::memory_order_acquire) && observer && observer != this &&
+      !_firstObserver && !_observationInfo && options <= 0xF && !(options & YKeyValueObservingOptionInitial))
+      [[likely]] {
+    _firstObserver = observer;
+    _registrationBits |= field(options, keyNumber, kFirstShift) | options;
+    return;
+  }
+  addObserverForKeyNumberSlowly(observer, keyNumber, options);
+}
+
+void YObject::addObserverForKeyNumberSlowly(YObject* observer, unsigned keyNumber, unsigned options) {
+  if (keyNumber - 1 >= internedCount.load(std::memory_order_acquire))
+    throw YInvalidArgumentException(YString(u"addObserver: no interned key of that number"));
+  addObserverSlowly(observer, internedKeyNumbered(keyNumber), options, nullptr);
 }
 
 void YObject::addObserverSlowly(YObject* observer, const YString& keyPath, unsigned options, void* context) {

@@ -133,6 +133,11 @@ class YObject : public std::enable_shared_from_this<YObject> {
   /// and an opaque `context`. With Initial the observer is notified at once.
   /// A null observer throws YInvalidArgumentException.
   void addObserver(YObject* observer, const YString& keyPath, unsigned options, void* context);
+  /// The same as addObserver(observer, key, options, nullptr) for the
+  /// interned key numbered `keyNumber` (internedKeyNumber), without looking
+  /// the key up: for callers that register with many objects in turn. A
+  /// number no key has throws YInvalidArgumentException.
+  void addObserverForKeyNumber(YObject* observer, unsigned keyNumber, unsigned options);
   /// Removes the most recent registration of `observer` for `keyPath`; throws
   /// YRangeException when there is none.
   void removeObserver(YObject* observer, const YString& keyPath);
@@ -257,6 +262,7 @@ class YObject : public std::enable_shared_from_this<YObject> {
   // registrationCount() in YObject.cpp for the layout).
   static constexpr std::uint32_t kSelfKeyMask = 0xFu << 16;
   void addObserverSlowly(YObject* observer, const YString& keyPath, unsigned options, void* context);
+  void addObserverForKeyNumberSlowly(YObject* observer, unsigned keyNumber, unsigned options);
   RegistrationView registrationAt(std::size_t index) const noexcept;
   void eraseRegistration(std::size_t index);
   bool isRegistered(const Target& target, const YString& key) const noexcept;
