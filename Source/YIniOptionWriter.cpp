@@ -37,7 +37,10 @@ struct OptionPieces {
 
 void YIniOptionWriter::writeOptionLineTo(const YIniOption* option, YTextWriter& target) {
   const OptionPieces p(option);
-  ydetail::writePiecesExactly(target, {p.name, p.equals, p.value, u"\n"});
+  if (ydetail::isExactly<YUTF8Writer>(target))
+    static_cast<YUTF8Writer&>(target).writeOptionLine(p.name, p.value);
+  else
+    ydetail::writePiecesExactly(target, {p.name, p.equals, p.value, u"\n"});
 }
 
 void YIniOptionWriter::writeOptionTo(const YIniOption* option, YTextWriter& target) {

@@ -162,6 +162,25 @@ void YUTF8Writer::writePieces(std::initializer_list<std::u16string_view> pieces)
   for (; piece != pieces.end(); ++piece) append(*piece);
 }
 
+void YUTF8Writer::writeOptionLine(std::u16string_view name, std::u16string_view value) {
+  // Both ASCII, as nearly always, with no first half of a pair waiting:
+  // copied with the two fixed bytes between and after them, without the
+  // general loop over pieces.
+  const std::size_t total = name.size() + value.size() + 2;
+  char* const out = reserve(total);
+  if (!_high && copyASCII(name.data(), name.size(), out) == name.size()) {
+    out[name.size()] = '=';
+    char* const rest = out + name.size() + 1;
+    if (copyASCII(value.data(), value.size(), rest) == value.size()) {
+      rest[value.size()] = '\n';
+      _size += total;
+      _units += total;
+      return;
+    }
+  }
+  writePieces({name, u"=", value, u"\n"});
+}
+
 bool YUTF8Writer::finish(std::shared_ptr<YError>* error) {
   if (_high) {
     if (_loneSurrogate == UINT64_MAX) _loneSurrogate = _units;

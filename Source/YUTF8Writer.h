@@ -27,6 +27,9 @@ class YUTF8Writer : public YTextWriter {
   void writeLine() override;
   /// Appends `pieces` one after another, as one write() of their concatenation.
   void writePieces(std::initializer_list<std::u16string_view> pieces);
+  /// Appends `name`, "=", `value` and a line end: writePieces() of the four,
+  /// for the line nearly every option is written as.
+  void writeOptionLine(std::u16string_view name, std::u16string_view value);
 
   /// False, with `*error` (when not null), when the text held a lone surrogate.
   bool finish(std::shared_ptr<YError>* error);

@@ -116,15 +116,15 @@ TEST_F(Saving, UnrepresentableTextFailsAndLeavesTheTargetAlone) {
 TEST_F(Saving, UTF8TakesSurrogatePairsAndRefusesLoneOnes) {
   const std::string path = dir / "pairs.ini";
   // One comment ends in the first half of a pair whose second half begins the next.
-  auto section = sec("s", {opt("k", "v")});
+  auto section = sec("s", {opt("j", "w"), opt("k", "v")});
   auto document = withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()),
                                {YIniComment::commentWithString(YString(u"a\xD83D")),
                                 YIniComment::commentWithString(YString(u"\xDE00" u"b")), section});
   std::shared_ptr<YError> error;
   ASSERT_TRUE(save(*document, path, YUTF8StringEncoding, &error)) << utf8(error->localizedDescription());
   EXPECT_EQ(readBytes(path), document->stringValue().UTF8String());
-  // "a😀b[s]\nk=" is ten code units.
-  const std::pair<std::u16string, std::size_t> lone[] = {{u"\xD83D", 10}, {u"x\xDE00", 11}, {u"\xD83Dx", 10}};
+  // "a😀b[s]\nj=w\nk=" is fourteen code units.
+  const std::pair<std::u16string, std::size_t> lone[] = {{u"\xD83D", 14}, {u"x\xDE00", 15}, {u"\xD83Dx", 14}};
   for (const auto& [value, position] : lone) {
     filefault::writeBytes(path, "old", 0644);
     section->optionWithName(S("k"))->setValue(YString(value));
@@ -135,6 +135,19 @@ TEST_F(Saving, UTF8TakesSurrogatePairsAndRefusesLoneOnes) {
     EXPECT_NE(description.find("position " + std::to_string(position)), std::string::npos) << description;
     EXPECT_EQ(readBytes(path), "old");
   }
+  // A first half before an option's line is lone, even when a second half
+  // follows the line.
+  auto split = sec("t", {YIniComment::commentWithString(YString(u"x\xD83D")), opt("k", "v"),
+                         YIniComment::commentWithString(YString(u"\xDE00"))});
+  auto splitDocument =
+      withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()), {split});
+  filefault::writeBytes(path, "old", 0644);
+  error.reset();
+  EXPECT_FALSE(save(*splitDocument, path, YUTF8StringEncoding, &error));
+  ASSERT_TRUE(error);
+  EXPECT_NE(utf8(error->localizedDescription()).find("position 5"), std::string::npos)  // "[t]\nx" before it
+      << utf8(error->localizedDescription());
+  EXPECT_EQ(readBytes(path), "old");
 }
 
 // ASCII is copied several units at a time: a character beyond it, at any
@@ -152,6 +165,8 @@ TEST_F(Saving, UTF8IsExactWhereverAWideCharacterStands) {
       for (std::size_t p = 0; p <= n; ++p) {
         const std::u16string text = plain.substr(0, p) + wide + plain.substr(p);
         section->addElement(YIniOption::optionWithNameAndValue(YString(u"k" + text), YString(text)));
+        section->addElement(YIniOption::optionWithNameAndValue(YString(u"k" + text), YString(plain)));
+        section->addElement(YIniOption::optionWithNameAndValue(YString(u"k" + plain), YString(text)));
         section->addElement(YIniComment::commentWithString(YString(u"#" + text + u"\n")));
       }
     }
