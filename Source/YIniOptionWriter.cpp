@@ -39,8 +39,8 @@ void YIniOptionWriter::writeOptionLineTo(const YIniOption* option, YTextWriter& 
   const OptionPieces p(option);
   if (ydetail::isExactly<YUTF8Writer>(target))
     static_cast<YUTF8Writer&>(target).writeOptionLine(p.name, p.value);
-  else
-    ydetail::writePiecesExactly(target, {p.name, p.equals, p.value, u"\n"});
+  else if (ydetail::isExactly<YStringWriter>(target))
+    static_cast<YStringWriter&>(target).writeOptionLine(p.name, p.value);
 }
 
 void YIniOptionWriter::writeOptionTo(const YIniOption* option, YTextWriter& target) {

@@ -17,13 +17,19 @@ void YStringWriter::write(const YString& string) {
 }
 
 void YStringWriter::writePieces(std::initializer_list<std::u16string_view> pieces) {
-  if (_position != static_cast<std::int64_t>(_string.length()) || !_string.isMutable()) {
+  if (!appendsAtEnd()) {
     // Not an append: one insertion of the whole, with its checks.
     write(YString::stringByConcatenating(pieces));
     return;
   }
   _string.appendPieces(pieces);
   _position = static_cast<std::int64_t>(_string.length());
+}
+
+void YStringWriter::writeOptionLine(std::u16string_view name, std::u16string_view value) {
+  if (!appendsAtEnd()) return writePieces({name, u"=", value, u"\n"});
+  _string.appendEach(name, u'=', value, u'\n');
+  _position += static_cast<std::int64_t>(name.size() + value.size() + 2);
 }
 
 void YStringWriter::writeLine(const YString& string) {

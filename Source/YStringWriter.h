@@ -41,6 +41,9 @@ class YStringWriter : public YTextWriter {
   /// string. The library's own writers use it when writing into exactly a
   /// YStringWriter.
   void writePieces(std::initializer_list<std::u16string_view> pieces);
+  /// writePieces() of `name`, "=", `value` and a line end: the line nearly
+  /// every option is written as.
+  void writeOptionLine(std::u16string_view name, std::u16string_view value);
 
   /// The target string (the same object the writer was made with).
   const YString& string() const noexcept { return _string; }
@@ -48,6 +51,10 @@ class YStringWriter : public YTextWriter {
   std::int64_t position() const noexcept { return _position; }
 
  private:
+  // Whether a write appends to the string (rather than inserting or failing).
+  bool appendsAtEnd() const noexcept {
+    return _position == static_cast<std::int64_t>(_string.length()) && _string.isMutable();
+  }
   YString _string;
   std::int64_t _position = 0;
 };

@@ -93,6 +93,20 @@ inline void copyUnits(char16_t* out, const char16_t* in, std::size_t n) noexcept
   }
 }
 
+// The pieces of YString::appendEach(): a view of code units, or one unit.
+inline std::size_t unitsIn(std::u16string_view units) noexcept { return units.size(); }
+inline std::size_t unitsIn(char16_t) noexcept { return 1; }
+inline char16_t* putUnits(char16_t* out, std::u16string_view units) noexcept {
+  copyUnits(out, units.data(), units.size());
+  return out + units.size();
+}
+inline char16_t* putUnits(char16_t* out, char16_t unit) noexcept {
+  *out = unit;
+  return out + 1;
+}
+inline std::u16string_view viewOf(std::u16string_view units) noexcept { return units; }
+inline std::u16string_view viewOf(const char16_t& unit) noexcept { return {&unit, 1}; }
+
 /// Appends code point `cp` (at most U+10FFFF, no surrogate) as UTF-16.
 inline void appendUTF16(std::u16string& out, char32_t cp) {
   if (cp >= 0x10000) {
@@ -354,23 +368,26 @@ class YString {
   /// Appends each of `pieces` in turn, growing the buffer at most once (the
   /// pieces may point into this string).
   void appendPieces(std::initializer_list<std::u16string_view> pieces) const {
-    // Inline while the buffer has room: nothing moves, and pieces of this
-    // string's own text lie before where they go.
-    if (_rep && _rep->isMutable) {
-      auto* rep = static_cast<ydetail::YMutableStringRep*>(_rep);
-      std::size_t total = 0;
-      for (auto piece : pieces) total += piece.size();
-      if (total <= rep->capacity - rep->length) {
-        char16_t* out = rep->buffer + rep->length;
-        for (auto piece : pieces) {
-          ydetail::copyUnits(out, piece.data(), piece.size());
-          out += piece.size();
-        }
-        rep->length = static_cast<std::uint32_t>(rep->length + total);
-        return;
+    std::size_t total = 0;
+    for (auto piece : pieces) total += piece.size();
+    if (char16_t* out = roomAtEnd(total)) {
+      for (auto piece : pieces) {
+        ydetail::copyUnits(out, piece.data(), piece.size());
+        out += piece.size();
       }
+      return;
     }
     appendPiecesSlowly(pieces);
+  }
+  /// The same as appendPieces() for pieces known when compiling: each a view
+  /// of code units or a single code unit, copied without a loop over them.
+  template <class... Pieces>
+  void appendEach(Pieces... pieces) const {
+    if (char16_t* out = roomAtEnd((ydetail::unitsIn(pieces) + ...))) {
+      ((out = ydetail::putUnits(out, pieces)), ...);
+      return;
+    }
+    appendPiecesSlowly({ydetail::viewOf(pieces)...});
   }
   /// Removes [location, location + length); a range beyond the string throws
   /// YRangeException and changes nothing.
@@ -382,6 +399,18 @@ class YString {
   explicit YString(ydetail::YStringRep* rep) noexcept : _rep(rep) {}
   void releaseRep() noexcept;  // a count ~YString() could not drop inline
   void appendPiecesSlowly(std::initializer_list<std::u16string_view> pieces) const;
+  // For appending `total` units without growing: where they go, with the
+  // length already counting them; null when the string is not mutable or
+  // has no room for them (nothing changes then). Nothing moves, so pieces
+  // of this string's own text lie before where they go.
+  char16_t* roomAtEnd(std::size_t total) const noexcept {
+    if (!_rep || !_rep->isMutable) return nullptr;
+    auto* rep = static_cast<ydetail::YMutableStringRep*>(_rep);
+    if (total > rep->capacity - rep->length) return nullptr;
+    char16_t* const out = rep->buffer + rep->length;
+    rep->length = static_cast<std::uint32_t>(rep->length + total);
+    return out;
+  }
   YString snapshotOfMutable() const;
   void requireMutable(const char* operation) const {
     if (!isMutable()) throwNotMutable(operation);

@@ -3,6 +3,7 @@
 
 #include "ElementTestSupport.h"
 #include "YIniOptionWriter.h"
+#include "YIniSectionWriter.h"
 #include "YStringWritable.h"
 #include "YStringWriter.h"
 
@@ -110,6 +111,17 @@ TEST(OptionWriter, FormatsNameEqualsValue) {
   auto recorder = std::make_shared<Recorder>();
   YIniOptionWriter(opt("k", "v")).write(recorder);
   EXPECT_EQ(recorder->writes, std::vector<std::string>{"k=v"});
+}
+
+// A section written into the middle of a text goes in at the position, each
+// option's line with its line end, and the position follows it.
+TEST(SectionWriter, WritesIntoTheMiddleOfATextAtThePosition) {
+  YString target = mutableWith("#head\n#tail\n");
+  auto writer = YStringWriter::writerWithString(target);
+  writer->seek(6);
+  YIniSectionWriter(sec("s", {opt("k", "v"), opt("name", "a longer value")}), true).write(writer);
+  EXPECT_EQ(utf8(target), "#head\n[s]\nk=v\nname=a longer value\n#tail\n");
+  EXPECT_EQ(writer->position(), 34);
 }
 
 }  // namespace

@@ -78,6 +78,20 @@ TEST(YStringTest, MutationRules) {
   small.appendPieces({small.view(), u"0123456789", small.view().substr(1, 2)});
   EXPECT_EQ(small, YString(u"abcdabcd0123456789bc"));
   EXPECT_THROW(fixed.appendPieces({u"x"}), YInvalidArgumentException);
+  // Pieces known when compiling, single units among them, alike.
+  YString each = mutableOf(u"ab");  // room for 8
+  each.appendEach(u'[', each.view(), u']', std::u16string_view(u"cd"));
+  EXPECT_EQ(each, YString(u"ab[ab]cd"));
+  each.appendEach(each.view().substr(2, 4), u'=', std::u16string_view(u"0123456789"), u'\n');
+  EXPECT_EQ(each, YString(u"ab[ab]cd[ab]=0123456789\n"));
+  // Room in the buffer counts what it holds: three more units do not fit
+  // in eight with six used (a sanitizer sees a write past the buffer).
+  YString nearlyFull = mutableOf(u"abcdef");
+  nearlyFull.appendEach(u'x', std::u16string_view(u"yz"));
+  nearlyFull.appendPieces({u"1", u"23"});
+  EXPECT_EQ(nearlyFull, YString(u"abcdefxyz123"));
+  EXPECT_THROW(fixed.appendEach(u'x'), YInvalidArgumentException);
+  EXPECT_EQ(fixed, YString(u"abc"));
 }
 
 TEST(YStringTest, CopiesEveryShortLength) {
@@ -89,7 +103,8 @@ TEST(YStringTest, CopiesEveryShortLength) {
     EXPECT_EQ(YString::stringWithCharacters(source.data(), n).view(), source.substr(0, n)) << n;
     YString text = YString::mutableString(64);
     text.appendPieces({u"[", std::u16string_view(source).substr(0, n), u"]"});
-    EXPECT_EQ(text.view(), u"[" + source.substr(0, n) + u"]") << n;
+    text.appendEach(u'(', std::u16string_view(source).substr(0, n), u')');
+    EXPECT_EQ(text.view(), u"[" + source.substr(0, n) + u"](" + source.substr(0, n) + u")") << n;
   }
 }
 
