@@ -62,7 +62,6 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
   const bool quiet = typeid(*this) == typeid(YIniDocument) &&
                      typeid(factoryObject) == typeid(YIniStandardElementFactory) && observationCount() == 1 &&
                      elementsList()->count() == 0 && initialElements()->count() == 0;
-  std::vector<YIniCompositeElement*> filled;
   std::shared_ptr<YIniSection> currentSection;
   // Placed quietly, a section's elements wait here until the section ends
   // and then go to its list at once: the list is made at its exact size
@@ -85,13 +84,17 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
     const std::size_t count = std::exchange(sectionCount, 0);
     if (currentSection && count) currentSection->appendQuietly(sectionElements.data(), count);
   };
+  // Placed quietly, the list holds only what was loaded, each of exactly the
+  // library's classes: its sections are the composites to settle.
   auto settle = [&] {
-    for (YIniCompositeElement* composite : filled) composite->settleQuietly();
+    for (const auto& element : elementsList()->vector())
+      if (ydetail::isExactly<YIniSection>(*element)) static_cast<YIniCompositeElement&>(*element).settleQuietly();
     settleQuietly();
   };
   // Comments wait for the element after them, which tells where they go.
   auto pending = YArray<YIniComment>::mutableArray();
-  std::vector<std::shared_ptr<YIniElement>> quietPending;  // the same, placed quietly
+  // The same, placed quietly; from the pool, as most runs of comments are short.
+  std::vector<std::shared_ptr<YIniElement>, YSmallObjectAllocator<std::shared_ptr<YIniElement>>> quietPending;
   auto flush = [&](YIniCompositeElement& target) {
     if (!quiet) return addCommentsToObject(pending, target);
     if (quietPending.empty()) return;
@@ -122,7 +125,6 @@ YIniDocument* YIniDocument::loadTextFactoryRecord(const YString& string, std::sh
         std::shared_ptr<YIniSection> held(element, section);
         closeSection();
         place(*this, element);
-        if (quiet) filled.push_back(section);
         currentSection = std::move(held);
       } else if (YCast<YIniOption>(element.get())) {
         if (!currentSection) {
