@@ -47,12 +47,18 @@ std::size_t findReplacementCharacter(std::u16string_view text, std::size_t from 
   return text.find(u'\uFFFD', i);
 }
 
-// Membership in `set`, answered without the set for ASCII, where the
-// whitespace set holds space and tab, and the newline set LF to CR.
-inline bool isMember(const YCharacterSet& set, char16_t c) {
-  if (c >= 0x80) return set.characterIsMember(c);
+// The blanks trimmed from names, values and lines: the whitespace set, or
+// the whitespace and newline set.
+enum class Blanks { Whitespace, WhitespaceAndNewlines };
+
+// Membership in the set, answered without it for ASCII, where whitespace is
+// space and tab, and newlines LF to CR.
+template <Blanks set>
+inline bool isBlank(char16_t c) {
+  if (c >= 0x80)
+    return (set == Blanks::Whitespace ? YIniWhitespace() : YIniWhitespaceAndNewlines()).characterIsMember(c);
   if (c == u' ' || c == u'\t') return true;
-  return c >= u'\n' && c <= u'\r' && &set == &YIniWhitespaceAndNewlines();
+  return set == Blanks::WhitespaceAndNewlines && c >= u'\n' && c <= u'\r';
 }
 
 // The helpers below read the text as UTF-16 (std::u16string_view) or as
@@ -60,27 +66,74 @@ inline bool isMember(const YCharacterSet& set, char16_t c) {
 // value: see YIniSourceRecord::withText().
 
 // [begin, end) without leading and trailing members of `set`.
-template <class Text>
-void trim(Text text, const YCharacterSet& set, std::uint32_t& begin, std::uint32_t& end) {
-  while (begin < end && isMember(set, static_cast<char16_t>(text[begin]))) ++begin;
-  while (end > begin && isMember(set, static_cast<char16_t>(text[end - 1]))) --end;
+template <Blanks set, class Text>
+void trim(Text text, std::uint32_t& begin, std::uint32_t& end) {
+  while (begin < end && isBlank<set>(static_cast<char16_t>(text[begin]))) ++begin;
+  while (end > begin && isBlank<set>(static_cast<char16_t>(text[end - 1]))) --end;
+}
+
+// The position of the first `unit` at or after `from` and before `end`, or
+// `end`; in bytes with the C library's search.
+inline std::uint32_t findUnit(std::string_view text, char unit, std::uint32_t from, std::uint32_t end) {
+  if (from >= end) return end;
+  const void* hit = std::memchr(text.data() + from, unit, end - from);
+  return hit ? static_cast<std::uint32_t>(static_cast<const char*>(hit) - text.data()) : end;
+}
+inline std::uint32_t findUnit(std::u16string_view text, char unit, std::uint32_t from, std::uint32_t end) {
+  const char16_t* p = text.data();
+  for (std::uint32_t i = from; i < end; ++i)
+    if (p[i] == static_cast<char16_t>(unit)) return i;
+  return end;
 }
 
 // The position of the first LF at or after `from` and before `end`, or `end`.
 template <class Text>
 std::uint32_t findLineFeed(Text text, std::uint32_t from, std::uint32_t end) {
-  const auto* p = text.data();
-  for (std::uint32_t i = from; i < end; ++i)
-    if (p[i] == '\n') return i;
-  return end;
+  return findUnit(text, '\n', from, end);
 }
 
-// Whether the code units of `units` and `text` are the same.
-inline bool sameUnits(std::u16string_view units, std::u16string_view text) noexcept { return units == text; }
-inline bool sameUnits(std::u16string_view units, std::string_view text) noexcept {
+// Whether the code units of `units` and `text` are the same: for a few
+// units known here (line ends), and for names and values below.
+template <class Text>
+bool sameFewUnits(std::u16string_view units, Text text) noexcept {
   if (units.size() != text.size()) return false;
   for (std::size_t i = 0; i < units.size(); ++i)
     if (units[i] != static_cast<char16_t>(text[i])) return false;
+  return true;
+}
+inline bool sameUnits(std::u16string_view units, std::u16string_view text) noexcept { return units == text; }
+inline bool sameUnits(std::u16string_view units, std::string_view text) noexcept {
+  const std::size_t n = units.size();
+  if (n != text.size()) return false;
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  // Names and values: eight at a time, the bytes widened to units; the last
+  // eight of a piece of eight or more overlap the ones before.
+  if (n >= 8) {
+    const __m128i zero = _mm_setzero_si128();
+    auto block = [&](std::size_t at) {
+      const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(text.data() + at));
+      const __m128i theirs = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units.data() + at));
+      return _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_unpacklo_epi8(bytes, zero), theirs)) == 0xFFFF;
+    };
+    for (; i + 8 <= n; i += 8)
+      if (!block(i)) return false;
+    return i == n || block(n - 8);
+  }
+  if (n >= 4) {  // the first four and the last four, which may overlap
+    auto four = [&](std::size_t at) {
+      std::uint32_t word;
+      std::memcpy(&word, text.data() + at, sizeof word);
+      const __m128i wide = _mm_unpacklo_epi8(_mm_cvtsi32_si128(static_cast<int>(word)), _mm_setzero_si128());
+      const __m128i theirs = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(units.data() + at));
+      const __m128i equal = _mm_cmpeq_epi16(wide, theirs);
+      return (_mm_movemask_epi8(equal) & 0xFF) == 0xFF;
+    };
+    return four(0) && four(n - 4);
+  }
+#endif
+  for (; i < n; ++i)
+    if (units[i] != static_cast<char16_t>(static_cast<unsigned char>(text[i]))) return false;
   return true;
 }
 
@@ -92,13 +145,13 @@ bool sameText(Text text, std::uint32_t start, std::uint32_t end, const YString& 
 // Whether `text` ends with the code units of `suffix`.
 template <class Text>
 bool endsWithUnits(Text text, std::u16string_view suffix) {
-  return text.size() >= suffix.size() && sameUnits(suffix, text.substr(text.size() - suffix.size()));
+  return text.size() >= suffix.size() && sameFewUnits(suffix, text.substr(text.size() - suffix.size()));
 }
 
 // Whether `piece` is a line end on its own.
 template <class Text>
 bool isLineEndPiece(Text piece) {
-  return sameUnits(u"\n", piece) || sameUnits(u"\r\n", piece);
+  return sameFewUnits(u"\n", piece) || sameFewUnits(u"\r\n", piece);
 }
 
 bool isUnicodeEncoding(YStringEncoding encoding) {
@@ -231,7 +284,7 @@ std::int64_t YIniSourceRecord::indexOfElement(const YIniElement& element) const 
 std::pair<std::uint32_t, std::uint32_t> YIniSourceRecord::sectionNameRange(std::size_t index) const {
   // "[" name "]": the brackets are the entry's first and last characters.
   std::uint32_t begin = start(index) + 1, finish = end(index) - 1;
-  withText([&](auto text) { trim(text, YIniWhitespace(), begin, finish); });
+  withText([&](auto text) { trim<Blanks::Whitespace>(text, begin, finish); });
   return {begin, finish};
 }
 
@@ -254,22 +307,21 @@ template <class Text>
 YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayoutOfRangeIn(Text text, std::uint32_t s, std::uint32_t e) {
   OptionLayout layout;
   // The key ends at the first "=" (the reader's lazy match).
-  std::uint32_t equals = s;
-  while (equals < e && text[equals] != u'=') ++equals;
+  const std::uint32_t equals = findUnit(text, '=', s, e);
   layout.equals = equals;
   layout.nameStart = s;
   layout.nameEnd = equals;
-  trim(text, YIniWhitespace(), layout.nameStart, layout.nameEnd);
+  trim<Blanks::Whitespace>(text, layout.nameStart, layout.nameEnd);
   const std::uint32_t lf = findLineFeed(text, equals, e);
   layout.eolEnd = lf < e ? lf + 1 : e;
   layout.lineEnd = lf < e && lf > equals + 1 && text[lf - 1] == u'\r' ? lf - 1 : lf;
   layout.valueStart = equals + 1;
   layout.valueEnd = layout.lineEnd;
-  trim(text, YIniWhitespaceAndNewlines(), layout.valueStart, layout.valueEnd);
+  trim<Blanks::WhitespaceAndNewlines>(text, layout.valueStart, layout.valueEnd);
   if (layout.valueStart == layout.valueEnd) {
     // An empty value: its place is after the blanks that follow "=".
     std::uint32_t p = equals + 1;
-    while (p < layout.lineEnd && isMember(YIniWhitespace(), static_cast<char16_t>(text[p]))) ++p;
+    while (p < layout.lineEnd && isBlank<Blanks::Whitespace>(static_cast<char16_t>(text[p]))) ++p;
     layout.valueStart = layout.valueEnd = p;
   }
   layout.contentEnd = layout.valueEnd;
@@ -278,7 +330,7 @@ YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayoutOfRangeIn(Text text
     std::uint32_t eol = next;
     if (next < e && next > line && text[next - 1] == u'\r') --eol;
     std::uint32_t cs = line, ce = eol;
-    trim(text, YIniWhitespaceAndNewlines(), cs, ce);
+    trim<Blanks::WhitespaceAndNewlines>(text, cs, ce);
     if (cs == ce) cs = ce = eol;
     if (layout.continuations++ == 0) {
       layout.firstIndentStart = line;
@@ -316,7 +368,7 @@ bool YIniSourceRecord::valueUnchangedIn(Text text, std::size_t index, const Opti
   for (std::uint32_t line = layout.eolEnd; line < e;) {
     const std::uint32_t next = findLineFeed(text, line, e);
     std::uint32_t cs = line, ce = next;
-    trim(text, YIniWhitespaceAndNewlines(), cs, ce);
+    trim<Blanks::WhitespaceAndNewlines>(text, cs, ce);
     if (current.substr(at, 2) != u"\n ") return false;
     at += 2;
     if (!sameUnits(current.substr(at, ce - cs), text.substr(cs, ce - cs))) return false;
@@ -412,14 +464,14 @@ std::unique_ptr<YIniSourceRecord::Style> YIniSourceRecord::styleOf(Text text) co
       std::uint32_t equals = s;
       while (equals < e && text[equals] != '=') ++equals;
       std::uint32_t before = equals, after = equals + 1;
-      while (before > s && isMember(YIniWhitespace(), static_cast<char16_t>(text[before - 1]))) --before;
-      while (after < e && isMember(YIniWhitespace(), static_cast<char16_t>(text[after]))) ++after;
+      while (before > s && isBlank<Blanks::Whitespace>(static_cast<char16_t>(text[before - 1]))) --before;
+      while (after < e && isBlank<Blanks::Whitespace>(static_cast<char16_t>(text[after]))) ++after;
       if (after < e && text[after] != u'\n' && text[after] != u'\r')
         ++spacing[{text.substr(before, equals - before), text.substr(equals + 1, after - equals - 1)}];
       const std::uint32_t lf = findLineFeed(text, after, e);
       if (lf + 1 < e) {
         std::uint32_t indent = lf + 1;
-        while (indent < e && isMember(YIniWhitespace(), static_cast<char16_t>(text[indent]))) ++indent;
+        while (indent < e && isBlank<Blanks::Whitespace>(static_cast<char16_t>(text[indent]))) ++indent;
         ++indents[text.substr(lf + 1, indent - lf - 1)];
       }
     } else if (kind(i) == Kind::Section && start(i) > 0) {

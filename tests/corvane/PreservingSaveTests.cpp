@@ -221,6 +221,43 @@ const EditCase kEdits[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Edits, PreservingEdits, ::testing::ValuesIn(kEdits), caseName);
 
+// A name or value changed to another of the same length is written anew,
+// wherever the change stands in it and whatever its length: read from
+// bytes or from a string, the text is compared unit by unit, not only in
+// part. So is an empty value's place before a CR that ends no line.
+TEST(PreservingSave, EditsThatKeepTheLengthAreSeenAnywhereInTheText) {
+  const std::string letters = "abcdefghijklmnopqrstuvwxyz";
+  for (std::size_t n = 1; n <= 20; ++n) {
+    const std::string original = letters.substr(0, n);
+    for (std::size_t at = 0; at < n; ++at) {
+      std::string changed = original;
+      changed[at] = 'Z';
+      const std::string text = "[s]\n" + original + " = " + original + "\nnext=1\n";
+      for (bool fromBytes : {true, false}) {
+        SCOPED_TRACE(std::to_string(n) + " units, changed at " + std::to_string(at) +
+                     (fromBytes ? ", from bytes" : ", from a string"));
+        auto load = [&] {
+          return fromBytes ? YIniDocument::documentWithDataFactory(text, YIniStandardElementFactory::standardFactory())
+                           : ::load(text);
+        };
+        auto valueChanged = load();
+        setValue(*valueChanged, "s", original.c_str(), changed.c_str());
+        EXPECT_EQ(preservedBytes(*valueChanged), "[s]\n" + original + " = " + changed + "\nnext=1\n");
+        auto nameChanged = load();
+        section(*nameChanged, "s")->optionWithName(S(original.c_str()))->setName(S(changed.c_str()));
+        EXPECT_EQ(preservedBytes(*nameChanged), "[s]\n" + changed + " = " + original + "\nnext=1\n");
+      }
+    }
+  }
+  for (bool fromBytes : {true, false}) {
+    const std::string text = "[s]\nk=\r \n";
+    auto document = fromBytes ? YIniDocument::documentWithDataFactory(text, YIniStandardElementFactory::standardFactory())
+                              : load(text);
+    setValue(*document, "s", "k", "v");
+    EXPECT_EQ(visible(YString(preservedBytes(*document))), visible(YString("[s]\nk=v\r \n"))) << fromBytes;
+  }
+}
+
 TEST(PreservingSave, TextThatWouldNotReadBackFailsNamingTheElement) {
   const std::vector<std::pair<Edit, std::string>> cases = {
       {renaming("s", "k", " k"), "begins with white space"},
