@@ -50,11 +50,19 @@ std::u16string_view YIniPreservingWriter::freshText(const Piece& piece) const {
   return std::u16string_view(_fresh).substr(piece.start, piece.end - piece.start);
 }
 
-void YIniPreservingWriter::noteTail(std::u16string_view text) {
-  if (text.empty()) return;
+void YIniPreservingWriter::noteTailUnit(char16_t unit) noexcept {
   _wroteAnything = true;
-  _tail.append(text.substr(text.size() > 3 ? text.size() - 3 : 0));
-  if (_tail.size() > 3) _tail.erase(0, _tail.size() - 3);
+  if (_tailLength == 3) {
+    _tail[0] = _tail[1];
+    _tail[1] = _tail[2];
+    _tail[2] = unit;
+  } else {
+    _tail[_tailLength++] = unit;
+  }
+}
+
+void YIniPreservingWriter::noteTail(std::u16string_view text) {
+  for (char16_t unit : text.substr(text.size() > 3 ? text.size() - 3 : 0)) noteTailUnit(unit);
 }
 
 void YIniPreservingWriter::original(std::uint32_t start, std::uint32_t end) {
@@ -62,7 +70,13 @@ void YIniPreservingWriter::original(std::uint32_t start, std::uint32_t end) {
   if (!_pieces.empty() && !_pieces.back().fresh && _pieces.back().end == start) _pieces.back().end = end;
   else _pieces.push_back({false, start, end});
   _lastOriginalEnd = end;
-  noteTail(_record->unitsOfRange(end - std::min<std::uint32_t>(end - start, 3), end));
+  if (end - start >= 3) {  // the whole tail at once
+    _wroteAnything = true;
+    _tailLength = 3;
+    for (std::uint32_t k = 0; k < 3; ++k) _tail[k] = _record->unitAt(end - 3 + k);
+    return;
+  }
+  for (std::uint32_t at = start; at < end; ++at) noteTailUnit(_record->unitAt(at));
 }
 
 void YIniPreservingWriter::fresh(std::u16string_view text) {
@@ -76,11 +90,13 @@ void YIniPreservingWriter::fresh(std::u16string_view text) {
   noteTail(text);
 }
 
-bool YIniPreservingWriter::atLineStart() const noexcept { return !_wroteAnything || _tail.back() == u'\n'; }
+bool YIniPreservingWriter::atLineStart() const noexcept {
+  return !_wroteAnything || _tail[_tailLength - 1] == u'\n';
+}
 
 bool YIniPreservingWriter::endsWithBlankLine() const noexcept {
   if (!_wroteAnything) return true;
-  const std::u16string_view tail(_tail);
+  const std::u16string_view tail(_tail, _tailLength);
   return tail.ends_with(u"\n\n") || tail.ends_with(u"\n\r\n") || tail == u"\n" || tail == u"\r\n";
 }
 

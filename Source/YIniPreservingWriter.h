@@ -97,7 +97,10 @@ class YIniPreservingWriter {
   std::vector<Piece> _pieces;
   std::u16string _fresh;
   std::uint32_t _lastOriginalEnd = 0;  // where the last piece ended, when it was original text
-  std::u16string _tail;                // the last few characters written
+  // The last (up to three) units written, oldest first.
+  char16_t _tail[3] = {};
+  std::uint8_t _tailLength = 0;
+  void noteTailUnit(char16_t unit) noexcept;
   bool _wroteAnything = false;
   bool _lastLineIsOption = false;  // an indented line written next would continue an option
   std::size_t _nextSkipped = 0;

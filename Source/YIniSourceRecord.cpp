@@ -67,17 +67,29 @@ inline bool isBlank(char16_t c) {
 
 // [begin, end) without leading and trailing members of `set`.
 template <Blanks set, class Text>
-void trim(Text text, std::uint32_t& begin, std::uint32_t& end) {
+[[gnu::always_inline]] inline void trim(Text text, std::uint32_t& begin, std::uint32_t& end) {
   while (begin < end && isBlank<set>(static_cast<char16_t>(text[begin]))) ++begin;
   while (end > begin && isBlank<set>(static_cast<char16_t>(text[end - 1]))) --end;
 }
 
 // The position of the first `unit` at or after `from` and before `end`, or
-// `end`; in bytes with the C library's search.
+// `end`. In bytes sixteen at a time (with SSE2), reading on past `end`
+// where the text goes on: a line's "=" and line end are near.
 inline std::uint32_t findUnit(std::string_view text, char unit, std::uint32_t from, std::uint32_t end) {
-  if (from >= end) return end;
-  const void* hit = std::memchr(text.data() + from, unit, end - from);
-  return hit ? static_cast<std::uint32_t>(static_cast<const char*>(hit) - text.data()) : end;
+  std::uint32_t i = from;
+#if defined(__SSE2__)
+  const __m128i wanted = _mm_set1_epi8(unit);
+  for (; i < end && i + 16 <= text.size(); i += 16) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + i));
+    if (const unsigned hits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, wanted)))) {
+      const std::uint32_t at = i + static_cast<std::uint32_t>(__builtin_ctz(hits));
+      return at < end ? at : end;
+    }
+  }
+#endif
+  for (; i < end; ++i)
+    if (text[i] == unit) return i;
+  return end;
 }
 inline std::uint32_t findUnit(std::u16string_view text, char unit, std::uint32_t from, std::uint32_t end) {
   const char16_t* p = text.data();
