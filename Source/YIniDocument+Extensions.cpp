@@ -280,10 +280,45 @@ bool YIniDocument::writeToFileAtomicallyEncodingError(const YString& filePath, b
   // The library's own document writes UTF-8 straight into the bytes it
   // saves, the same text stringValue() gives, without holding it as UTF-16.
   if (encoding == YUTF8StringEncoding && typeid(*this) == typeid(YIniDocument)) {
+    if (atomically) return writeUTF8ToFileInPieces(filePath, error);
     auto writer = std::make_shared<YUTF8Writer>(_loadedLength + _loadedLength / 16);
     YIniDocumentWriter::writerWithDocument(std::static_pointer_cast<YIniDocument>(shared_from_this()))->write(writer);
     if (!writer->finish(error)) return false;
     return YWriteFile(filePath, writer->bytes(), atomically, error);
   }
   return stringValue().writeToFileAtomicallyEncodingError(filePath, atomically, encoding, error);
+}
+
+// Saved atomically, the text goes to the temporary file a piece at a time as
+// it is made, instead of whole in memory: a lone surrogate, or an exception
+// from code that writing runs, removes the temporary file and leaves the
+// target as it was. (Written in place, the whole text is made first: a lone
+// surrogate found late must not leave the target half written.)
+bool YIniDocument::writeUTF8ToFileInPieces(const YString& filePath, std::shared_ptr<YError>* error) {
+  constexpr std::size_t kPieceBytes = std::size_t(256) << 10;
+  struct LoneSurrogate {};
+  const auto writer =
+      std::make_shared<YUTF8Writer>(std::min<std::size_t>(_loadedLength + _loadedLength / 16, kPieceBytes * 2));
+  const auto list = elements();  // walked as YIniDocumentWriter walks it, a changed list failing the walk
+  auto child = list->begin();
+  const auto end = list->end();
+  bool finished = false;
+  std::shared_ptr<YError> failure;
+  auto nextPiece = [&]() -> std::string_view {
+    writer->dropBytes();  // the piece before is in the file
+    while (writer->bytes().size() < kPieceBytes && child != end) {
+      YIniDocumentWriter::writeChildTo(*child, writer);
+      ++child;
+    }
+    if ((child == end && !std::exchange(finished, true)) || writer->heldLoneSurrogate()) {
+      if (!writer->finish(&failure)) throw LoneSurrogate{};
+    }
+    return writer->bytes();
+  };
+  try {
+    return YWriteFileChunks(filePath, nextPiece, true, error);
+  } catch (const LoneSurrogate&) {
+    if (error) *error = failure;
+    return false;
+  }
 }

@@ -266,6 +266,8 @@ class YIniDocument : public YIniCompositeElement {
   // Loads `string`, noting in `record` (when not null) where each element came from.
   YIniDocument* loadTextFactoryRecord(const YString& string, std::shared_ptr<YIniElementFactory> factory,
                                       std::shared_ptr<YIniSourceRecord> record);
+  // The library's own document saved atomically in UTF-8, made and written a piece at a time.
+  bool writeUTF8ToFileInPieces(const YString& filePath, std::shared_ptr<YError>* error);
   std::shared_ptr<YIniElementFactory> _factory;
   // The text the document was loaded from; null for copies and documents built in code.
   std::shared_ptr<YIniSourceRecord> _source;

@@ -16,11 +16,14 @@ void YIniDocumentWriter::write(const std::shared_ptr<YTextWriter>& textWriter) {
   if (YParameterFailedAtLine(textWriter != nullptr, "textWriter != nil", YTextWriterCheckLine)) return;
   if (!_document) return;
   auto elements = _document->elements();
-  for (const auto& element : *elements) {
-    if (auto section = YCast<YIniSection>(element)) {
-      YIniSectionWriter(section, true).write(textWriter);
-    } else if (auto* comment = YCast<YIniComment>(element.get())) {
-      YStringWritable(comment->stringValue()).write(textWriter);
-    }
+  for (const auto& element : *elements) writeChildTo(element, textWriter);
+}
+
+void YIniDocumentWriter::writeChildTo(const std::shared_ptr<YIniElement>& element,
+                                      const std::shared_ptr<YTextWriter>& textWriter) {
+  if (auto section = YCast<YIniSection>(element)) {
+    YIniSectionWriter(section, true).write(textWriter);
+  } else if (auto* comment = YCast<YIniComment>(element.get())) {
+    YStringWritable(comment->stringValue()).write(textWriter);
   }
 }

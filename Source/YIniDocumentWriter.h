@@ -25,6 +25,10 @@ class YIniDocumentWriter : public YTextWritable {
   /// Writes the document. A null writer is a failed precondition ("textWriter != nil").
   /// Changing the document's list meanwhile raises YMutationDuringEnumerationException.
   void write(const std::shared_ptr<YTextWriter>& textWriter) override;
+  /// Writes `element`, one of the document's top-level children, as write()
+  /// does: a section with a YIniSectionWriter, a comment as it stands,
+  /// anything else not at all. For writing the document a part at a time.
+  static void writeChildTo(const std::shared_ptr<YIniElement>& element, const std::shared_ptr<YTextWriter>& textWriter);
 
  private:
   std::shared_ptr<YIniDocument> _document;

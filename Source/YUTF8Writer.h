@@ -34,6 +34,11 @@ class YUTF8Writer : public YTextWriter {
   /// False, with `*error` (when not null), when the text held a lone surrogate.
   bool finish(std::shared_ptr<YError>* error);
   std::string_view bytes() const noexcept { return _bytes.view().substr(0, _size); }
+  /// Drops the bytes written so far (taken elsewhere), keeping the room and
+  /// the count of units: writing goes on as if they were still there.
+  void dropBytes() noexcept { _size = 0; }
+  /// Whether the text so far held a lone surrogate (finish() then fails).
+  bool heldLoneSurrogate() const noexcept { return _loneSurrogate != UINT64_MAX; }
 
  private:
   void append(std::u16string_view units);

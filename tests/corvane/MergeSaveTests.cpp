@@ -150,6 +150,53 @@ TEST_F(Saving, UTF8TakesSurrogatePairsAndRefusesLoneOnes) {
   EXPECT_EQ(readBytes(path), "old");
 }
 
+// Saved atomically, a text of many pieces is written as it is made: the file
+// holds exactly the text; a lone surrogate late in it, or an exception from
+// a host's element, fails the save after pieces before it were written, and
+// leaves the target and the folder as they were.
+TEST_F(Saving, AtomicSavesOfLongTextsAreExactOrLeaveEverythingAsItWas) {
+  struct ThrowingComment : YIniComment {
+    ThrowingComment() : YIniComment(YString(u"")) {}
+    YString stringValue() override { throw std::runtime_error("no text"); }
+  };
+  auto build = [](std::size_t sections) {
+    auto document = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
+    for (std::size_t i = 0; i < sections; ++i) {
+      auto section = YIniSection::sectionWithName(YString("s" + std::to_string(i)));
+      for (int k = 0; k < 20; ++k)
+        section->addElement(YIniOption::optionWithNameAndValue(YString("key" + std::to_string(k)),
+                                                               YString("a value of some length " + std::to_string(i))));
+      document->addElement(section);
+      document->addElement(YIniComment::commentWithString(YString(u"# between\n")));
+    }
+    return document;
+  };
+  const std::string path = dir / "long.ini";
+  for (std::size_t sections : {0, 1, 700, 2000}) {  // nothing, one piece, about two pieces, several
+    auto document = build(sections);
+    std::shared_ptr<YError> error;
+    ASSERT_TRUE(save(*document, path, YUTF8StringEncoding, &error)) << sections;
+    EXPECT_EQ(readBytes(path), document->stringValue().UTF8String()) << sections;
+  }
+  const std::string text = readBytes(path);
+  for (const char16_t* last : {u"x\xDC00", u"x\xD800"}) {  // a second half alone, and a first half last of all
+    auto lone = build(2000);
+    lone->addElement(YIniComment::commentWithString(YString(last)));
+    std::shared_ptr<YError> error;
+    EXPECT_FALSE(save(*lone, path, YUTF8StringEncoding, &error));
+    ASSERT_TRUE(error);
+    const std::size_t position = lone->stringValue().length() - 1;
+    EXPECT_NE(utf8(error->localizedDescription()).find("position " + std::to_string(position)), std::string::npos)
+        << utf8(error->localizedDescription());
+    EXPECT_EQ(readBytes(path), text);
+  }
+  auto throwing = build(2000);
+  throwing->addElement(std::make_shared<ThrowingComment>());
+  EXPECT_THROW((void)save(*throwing, path), std::runtime_error);
+  EXPECT_EQ(readBytes(path), text);
+  EXPECT_EQ(filefault::listing(dir.path), "long.ini ");
+}
+
 // ASCII is copied several units at a time: a character beyond it, at any
 // place of a value, a name or a comment of any length, must still come out
 // as its UTF-8 sequence, and every ASCII unit around it as one byte.
