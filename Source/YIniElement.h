@@ -50,7 +50,8 @@ class YIniElement : public YObject {
  private:
   // Where loading found the element: its entry in the source record, plus
   // one (0: none, as for every element made otherwise, copies included),
-  // kept in the object's spare word. Only the source record uses it.
+  // kept in the object's spare word. Only the source record uses it, and
+  // its top bit (see YIniSourceRecord::kStringsAsNoted).
   friend class YIniSourceRecord;
 };
 

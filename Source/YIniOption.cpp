@@ -3,6 +3,7 @@
 #include "YIniCompositeElement.h"
 
 #include "YIniOptionWriter.h"
+#include "YIniSourceRecord.h"
 #include "YStringWriter.h"
 
 YIniOption::YIniOption(const YString& name, const YString& value)
@@ -19,13 +20,17 @@ void YIniOption::setName(const YString& name) {
   YIniCompositeElement::forgetSilence();
   const YString given = name;  // `name` may be this option's own, which observers may change
   ChangeScope scope(*this, YModifiedKey);
+  forgetNotedStrings();  // another name
   _name = given;
 }
 
 void YIniOption::setValue(const YString& value) {
   ChangeScope scope(*this, YModifiedKey);
+  forgetNotedStrings();  // another value
   _value = value;
 }
+
+void YIniOption::forgetNotedStrings() noexcept { _objectWord &= ~YIniSourceRecord::kStringsAsNoted; }
 
 YString YIniOption::description() const {
   return YString::stringWithFormat("{ %@, name: \"%@\", value: \"%@\" }", defaultDescription(), _name, _value);
@@ -44,6 +49,7 @@ bool YIniOption::isModified() const {
 
 void YIniOption::revert() {
   ChangeScope scope(*this, YModifiedKey);
+  forgetNotedStrings();  // the strings it had before
   _name = _initialName.copy();
   _value = _initialValue.copy();
 }

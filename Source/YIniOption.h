@@ -75,6 +75,8 @@ class YIniOption : public YIniElement {
   virtual std::shared_ptr<YIniOption> makeOptionWithNameAndValue(const YString& name, const YString& value) const;
 
  private:
+  // Other strings than loading noted: the preserving save compares them again.
+  void forgetNotedStrings() noexcept;
   YString _initialName;
   YString _name;
   YString _initialValue;

@@ -39,6 +39,31 @@ struct YIniPreservingWriter::OptionStyle {
   Range beforeEquals, afterEquals, lineEnd, indent;
   bool known = false;  // an option of the file came before: beforeEquals and lineEnd are its
   bool hasAfterEquals = false, hasIndent = false;
+  // Options of the file written as they were, in order, whose style is not
+  // taken yet: most sections never write a new option, and their options'
+  // layouts are then never worked out.
+  std::vector<std::uint32_t> untaken;
+
+  // Takes the style of the option loaded from entry `index`: what its layout
+  // shows, the rest staying as the options before it showed it.
+  void take(const YIniSourceRecord::OptionLayout& layout) {
+    beforeEquals = {layout.nameEnd, layout.equals};
+    if (layout.valueEnd > layout.valueStart) {
+      afterEquals = {layout.equals + 1, layout.valueStart};
+      hasAfterEquals = true;
+    }
+    lineEnd = {layout.lineEnd, layout.eolEnd};
+    if (layout.continuations) {
+      indent = {layout.firstIndentStart, layout.firstIndentEnd};
+      hasIndent = true;
+    }
+    known = true;
+  }
+  // Takes the styles not taken yet, in order: before the style is used.
+  void settle(const YIniSourceRecord& record) {
+    for (std::uint32_t index : untaken) take(record.optionLayout(index));
+    untaken.clear();
+  }
 };
 
 YIniPreservingWriter::YIniPreservingWriter(YIniDocument& document, const YIniSourceRecord* record)
@@ -311,22 +336,22 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
   };
   if (inPlace) {
     const auto i = static_cast<std::size_t>(index);
-    const YIniSourceRecord::OptionLayout layout = _record->optionLayout(i);
     const std::uint32_t start = _record->start(i), end = _record->end(i);
     // This option's style is the one the next new option takes; what it
     // does not show (an empty value's spacing, continuation indentation)
     // stays as the option before it showed it, else comes from the file.
-    style.beforeEquals = {layout.nameEnd, layout.equals};
-    if (layout.valueEnd > layout.valueStart) {
-      style.afterEquals = {layout.equals + 1, layout.valueStart};
-      style.hasAfterEquals = true;
+    // An option holding what loading noted is written as it was, its style
+    // taken only when a later option needs it.
+    if (YIniSourceRecord::holdsNotedStrings(option)) {
+      style.untaken.push_back(static_cast<std::uint32_t>(i));
+      if (!adjacent(start)) ensureLineStart();
+      original(start, end);
+      _lastLineIsOption = true;
+      return true;
     }
-    style.lineEnd = {layout.lineEnd, layout.eolEnd};
-    if (layout.continuations) {
-      style.indent = {layout.firstIndentStart, layout.firstIndentEnd};
-      style.hasIndent = true;
-    }
-    style.known = true;
+    style.settle(*_record);  // the options before this one first
+    const YIniSourceRecord::OptionLayout layout = _record->optionLayout(i);
+    style.take(layout);
 
     const bool nameSame = _record->optionNameUnchanged(i, layout, name);
     const bool valueSame = _record->optionValueUnchanged(i, layout, value);
@@ -372,6 +397,7 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
   // Written anew, as the writers write it: the name trimmed, an option
   // without a name or value left out.
   if (name.isNull() || value.isNull()) return true;
+  style.settle(*_record);  // the style this new option takes
   const std::u16string_view newName = trimmed(name.view(), YIniWhitespace());
   if (newName.empty()) return true;
   if (const char* reason = nameProblem(newName)) return fail(describe(), reason);

@@ -1,6 +1,7 @@
 #include "YIniSourceRecord.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <map>
 
@@ -54,11 +55,18 @@ enum class Blanks { Whitespace, WhitespaceAndNewlines };
 // Membership in the set, answered without it for ASCII, where whitespace is
 // space and tab, and newlines LF to CR.
 template <Blanks set>
+constexpr std::array<bool, 0x80> kASCIIBlanks = [] {
+  std::array<bool, 0x80> blanks{};
+  blanks[' '] = blanks['\t'] = true;
+  if (set == Blanks::WhitespaceAndNewlines)
+    for (char c = '\n'; c <= '\r'; ++c) blanks[static_cast<unsigned char>(c)] = true;
+  return blanks;
+}();
+
+template <Blanks set>
 inline bool isBlank(char16_t c) {
-  if (c >= 0x80)
-    return (set == Blanks::Whitespace ? YIniWhitespace() : YIniWhitespaceAndNewlines()).characterIsMember(c);
-  if (c == u' ' || c == u'\t') return true;
-  return set == Blanks::WhitespaceAndNewlines && c >= u'\n' && c <= u'\r';
+  if (c < 0x80) return kASCIIBlanks<set>[c];
+  return (set == Blanks::Whitespace ? YIniWhitespace() : YIniWhitespaceAndNewlines()).characterIsMember(c);
 }
 
 // The helpers below read the text as UTF-16 (std::u16string_view) or as
@@ -166,6 +174,15 @@ bool isLineEndPiece(Text piece) {
   return sameFewUnits(u"\n", piece) || sameFewUnits(u"\r\n", piece);
 }
 
+// The snapshot kept for an entry, or null; nearly always none is kept, and
+// the map is not searched then.
+template <class Snapshots>
+const std::pair<YString, YString>* keptSnapshot(const Snapshots& snapshots, std::size_t index) {
+  if (snapshots.empty()) return nullptr;
+  const auto kept = snapshots.find(static_cast<std::uint32_t>(index));
+  return kept == snapshots.end() ? nullptr : &kept->second;
+}
+
 bool isUnicodeEncoding(YStringEncoding encoding) {
   switch (encoding) {
     case YUTF8StringEncoding:
@@ -257,6 +274,10 @@ void YIniSourceRecord::noteElement(Kind kind, std::uint32_t start, std::uint32_t
   appendEntry(kind, end);
   element._objectWord = index + 1;
   _checks.back() = identityCheck(element);
+  if (kind == Kind::Option && ydetail::isExactly<YIniOption>(element)) {
+    const auto& option = static_cast<YIniOption&>(element);
+    if (!option.name().isMutable() && !option.value().isMutable()) element._objectWord |= kStringsAsNoted;
+  }
   // The snapshot is what the element holds now, after the factory ran. It
   // is derived from the text unless the factory changed what it was given.
   if (kind == Kind::Section) {
@@ -288,7 +309,7 @@ void YIniSourceRecord::finish() {
 // ---- snapshots ---------------------------------------------------------------
 
 std::int64_t YIniSourceRecord::indexOfElement(const YIniElement& element) const noexcept {
-  const std::uint32_t word = element._objectWord;
+  const std::uint32_t word = element._objectWord & ~kStringsAsNoted;
   if (word == 0 || word > _kinds.size() || _checks[word - 1] != identityCheck(element)) return -1;
   return word - 1;
 }
@@ -301,8 +322,8 @@ std::pair<std::uint32_t, std::uint32_t> YIniSourceRecord::sectionNameRange(std::
 }
 
 bool YIniSourceRecord::sectionNameUnchanged(std::size_t index, const YString& name) const {
-  if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
-    return YIniStringsEqual(name, kept->second.first);
+  if (const auto* kept = keptSnapshot(_snapshots, index))
+    return YIniStringsEqual(name, kept->first);
   const auto range = sectionNameRange(index);
   return withText([&](auto text) { return sameText(text, range.first, range.second, name); });
 }
@@ -355,15 +376,15 @@ YIniSourceRecord::OptionLayout YIniSourceRecord::optionLayoutOfRangeIn(Text text
 }
 
 bool YIniSourceRecord::optionNameUnchanged(std::size_t index, const OptionLayout& layout, const YString& name) const {
-  if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
-    return YIniStringsEqual(name, kept->second.first);
+  if (const auto* kept = keptSnapshot(_snapshots, index))
+    return YIniStringsEqual(name, kept->first);
   return withText([&](auto text) { return sameText(text, layout.nameStart, layout.nameEnd, name); });
 }
 
 bool YIniSourceRecord::optionValueUnchanged(std::size_t index, const OptionLayout& layout,
                                             const YString& value) const {
-  if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
-    return YIniStringsEqual(value, kept->second.second);
+  if (const auto* kept = keptSnapshot(_snapshots, index))
+    return YIniStringsEqual(value, kept->second);
   if (value.isNull()) return false;
   return withText([&](auto text) { return valueUnchangedIn(text, index, layout, value); });
 }
@@ -391,8 +412,8 @@ bool YIniSourceRecord::valueUnchangedIn(Text text, std::size_t index, const Opti
 }
 
 bool YIniSourceRecord::commentUnchanged(std::size_t index, const YString& text) const {
-  if (auto kept = _snapshots.find(static_cast<std::uint32_t>(index)); kept != _snapshots.end())
-    return YIniStringsEqual(text, kept->second.first);
+  if (const auto* kept = keptSnapshot(_snapshots, index))
+    return YIniStringsEqual(text, kept->first);
   if (kind(index) == Kind::Unknown) return !text.isNull() && text.length() == 0;
   return withText([&](auto source) { return sameText(source, start(index), end(index), text); });
 }

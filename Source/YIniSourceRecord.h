@@ -108,6 +108,14 @@ class YIniSourceRecord {
   /// The entry `element` was loaded from, or -1 when it was not loaded into
   /// this record (made by the host, a copy, or loaded by another document).
   std::int64_t indexOfElement(const YIniElement& element) const noexcept;
+  /// The top bit of a loaded element's word: set for the library's own
+  /// option holding immutable strings when loading noted it, cleared by the
+  /// option when it takes other strings. While it stands, the option holds
+  /// exactly what it held at the end of loading, without comparing.
+  static constexpr std::uint32_t kStringsAsNoted = 0x80000000u;
+  /// Whether `option` (loaded into this record) holds the strings it held
+  /// at the end of loading, as far as it knows without comparing them.
+  static bool holdsNotedStrings(const YIniElement& option) noexcept { return option._objectWord & kStringsAsNoted; }
   /// Whether `element` (loaded from `index`) still holds what it held at the
   /// end of loading: names, values and texts compared code unit for code
   /// unit, null unequal to empty.

@@ -517,6 +517,40 @@ TEST(PreservingSave, HostFactoriesSnapshotWhatTheyMade) {
   EXPECT_EQ(preserved(*document), "# c\n[s]\nk = w\n");
 }
 
+// Options a host factory made otherwise: one whose first value is not the
+// one it holds at the end of loading, one holding a mutable string. What
+// they hold when saved is what is written, however it came to change.
+class ChangingFactory : public YIniStandardElementFactory {
+ public:
+  std::shared_ptr<YIniOption> optionWithNameValueInSection(const YString& name, const YString& value,
+                                                           const std::shared_ptr<YIniSection>& section) override {
+    if (name.isEqualToString(S("first"))) {
+      auto option = YIniStandardElementFactory::optionWithNameValueInSection(name, S("made"), section);
+      option->setValue(value);
+      return option;
+    }
+    return YIniStandardElementFactory::optionWithNameValueInSection(
+        name, name.isEqualToString(S("held")) ? YString::mutableStringWithString(value) : value, section);
+  }
+};
+
+TEST(PreservingSave, WhatAnOptionHoldsWhenSavedIsWrittenHoweverItChanged) {
+  auto document =
+      YIniDocument::documentFromStringFactory(YString("[s]\nfirst = v\nheld = w\n"), std::make_shared<ChangingFactory>());
+  EXPECT_EQ(preserved(*document), "[s]\nfirst = v\nheld = w\n");
+  section(*document, "s")->optionWithName(S("first"))->revert();
+  section(*document, "s")->optionWithName(S("held"))->value().appendString(S("!"));
+  EXPECT_EQ(preserved(*document), "[s]\nfirst = made\nheld = w!\n");
+}
+
+// A changed option's continuation lines take the indentation of the last
+// option before it that showed one, also past options written as they were.
+TEST(PreservingSave, AChangedOptionTakesTheIndentationOfTheOptionsBeforeIt) {
+  auto document = load("[s]\na = 1\n  x\nb = 2\n    y\nc = 3\nd = 4\n");
+  setValue(*document, "s", "d", "5\nz");
+  EXPECT_EQ(visible(YString(preserved(*document))), visible(YString("[s]\na = 1\n  x\nb = 2\n    y\nc = 3\nd = 5\n    z\n")));
+}
+
 TEST(PreservingSave, OnlyReadsTheTree) {
   auto document = load("[s]\n\tname  = v\n");  // the writers would trim the name through setName
   document->commit();
