@@ -44,8 +44,8 @@ struct YIniPreservingWriter::OptionStyle {
   // layouts are then never worked out.
   std::vector<std::uint32_t> untaken;
 
-  // Takes the style of the option loaded from entry `index`: what its layout
-  // shows, the rest staying as the options before it showed it.
+  // Takes the style an option of the file shows in its layout, the rest
+  // staying as the options before it showed it.
   void take(const YIniSourceRecord::OptionLayout& layout) {
     beforeEquals = {layout.nameEnd, layout.equals};
     if (layout.valueEnd > layout.valueStart) {
@@ -60,8 +60,9 @@ struct YIniPreservingWriter::OptionStyle {
     known = true;
   }
   // Takes the styles not taken yet, in order: before the style is used.
-  void settle(const YIniSourceRecord& record) {
-    for (std::uint32_t index : untaken) take(record.optionLayout(index));
+  // There are some only where the document has a record.
+  void settle(const YIniSourceRecord* record) {
+    for (std::uint32_t index : untaken) take(record->optionLayout(index));
     untaken.clear();
   }
 };
@@ -349,7 +350,7 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
       _lastLineIsOption = true;
       return true;
     }
-    style.settle(*_record);  // the options before this one first
+    style.settle(_record);  // the options before this one first
     const YIniSourceRecord::OptionLayout layout = _record->optionLayout(i);
     style.take(layout);
 
@@ -397,7 +398,7 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
   // Written anew, as the writers write it: the name trimmed, an option
   // without a name or value left out.
   if (name.isNull() || value.isNull()) return true;
-  style.settle(*_record);  // the style this new option takes
+  style.settle(_record);  // the style this new option takes
   const std::u16string_view newName = trimmed(name.view(), YIniWhitespace());
   if (newName.empty()) return true;
   if (const char* reason = nameProblem(newName)) return fail(describe(), reason);
