@@ -265,22 +265,17 @@ YValue YObject::valueForKey(const YString&) const { return {}; }
 YValue YObject::valuesAtIndexesForKey(const YIndexSet&, const YString&) const { return {}; }
 
 void YObject::addObserver(YObject* observer, const YString& keyPath, unsigned options, void* context) {
-  // The common case, a first observer of another object for an interned key
-  // with plain options, is kept in the object without anything else.
-  if (observer && observer != this && !_firstObserver && !_observationInfo && !context &&
-      options <= 0xF && !(options & YKeyValueObservingOptionInitial)) {
-    if (const unsigned key = internedNumber(keyPath)) {
-      _firstObserver = observer;
-      _registrationBits |= field(options, key, kFirstShift) | options;
-      return;
-    }
-  }
+  // An interned key without a context is registered by its number (the
+  // number's key is this very object).
+  if (!context)
+    if (const unsigned key = internedNumber(keyPath)) return addObserverForKeyNumber(observer, key, options);
   addObserverSlowly(observer, keyPath, options, context);
 }
 
 void YObject::addObserverForKeyNumber(YObject* observer, unsigned keyNumber, unsigned options) {
-  // As addObserver()'s common case; a number of no key (0 wraps round) goes
-  // to the slow path, which refuses it.
+  // The common case, a first observer of another object with plain options,
+  // is kept in the object without anything else; a number of no key (0 wraps
+  // round) goes to the slow path, which refuses it.
   if (keyNumber - 1 < internedCount.load(std::memory_order_acquire) && observer && observer != this &&
       !_firstObserver && !_observationInfo && options <= 0xF && !(options & YKeyValueObservingOptionInitial))
       [[likely]] {
