@@ -494,8 +494,7 @@ std::unique_ptr<YIniSourceRecord::Style> YIniSourceRecord::styleOf(Text text) co
       // Only the blanks around "=" and, for a value of several lines, the
       // first continuation's indentation: no whole layout.
       const std::uint32_t s = start(i), e = end(i);
-      std::uint32_t equals = s;
-      while (equals < e && text[equals] != '=') ++equals;
+      const std::uint32_t equals = findUnit(text, '=', s, e);
       std::uint32_t before = equals, after = equals + 1;
       while (before > s && isBlank<Blanks::Whitespace>(static_cast<char16_t>(text[before - 1]))) --before;
       while (after < e && isBlank<Blanks::Whitespace>(static_cast<char16_t>(text[after]))) ++after;
