@@ -12,6 +12,14 @@ static constexpr const char YUnitName[] = "YIniCompositeElement";
 
 const YString& YElementsKey = YObject::internedKey(u"elements");
 
+namespace {
+// The number of the key a composite observes its children under.
+[[gnu::always_inline]] inline unsigned modifiedKeyNumber() noexcept {
+  static const unsigned number = YObject::internedKeyNumber(YModifiedKey);
+  return number;
+}
+}  // namespace
+
 // What hasModifiedElements() would find, kept for one state of the lists:
 // whether they differ, which distinct children were last seen modified, and
 // which children may change without telling (they are asked each time).
@@ -37,7 +45,8 @@ const std::shared_ptr<YIniCompositeElement::ElementList>& emptyList() {
 }  // namespace
 
 YIniCompositeElement::YIniCompositeElement() : _initialElements(emptyList()), _elements(ElementList::mutableArray()) {
-  addObserver(this, YElementsKey, YKeyValueObservingOptionNew, nullptr);
+  static const unsigned elementsKey = YObject::internedKeyNumber(YElementsKey);
+  addObserverForKeyNumber(this, elementsKey, YKeyValueObservingOptionNew);
 }
 
 YIniCompositeElement::~YIniCompositeElement() {
@@ -322,16 +331,16 @@ void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement> element) {
   _elements->addObject(std::move(element));
   // Only the library's own composites append quietly, and they subscribe no
   // differently: the child is observed as subscribeChild() would.
-  child.addObserver(this, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
+  child.addObserverForKeyNumber(this, modifiedKeyNumber(), YKeyValueObservingOptionNew);
 }
 
 void YIniCompositeElement::appendQuietly(std::shared_ptr<YIniElement>* elements, std::size_t count) {
-  static const unsigned modifiedKey = YObject::internedKeyNumber(YModifiedKey);
+  const unsigned key = modifiedKeyNumber();
   _elements->reserveCapacity(_elements->count() + count);
   for (std::size_t i = 0; i < count; ++i) {
     YIniElement& child = *elements[i];
     _elements->addObject(std::move(elements[i]));
-    child.addObserverForKeyNumber(this, modifiedKey, YKeyValueObservingOptionNew);
+    child.addObserverForKeyNumber(this, key, YKeyValueObservingOptionNew);
   }
 }
 
@@ -348,8 +357,8 @@ void YIniCompositeElement::modifiedChangedForElement(YIniElement* element) {
 }
 
 bool YIniCompositeElement::nobodyHearsUnchanged(const YIniElement& child) noexcept {
-  static const unsigned modifiedKey = YObject::internedKeyNumber(YModifiedKey);
-  YObject* const observer = child.soleObserverForKeyNumberWithOptions(modifiedKey, YKeyValueObservingOptionNew);
+  YObject* const observer =
+      child.soleObserverForKeyNumberWithOptions(modifiedKeyNumber(), YKeyValueObservingOptionNew);
   if (!observer || child.mayChangeUnannounced()) return false;
   // A silent scope over this parent has found, for an earlier child, all that
   // is asked of the parent below, and nothing has run since that could change it.
