@@ -313,6 +313,10 @@ done
     [[ -n "${S[$p]:-}" ]] && echo "small ${p} ${S[$p]} 0"
   done
   for mb in $scale; do [[ -n "${T[full-$mb]:-}" ]] && echo "scale $mb ${T[full-$mb]} ${R[full-$mb]}"; done
+  for mb in $scale; do
+    [[ -n "${T[full-small-pages-$mb]:-}" ]] &&
+      echo "scale-small-pages $mb ${T[full-small-pages-$mb]} ${R[full-small-pages-$mb]}"
+  done
 } > "$build/bench-compare.dat"
 echo "- Figures for the chart: $build/bench-compare.dat (bench/compare/chart.py makes the SVG)"
 echo "- Output check, full corpus: ${check_full:-FAIL: no output}"
