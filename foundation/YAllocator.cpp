@@ -7,6 +7,8 @@
 #include <atomic>
 #include <cassert>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <mutex>
 
@@ -45,13 +47,11 @@
 // thread. Every hand-over between threads goes through a mutex,
 // which orders the block's last use before its next owner's first.
 //
-// Chunks come from address space reserved in 64 MiB arenas, aligned to 2 MiB
-// and marked for transparent huge pages, and faulted in 2 MiB at a time with
-// one call (the first 2 MiB a chunk at a time, in small pages). On the build machine (bench/pagefault_bench) a fresh MiB costs
-// about 500 µs of CPU time in 4 KiB pages (2 µs a page), faulted one by one
-// or by MAP_POPULATE alike, and 30 to 120 µs in huge pages. Empty chunks are kept for reuse;
-// those empty for a second, beyond the newest 4 MiB of them, are given back
-// to the system.
+// Chunks come from address space reserved in 64 MiB arenas, aligned to 2 MiB,
+// and faulted in 2 MiB at a time with one call (the first 2 MiB a chunk at a
+// time), in small pages unless huge pages are asked for (see
+// hugePagesWanted). Empty chunks are kept for reuse; those empty for a
+// second, beyond the newest 4 MiB of them, are given back to the system.
 namespace ydetail {
 namespace {
 
@@ -144,7 +144,23 @@ long timedPopulate(void* memory, std::size_t bytes) noexcept {
 // free 2 MiB blocks at hand, but can cost several times more where it must
 // find them first (a virtual machine whose host backs fresh memory lazily: on
 // the build machine 2.2 ms a MiB against 0.3 ms in small pages and 0.08 ms in
-// huge pages at hand). So the pool times what it faults in, 2 MiB at a time,
+// huge pages at hand). There, only memory freed in the last seconds is at
+// hand, and a process that meets the first dear block has paid 4 to 5 ms for
+// it: in bench/compare's runs, small pages alone loaded the corpus in 0.071
+// to 0.072 s against 0.075 to 0.078 s with huge pages, and its round trip in
+// 0.093 to 0.094 s against 0.094 to 0.099 s. So the pool asks for huge pages
+// only when CORVANE_POOL_HUGE_PAGES=1 is in the environment (for machines
+// where they are at hand), and otherwise asks for small pages, also where
+// huge pages are the system's default.
+bool hugePagesWanted() noexcept {
+  static const bool wanted = [] {
+    const char* value = std::getenv("CORVANE_POOL_HUGE_PAGES");
+    return value && std::strcmp(value, "1") == 0;
+  }();
+  return wanted;
+}
+
+// Asked for, huge pages are timed: the pool times what it faults in, 2 MiB at a time,
 // arenas and large buffers alike: from a huge-page step that costs more than
 // twice the same bytes in small pages, the rest goes in small pages, and for
 // the next ten seconds new arenas and large buffers use small pages from the
@@ -276,7 +292,7 @@ Chunk* takeChunk(ChunkStore& store) {
   } else {
     if (store.next == store.end) {
       std::size_t bytes = kArenaSize;
-      const bool huge = !hugePagesDear();
+      const bool huge = hugePagesWanted() && !hugePagesDear();
       char* arena = mapHugeAligned(bytes, true, huge);
       if (!arena) arena = mapHugeAligned(bytes = kHugePage, true, huge);
       if (!arena) throw std::bad_alloc();
@@ -546,7 +562,7 @@ void populateTimed(char* memory, std::size_t bytes) noexcept {
 // offers them cheaply (see populateTimed), else with MAP_POPULATE.
 void* mapLarge(std::size_t bytes) {
   if (bytes >= 2 * kHugePage) {
-    const bool huge = !hugePagesDear();
+    const bool huge = hugePagesWanted() && !hugePagesDear();
     char* memory = mapHugeAligned(bytes, false, huge);
     if (!memory) throw std::bad_alloc();
     if (huge)

@@ -37,8 +37,9 @@ void smallDeallocateSlowly(void* block, std::size_t size) noexcept;
 
 /// Memory for `size` bytes, aligned to 16. Sizes up to kSmallObjectLimit are
 /// carved, in 16-byte size classes and with no per-block header, from 64 KiB
-/// chunks of pre-faulted memory (in transparent huge pages where the kernel
-/// offers them and they fault in faster than small pages), and recycled
+/// chunks of pre-faulted memory (in small pages; with CORVANE_POOL_HUGE_PAGES=1
+/// in the environment, in transparent huge pages while they fault in faster
+/// than small ones), and recycled
 /// through bounded per-thread free lists; larger ones go to operator new.
 /// Throws std::bad_alloc when no memory is left.
 ///
@@ -78,9 +79,10 @@ inline void smallDeallocate(void* block, std::size_t size) noexcept {
 
 /// Memory for `size` bytes of one large buffer. Sizes from 1 MiB up are
 /// mapped with their pages faulted in at once (much cheaper than a fault per
-/// page on first touch), from 4 MiB up in huge pages where the kernel offers
-/// them and they fault in faster than small pages; smaller ones go to
-/// operator new. Throws std::bad_alloc when no memory is left.
+/// page on first touch), from 4 MiB up in huge pages where the pool takes
+/// them (see smallAllocate()) and they fault in faster than small pages;
+/// smaller ones go to operator new. Throws std::bad_alloc when no memory is
+/// left.
 void* largeAllocate(std::size_t size);
 /// Gives back a buffer from largeAllocate(); `size` as asked for. A mapped
 /// buffer goes straight back to the system.

@@ -1,26 +1,17 @@
 // Runs a command and prints "<wall seconds> <peak RSS in KiB> <exit status>"
 // of that child alone (wait4's resource usage). The child's stdout is
-// discarded; its stderr passes through. With --small-pages first, the child
-// runs with transparent huge pages turned off (PR_SET_THP_DISABLE, which
-// exec keeps), so that its memory comes in 4 KiB pages whatever it asks for.
+// discarded; its stderr passes through.
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 
 int main(int argc, char** argv) {
-  const bool smallPages = argc > 1 && std::strcmp(argv[1], "--small-pages") == 0;
-  if (smallPages) {
-    --argc;
-    ++argv;
-  }
   if (argc < 2) {
-    std::fprintf(stderr, "usage: %s [--small-pages] command [args...]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s command [args...]\n", argv[0]);
     return 2;
   }
   auto start = std::chrono::steady_clock::now();
@@ -32,10 +23,6 @@ int main(int argc, char** argv) {
   if (child == 0) {
     int null = ::open("/dev/null", O_WRONLY);
     if (null >= 0) ::dup2(null, STDOUT_FILENO);
-    if (smallPages && ::prctl(PR_SET_THP_DISABLE, 1, 0, 0, 0) != 0) {
-      std::perror("prctl(PR_SET_THP_DISABLE)");
-      ::_exit(126);
-    }
     ::execvp(argv[1], argv + 1);
     std::perror(argv[1]);
     ::_exit(127);
