@@ -5,8 +5,8 @@ Usage: bench/compare/chart.py [FIGURES] [OUT.svg]
 
 FIGURES is the file run.sh writes (build-bench/bench-compare.dat by default):
 one line per figure, "<kind> <program> <seconds> <peak RSS KiB>", where kind
-is roundtrip, load, small, scale or scale-small-pages (the same sizes with
-huge pages off). The chart shows each panel's figures as
+is roundtrip, load, small, scale or scale-huge-pages (the same sizes with
+huge pages asked for). The chart shows each panel's figures as
 bars scaled to the panel's largest, with the value written beside each bar.
 Only the standard library is used, so the script runs wherever Python does.
 """
@@ -63,8 +63,8 @@ def main():
         ("A 3 KB file in process: time per round trip", [(name(p), t * 1e6) for k, p, t, _ in rows if k == "small"],
          "µs"),
         ("Corvane scaling: wall time by file size",
-         [(f"{p} MB" + (", huge pages off" if k == "scale-small-pages" else ""), t) for k, p, t, _ in rows
-          if k in ("scale", "scale-small-pages")], "s"),
+         [(f"{p} MB" + (", huge pages" if k == "scale-huge-pages" else ""), t) for k, p, t, _ in rows
+          if k in ("scale", "scale-huge-pages")], "s"),
     ]
     body, y = [], 10
     for title, bars, unit in panels:

@@ -17,11 +17,9 @@
 # compare_small_floor runs the same model on the small file in process, beside
 # compare_small_corvane and compare_small_gkeyfile.
 #
-# Corvane's pool takes transparent huge pages where the kernel offers them
-# cheaply, which saves more on a small run than on a large one (on a virtual
-# machine the host backs only recently freed memory at once); the scaling
-# series therefore also runs Corvane with huge pages off (compare_measure
-# --small-pages), so that the scaling of its own work shows beside it.
+# Corvane's pool faults its memory in small pages unless the environment asks
+# for huge pages (CORVANE_POOL_HUGE_PAGES=1); the scaling series also runs it
+# so, to show what huge pages give or cost on the machine at hand.
 #
 # GKeyFile refuses continuation lines, so the peers run on the corpus without
 # its continuation lines ("flat"); Corvane also runs on the full corpus, which
@@ -86,16 +84,16 @@ median() { sort -g | awk '{ v[NR] = $1 } END { if (NR % 2) print v[(NR + 1) / 2]
 
 declare -A times rss failed
 # A job's program is compare_<binary> with its flags (the floor model runs twice).
-declare -A binary=([floor-slices]=floor [corvane-small-pages]=corvane) flags=([floor-slices]=--slices)
-# compare_measure's own flags for a job: Corvane also runs with huge pages off.
-declare -A measure_flags=([corvane-small-pages]=--small-pages)
+declare -A binary=([floor-slices]=floor [corvane-huge-pages]=corvane) flags=([floor-slices]=--slices)
+# The environment a job runs in: Corvane also runs with huge pages asked for.
+declare -A environment=([corvane-huge-pages]=CORVANE_POOL_HUGE_PAGES=1)
 program_of() { echo "$bin/compare_${binary[$1]:-$1}"; }
 # run_once <job> <program> <input> <mb>: one measured run, appended to the job's samples.
 run_once() {
   local job="$1" program="$2" input="$3" mb="$4" t r code
   [[ -n "${failed[$job]:-}" ]] && return 0
   # shellcheck disable=SC2086 # the flags are words
-  read -r t r code < <("$bin/compare_measure" ${measure_flags[$program]:-} "$(program_of "$program")" ${flags[$program]:-} "$input" \
+  read -r t r code < <(env ${environment[$program]:-} "$bin/compare_measure" "$(program_of "$program")" ${flags[$program]:-} "$input" \
     "$work/out-$program.ini" "${target_section[$mb]}" "${target_key[$mb]}" "$value")
   if [[ "$code" != 0 ]]; then
     echo "compare_$program failed on $input (exit $code)" >&2
@@ -170,9 +168,8 @@ for ((i = 0; i < runs; i++)); do
     if [[ -x "$(program_of "$p")" ]]; then run_once "$p" "$p" "$flat" "$size"; fi
   done
   for mb in $(printf '%s\n' $size $scale | sort -u); do run_once "full-$mb" corvane "$work/full-$mb.ini" "$mb"; done
-  # The same with every page 4 KiB, so that the scaling of Corvane's own work
-  # shows apart from what huge pages save (more on a small run than a large one).
-  for mb in $scale; do run_once "full-small-pages-$mb" corvane-small-pages "$work/full-$mb.ini" "$mb"; done
+  # The same with huge pages asked for.
+  for mb in $scale; do run_once "full-huge-pages-$mb" corvane-huge-pages "$work/full-$mb.ini" "$mb"; done
   # The floor model and GKeyFile over the same sizes, for their own scaling.
   for mb in $scale; do
     for p in floor gkeyfile; do
@@ -264,11 +261,11 @@ if [[ -n "${T[full-32]:-}" && -n "${T[full-8]:-}" ]]; then
   echo "- Scaling 32 MB / 8 MB: $(ratio "${T[full-32]}" "${T[full-8]}")× (target ≤ 4.2×);" \
     "on the flat corpus the floor model $(ratio "${T[scale-floor-32]:-}" "${T[scale-floor-8]:-}")×," \
     "GKeyFile $(ratio "${T[scale-gkeyfile-32]:-}" "${T[scale-gkeyfile-8]:-}")×"
-  if [[ -n "${T[full-small-pages-32]:-}" && -n "${T[full-small-pages-8]:-}" ]]; then
-    echo "  with huge pages off (4 KiB pages only): $(ratio "${T[full-small-pages-32]}" "${T[full-small-pages-8]}")×," \
-      "8 MB in $(awk -v t="${T[full-small-pages-8]}" 'BEGIN { printf "%.3f", t }') s" \
-      "($(ratio "${T[full-small-pages-8]}" "${T[full-8]}")× the time with them)," \
-      "32 MB in $(awk -v t="${T[full-small-pages-32]}" 'BEGIN { printf "%.3f", t }') s ($(ratio "${T[full-small-pages-32]}" "${T[full-32]}")×)"
+  if [[ -n "${T[full-huge-pages-32]:-}" && -n "${T[full-huge-pages-8]:-}" ]]; then
+    echo "  with huge pages asked for (CORVANE_POOL_HUGE_PAGES=1): $(ratio "${T[full-huge-pages-32]}" "${T[full-huge-pages-8]}")×," \
+      "8 MB in $(awk -v t="${T[full-huge-pages-8]}" 'BEGIN { printf "%.3f", t }') s" \
+      "($(ratio "${T[full-huge-pages-8]}" "${T[full-8]}")× the time without)," \
+      "32 MB in $(awk -v t="${T[full-huge-pages-32]}" 'BEGIN { printf "%.3f", t }') s ($(ratio "${T[full-huge-pages-32]}" "${T[full-32]}")×)"
   fi
 fi
 if [[ -n "${destroy_shares[corpus]:-}" ]]; then
@@ -314,8 +311,8 @@ done
   done
   for mb in $scale; do [[ -n "${T[full-$mb]:-}" ]] && echo "scale $mb ${T[full-$mb]} ${R[full-$mb]}"; done
   for mb in $scale; do
-    [[ -n "${T[full-small-pages-$mb]:-}" ]] &&
-      echo "scale-small-pages $mb ${T[full-small-pages-$mb]} ${R[full-small-pages-$mb]}"
+    [[ -n "${T[full-huge-pages-$mb]:-}" ]] &&
+      echo "scale-huge-pages $mb ${T[full-huge-pages-$mb]} ${R[full-huge-pages-$mb]}"
   done
 } > "$build/bench-compare.dat"
 echo "- Figures for the chart: $build/bench-compare.dat (bench/compare/chart.py makes the SVG)"
