@@ -160,12 +160,12 @@ bool hugePagesWanted() noexcept {
   return wanted;
 }
 
-// Asked for, huge pages are timed: the pool times what it faults in, 2 MiB at a time,
-// arenas and large buffers alike: from a huge-page step that costs more than
-// twice the same bytes in small pages, the rest goes in small pages, and for
-// the next ten seconds new arenas and large buffers use small pages from the
-// start. The small-page cost is the process's own, measured on the first
-// 2 MiB it faults in, which come before any huge step.
+// Asked for, huge pages are timed: the pool times what it faults in, 2 MiB at
+// a time, arenas and large buffers alike: from a huge-page step that costs
+// more than twice the same bytes in small pages, the rest goes in small
+// pages, and for the next ten seconds new arenas and large buffers use small
+// pages from the start. The small-page cost is the process's own, measured on
+// the first 2 MiB it faults in, which come before any huge step.
 //
 // Twice, because a step the host must back costs 4 to 5 ms against 0.5 to
 // 0.9 ms in small pages, while a step at hand that the scheduler interrupts
@@ -558,8 +558,9 @@ void populateTimed(char* memory, std::size_t bytes) noexcept {
   }
 }
 
-// `bytes` faulted in at once: from 4 MiB up in huge pages where the kernel
-// offers them cheaply (see populateTimed), else with MAP_POPULATE.
+// `bytes` faulted in at once: from 4 MiB up in huge pages where they are
+// asked for and the kernel offers them cheaply (see populateTimed), else in
+// small pages.
 void* mapLarge(std::size_t bytes) {
   if (bytes >= 2 * kHugePage) {
     const bool huge = hugePagesWanted() && !hugePagesDear();
