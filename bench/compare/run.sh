@@ -48,7 +48,7 @@ while (($#)); do
     --build-dir) build="$2"; shift ;;
     --work-dir) work="$2"; shift ;;
     --no-install) install=0 ;;
-    -h|--help) sed -n '2,32p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,30p' "$0"; exit 0 ;;
     *) echo "unknown argument: $1" >&2; exit 2 ;;
   esac
   shift
