@@ -3,14 +3,97 @@
 #include "YException.h"
 #include "YFile.h"
 
+#include <dlfcn.h>
 #include <unicode/ucnv.h>
 #include <unicode/ucsdet.h>
+#include <unicode/uvernum.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 
 namespace {
+
+// ICU is loaded when a legacy encoding or a detection first needs it, not
+// with the library: a process that reads and writes only UTF-8 (most, and
+// most runs of the command-line tool) starts without it. Linking ICU's two
+// libraries cost a program 1.05 ms at start on the build machine (an empty
+// program: 0.79 ms; linked to them: 1.84 ms), about a third of a tool run.
+struct Icu {
+  decltype(&ucnv_open) open;
+  decltype(&ucnv_close) close;
+  decltype(&ucnv_setFromUCallBack) setFromUCallBack;
+  decltype(&ucnv_setToUCallBack) setToUCallBack;
+  decltype(&ucnv_getMaxCharSize) getMaxCharSize;
+  decltype(&ucnv_fromUChars) fromUChars;
+  decltype(&ucnv_toUChars) toUChars;
+  decltype(&ucnv_compareNames) compareNames;
+  decltype(&UCNV_FROM_U_CALLBACK_STOP) fromUCallbackStop;
+  decltype(&UCNV_TO_U_CALLBACK_STOP) toUCallbackStop;
+  decltype(&ucsdet_open) detectorOpen;
+  decltype(&ucsdet_setText) detectorSetText;
+  decltype(&ucsdet_detect) detect;
+  decltype(&ucsdet_getName) matchName;
+  decltype(&ucsdet_getConfidence) matchConfidence;
+  decltype(&ucsdet_close) detectorClose;
+};
+
+// ICU's functions carry its version in their names (ucnv_open_72), as its
+// headers rename them: the names to look up come from the same macros.
+#define Y_ICU_NAME(function) Y_ICU_NAME_OF(function)
+#define Y_ICU_NAME_OF(function) #function
+
+void* openIcuLibrary(const char* name) {
+  const std::string versioned = std::string(name) + "." U_ICU_VERSION_SHORT;
+  void* library = ::dlopen(versioned.c_str(), RTLD_NOW | RTLD_LOCAL);
+  return library ? library : ::dlopen(name, RTLD_NOW | RTLD_LOCAL);
+}
+
+// The loaded library, or null where it cannot be loaded (encodings it
+// converts are then unavailable, and detection finds nothing).
+const Icu* icuLibrary() {
+  static const Icu* const loaded = []() -> const Icu* {
+    void* common = openIcuLibrary("libicuuc.so");
+    void* i18n = common ? openIcuLibrary("libicui18n.so") : nullptr;
+    if (!i18n) return nullptr;
+    static Icu library;
+    bool found = true;
+    auto find = [&found](void* from, const char* name, auto& slot) {
+      void* symbol = ::dlsym(from, name);
+      found = found && symbol;
+      std::memcpy(&slot, &symbol, sizeof slot);  // an object pointer to a function pointer
+    };
+    find(common, Y_ICU_NAME(ucnv_open), library.open);
+    find(common, Y_ICU_NAME(ucnv_close), library.close);
+    find(common, Y_ICU_NAME(ucnv_setFromUCallBack), library.setFromUCallBack);
+    find(common, Y_ICU_NAME(ucnv_setToUCallBack), library.setToUCallBack);
+    find(common, Y_ICU_NAME(ucnv_getMaxCharSize), library.getMaxCharSize);
+    find(common, Y_ICU_NAME(ucnv_fromUChars), library.fromUChars);
+    find(common, Y_ICU_NAME(ucnv_toUChars), library.toUChars);
+    find(common, Y_ICU_NAME(ucnv_compareNames), library.compareNames);
+    find(common, Y_ICU_NAME(UCNV_FROM_U_CALLBACK_STOP), library.fromUCallbackStop);
+    find(common, Y_ICU_NAME(UCNV_TO_U_CALLBACK_STOP), library.toUCallbackStop);
+    find(i18n, Y_ICU_NAME(ucsdet_open), library.detectorOpen);
+    find(i18n, Y_ICU_NAME(ucsdet_setText), library.detectorSetText);
+    find(i18n, Y_ICU_NAME(ucsdet_detect), library.detect);
+    find(i18n, Y_ICU_NAME(ucsdet_getName), library.matchName);
+    find(i18n, Y_ICU_NAME(ucsdet_getConfidence), library.matchConfidence);
+    find(i18n, Y_ICU_NAME(ucsdet_close), library.detectorClose);
+    return found ? &library : nullptr;
+  }();
+  return loaded;
+}
+
+// A converter for `icuName`, or null with a failure in `status`.
+UConverter* openConverter(const char* icuName, UErrorCode& status) {
+  const Icu* library = icuLibrary();
+  if (!library) {
+    status = U_MISSING_RESOURCE_ERROR;
+    return nullptr;
+  }
+  return library->open(icuName, &status);  // null on a failure
+}
 
 struct EncodingInfo {
   YStringEncoding encoding;
@@ -95,18 +178,19 @@ void putUnit32(std::string& out, char32_t c, bool bigEndian) {
 std::optional<std::string> encodeICU(std::u16string_view s, const char* icuName, const char* displayName,
                                      std::shared_ptr<YError>* error) {
   UErrorCode status = U_ZERO_ERROR;
-  UConverter* conv = ucnv_open(icuName, &status);
-  if (U_FAILURE(status)) {
+  UConverter* conv = openConverter(icuName, status);
+  if (!conv) {
     setError(error, YFileWriteInapplicableStringEncodingError,
              YString::stringWithFormat("The encoding %s is not available", displayName));
     return std::nullopt;
   }
-  ucnv_setFromUCallBack(conv, UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &status);
-  std::string out(static_cast<std::size_t>(UCNV_GET_MAX_BYTES_FOR_STRING(s.size(), ucnv_getMaxCharSize(conv))) + 16,
-                  '\0');
-  int32_t n = ucnv_fromUChars(conv, out.data(), static_cast<int32_t>(out.size()), s.data(),
-                              static_cast<int32_t>(s.size()), &status);
-  ucnv_close(conv);
+  const Icu& library = *icuLibrary();
+  library.setFromUCallBack(conv, library.fromUCallbackStop, nullptr, nullptr, nullptr, &status);
+  std::string out(
+      static_cast<std::size_t>(UCNV_GET_MAX_BYTES_FOR_STRING(s.size(), library.getMaxCharSize(conv))) + 16, '\0');
+  int32_t n = library.fromUChars(conv, out.data(), static_cast<int32_t>(out.size()), s.data(),
+                                 static_cast<int32_t>(s.size()), &status);
+  library.close(conv);
   if (U_FAILURE(status)) {
     setError(error, YFileWriteInapplicableStringEncodingError,
              YString::stringWithFormat("The text cannot be represented in %s", displayName));
@@ -119,17 +203,18 @@ std::optional<std::string> encodeICU(std::u16string_view s, const char* icuName,
 YString decodeICU(std::string_view bytes, const char* icuName, const char* displayName,
                   std::shared_ptr<YError>* error) {
   UErrorCode status = U_ZERO_ERROR;
-  UConverter* conv = ucnv_open(icuName, &status);
-  if (U_FAILURE(status)) {
+  UConverter* conv = openConverter(icuName, status);
+  if (!conv) {
     setError(error, YFileReadInapplicableStringEncodingError,
              YString::stringWithFormat("The encoding %s is not available", displayName));
     return {};
   }
-  ucnv_setToUCallBack(conv, UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &status);
+  const Icu& library = *icuLibrary();
+  library.setToUCallBack(conv, library.toUCallbackStop, nullptr, nullptr, nullptr, &status);
   std::u16string out(bytes.size() * 2 + 16, u'\0');
-  int32_t n = ucnv_toUChars(conv, out.data(), static_cast<int32_t>(out.size()), bytes.data(),
-                            static_cast<int32_t>(bytes.size()), &status);
-  ucnv_close(conv);
+  int32_t n = library.toUChars(conv, out.data(), static_cast<int32_t>(out.size()), bytes.data(),
+                               static_cast<int32_t>(bytes.size()), &status);
+  library.close(conv);
   if (U_FAILURE(status)) {
     setError(error, YFileReadInapplicableStringEncodingError,
              YString::stringWithFormat("The bytes are not valid %s", displayName));
@@ -237,9 +322,9 @@ bool YStringEncodingIsSupported(YStringEncoding encoding) {
   if (!info) return false;
   if (!info->icuName) return encoding != YNEXTSTEPStringEncoding && encoding != YSymbolStringEncoding;
   UErrorCode status = U_ZERO_ERROR;
-  UConverter* conv = ucnv_open(info->icuName, &status);
-  if (conv) ucnv_close(conv);
-  return U_SUCCESS(status);
+  UConverter* conv = openConverter(info->icuName, status);
+  if (conv) icuLibrary()->close(conv);
+  return conv != nullptr;
 }
 
 const char* YStringEncodingName(YStringEncoding encoding) {
@@ -413,21 +498,23 @@ YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* u
   // A statistical guess over (at most) the first 64 KiB.
   constexpr int32_t kConfidenceFloor = 10;
   UErrorCode status = U_ZERO_ERROR;
-  UCharsetDetector* detector = ucsdet_open(&status);
-  std::string_view sample = bytes.substr(0, 65536);
-  ucsdet_setText(detector, sample.data(), static_cast<int32_t>(sample.size()), &status);
-  const UCharsetMatch* match = ucsdet_detect(detector, &status);
   std::string name;
   int32_t confidence = 0;
-  if (U_SUCCESS(status) && match) {
-    const char* detected = ucsdet_getName(match, &status);
-    confidence = ucsdet_getConfidence(match, &status);
-    if (U_SUCCESS(status) && detected) name = detected;
+  const Icu* library = icuLibrary();
+  if (UCharsetDetector* detector = library ? library->detectorOpen(&status) : nullptr) {
+    std::string_view sample = bytes.substr(0, 65536);
+    library->detectorSetText(detector, sample.data(), static_cast<int32_t>(sample.size()), &status);
+    const UCharsetMatch* match = library->detect(detector, &status);
+    if (U_SUCCESS(status) && match) {
+      const char* detected = library->matchName(match, &status);
+      confidence = library->matchConfidence(match, &status);
+      if (U_SUCCESS(status) && detected) name = detected;
+    }
+    library->detectorClose(detector);
   }
-  ucsdet_close(detector);
   if (!name.empty() && confidence >= kConfidenceFloor) {
     for (const auto& e : kEncodings) {
-      if (e.icuName && ucnv_compareNames(e.icuName, name.c_str()) == 0)
+      if (e.icuName && library->compareNames(e.icuName, name.c_str()) == 0)
         return done(YDecodeBytes(bytes, e.encoding, error), e.encoding);
     }
     if (auto encoding = YStringEncodingFromName(name)) return done(YDecodeBytes(bytes, *encoding, error), *encoding);
