@@ -85,15 +85,22 @@ const Icu* icuLibrary() {
   return loaded;
 }
 
-// A converter for `icuName`, or null with a failure in `status`.
-UConverter* openConverter(const char* icuName, UErrorCode& status) {
-  const Icu* library = icuLibrary();
-  if (!library) {
-    status = U_MISSING_RESOURCE_ERROR;
-    return nullptr;
+// A converter of the loaded ICU for `icuName`, closed when it goes; without
+// a handle where ICU or the encoding is missing.
+struct Converter {
+  explicit Converter(const char* icuName) {
+    UErrorCode status = U_ZERO_ERROR;
+    if (library) handle = library->open(icuName, &status);  // null on a failure
   }
-  return library->open(icuName, &status);  // null on a failure
-}
+  ~Converter() {
+    if (handle) library->close(handle);
+  }
+  Converter(const Converter&) = delete;
+  Converter& operator=(const Converter&) = delete;
+
+  const Icu* const library = icuLibrary();
+  UConverter* handle = nullptr;
+};
 
 struct EncodingInfo {
   YStringEncoding encoding;
@@ -177,20 +184,20 @@ void putUnit32(std::string& out, char32_t c, bool bigEndian) {
 
 std::optional<std::string> encodeICU(std::u16string_view s, const char* icuName, const char* displayName,
                                      std::shared_ptr<YError>* error) {
-  UErrorCode status = U_ZERO_ERROR;
-  UConverter* conv = openConverter(icuName, status);
-  if (!conv) {
+  const Converter conv(icuName);
+  if (!conv.handle) {
     setError(error, YFileWriteInapplicableStringEncodingError,
              YString::stringWithFormat("The encoding %s is not available", displayName));
     return std::nullopt;
   }
-  const Icu& library = *icuLibrary();
-  library.setFromUCallBack(conv, library.fromUCallbackStop, nullptr, nullptr, nullptr, &status);
+  const Icu& library = *conv.library;
+  UErrorCode status = U_ZERO_ERROR;
+  library.setFromUCallBack(conv.handle, library.fromUCallbackStop, nullptr, nullptr, nullptr, &status);
   std::string out(
-      static_cast<std::size_t>(UCNV_GET_MAX_BYTES_FOR_STRING(s.size(), library.getMaxCharSize(conv))) + 16, '\0');
-  int32_t n = library.fromUChars(conv, out.data(), static_cast<int32_t>(out.size()), s.data(),
+      static_cast<std::size_t>(UCNV_GET_MAX_BYTES_FOR_STRING(s.size(), library.getMaxCharSize(conv.handle))) + 16,
+      '\0');
+  int32_t n = library.fromUChars(conv.handle, out.data(), static_cast<int32_t>(out.size()), s.data(),
                                  static_cast<int32_t>(s.size()), &status);
-  library.close(conv);
   if (U_FAILURE(status)) {
     setError(error, YFileWriteInapplicableStringEncodingError,
              YString::stringWithFormat("The text cannot be represented in %s", displayName));
@@ -202,19 +209,18 @@ std::optional<std::string> encodeICU(std::u16string_view s, const char* icuName,
 
 YString decodeICU(std::string_view bytes, const char* icuName, const char* displayName,
                   std::shared_ptr<YError>* error) {
-  UErrorCode status = U_ZERO_ERROR;
-  UConverter* conv = openConverter(icuName, status);
-  if (!conv) {
+  const Converter conv(icuName);
+  if (!conv.handle) {
     setError(error, YFileReadInapplicableStringEncodingError,
              YString::stringWithFormat("The encoding %s is not available", displayName));
     return {};
   }
-  const Icu& library = *icuLibrary();
-  library.setToUCallBack(conv, library.toUCallbackStop, nullptr, nullptr, nullptr, &status);
+  const Icu& library = *conv.library;
+  UErrorCode status = U_ZERO_ERROR;
+  library.setToUCallBack(conv.handle, library.toUCallbackStop, nullptr, nullptr, nullptr, &status);
   std::u16string out(bytes.size() * 2 + 16, u'\0');
-  int32_t n = library.toUChars(conv, out.data(), static_cast<int32_t>(out.size()), bytes.data(),
+  int32_t n = library.toUChars(conv.handle, out.data(), static_cast<int32_t>(out.size()), bytes.data(),
                                static_cast<int32_t>(bytes.size()), &status);
-  library.close(conv);
   if (U_FAILURE(status)) {
     setError(error, YFileReadInapplicableStringEncodingError,
              YString::stringWithFormat("The bytes are not valid %s", displayName));
@@ -321,10 +327,7 @@ bool YStringEncodingIsSupported(YStringEncoding encoding) {
   const EncodingInfo* info = findEncoding(encoding);
   if (!info) return false;
   if (!info->icuName) return encoding != YNEXTSTEPStringEncoding && encoding != YSymbolStringEncoding;
-  UErrorCode status = U_ZERO_ERROR;
-  UConverter* conv = openConverter(info->icuName, status);
-  if (conv) icuLibrary()->close(conv);
-  return conv != nullptr;
+  return Converter(info->icuName).handle != nullptr;
 }
 
 const char* YStringEncodingName(YStringEncoding encoding) {
