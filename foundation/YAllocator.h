@@ -39,9 +39,9 @@ void smallDeallocateSlowly(void* block, std::size_t size) noexcept;
 /// carved, in 16-byte size classes and with no per-block header, from 64 KiB
 /// chunks of pre-faulted memory (in small pages; with CORVANE_POOL_HUGE_PAGES=1
 /// in the environment, in transparent huge pages while they fault in faster
-/// than small ones), and recycled
-/// through bounded per-thread free lists; larger ones go to operator new.
-/// Throws std::bad_alloc when no memory is left.
+/// than small ones), and recycled through bounded per-thread free lists;
+/// larger ones go to operator new. Throws std::bad_alloc when no memory is
+/// left.
 ///
 /// Resident memory follows the peak live set: blocks beyond a thread's lists
 /// (128 KiB a class) go back to their chunks, whichever thread frees them, and
