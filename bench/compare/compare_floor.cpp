@@ -1,40 +1,46 @@
 // The floor model: the least a program can do that keeps the library's
-// element contract through the round trip, written in plain C++ (glibc
-// malloc, std::make_shared, std::vector), so that Corvane's time and memory
-// can be set beside what that contract costs by itself.
+// element contract through the round trip, written in plain C++ (a bump
+// arena faulted in 2 MiB at a time, std::allocate_shared, std::vector), so
+// that Corvane's time and memory can be set beside what that contract costs
+// by itself.
 //
 //   compare_floor [--slices] input output section key value|- [load]
 //
 // The same command line as compare_corvane: load the file, set one option's
 // value ("-": none), write the whole text back; with "load" as the last
 // argument only load. What it does, and no more:
-// - reads the file in pieces and decodes UTF-8 straight into one UTF-16 text,
-//   which it keeps for the document's life (a UTF-8 byte-order mark is
-//   skipped, and not written back, as compare_corvane's save does not);
+// - with copied strings, reads an ASCII file's bytes as they are and keeps
+//   them for the document's life (as the library keeps them for its
+//   preserving save); otherwise reads the file in pieces and decodes UTF-8
+//   straight into one UTF-16 text, which it keeps (a UTF-8 byte-order mark
+//   is skipped, and not written back, as compare_corvane's save does not);
 // - cuts the text, in one pass, into the elements the library's reader
 //   yields: a section per header, the header's line end as a comment, an
 //   option per "name = value" line with its continuation lines, a comment
 //   per comment line and its line end, a comment per blank line, an empty
 //   comment per unrecognised line; comments are placed the way the loader
 //   places them;
-// - makes each element one heap object through std::make_shared, with a
-//   vtable, a weak self pointer (enable_shared_from_this) and one observer
+// - makes each element one arena object through std::allocate_shared, with
+//   a vtable, a weak self pointer (enable_shared_from_this) and one observer
 //   registration (parent, key, options); a section holds its current and its
 //   initial list, the document its list;
 // - holds names, values and comment texts as counted, immutable UTF-16
-//   strings, each copied out of the text in one allocation (blank lines share
-//   one "\n" string, as the library's reader does); with --slices a string
-//   instead refers to the loaded text (a handle of owner, offset and length),
-//   which shows what slicing would give. An option's initial name and value
-//   share its current strings;
+//   strings, each copied out of the text in one arena block (blank lines
+//   share one "\n" string, and in texts of 32 Ki units or more equal option
+//   names share one string, as the library's reader does); with --slices a
+//   string instead refers to the loaded text (a handle of owner, offset and
+//   length), which shows what slicing would give. An option's initial name
+//   and value share its current strings;
 // - announces each added element to its parent with one virtual call, and
 //   each option's change of name or value likewise (the writer gives every
 //   option its trimmed name as it writes it, as the library's writer does);
 // - sets the one value and writes the text as UTF-8 through a 64 KiB buffer,
 //   by the library's line-end rules, in place (open, truncate, write, close),
-//   as compare_corvane's non-atomic save does;
-// - destroys every element and string before it exits (each list's children
-//   youngest first, the cheaper order for glibc's malloc).
+//   as compare_corvane's non-atomic save does, but as it encodes: the library
+//   makes the whole text first, so that a lone surrogate found late cannot
+//   leave the file half written;
+// - runs every element's and string's destructor before it exits, then takes
+//   the arena's memory back at once.
 // The model itself (elements, reader, writer) is in FloorModel.h, which
 // compare_small_floor shares.
 #include <fcntl.h>
@@ -44,6 +50,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 #include "FloorModel.h"
 
@@ -53,13 +60,26 @@ using namespace floormodel;
 
 template <class S>
 int roundTrip(int argc, char** argv) {
-  Rep* text = readText(argv[1]);
-  if (!text) {
-    std::perror(argv[1]);
-    return 1;
+  const Arena::Mark start = arena().mark();
+  std::shared_ptr<Document> document;
+  if constexpr (std::is_same_v<S, CopiedString>) {
+    // Copied strings need no UTF-16 text: ASCII is read as it is.
+    std::size_t size = 0;
+    const char* bytes = readBytes(argv[1], size);
+    if (bytes && isASCII(bytes, size)) {
+      document = std::make_shared<Document>(nullptr, size, start);
+      Loader<S, char>(bytes, size, *document).load();
+    }
   }
-  auto document = std::make_shared<Document>(text);
-  Loader<S>(text, *document).load();
+  if (!document) {
+    Rep* text = readText(argv[1]);
+    if (!text) {
+      std::perror(argv[1]);
+      return 1;
+    }
+    document = std::make_shared<Document>(text, text->length, start);
+    Loader<S>(text, *document).load();
+  }
   if (argc == 7) return document->elements.empty() ? 1 : 0;
 
   if (std::strcmp(argv[5], "-") != 0 &&

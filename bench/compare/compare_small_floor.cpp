@@ -35,7 +35,7 @@ int run(char** argv, bool phases) {
   const auto start = Clock::now();
   for (long i = 0; i < iterations; ++i) {
     retain(text);  // the document's reference, released with it
-    auto document = std::make_shared<Document>(text);
+    auto document = std::make_shared<Document>(text, text->length, arena().mark());
     Loader<S>(text, *document).load();
     if (!setValueForOptionWithName(*document, section, key, value)) status = 1;
     total += stringValue<S>(*document).size();

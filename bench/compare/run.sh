@@ -11,9 +11,10 @@
 # exactly the edited line.
 #
 # The floor model (compare_floor) is the element contract's own cost: plain C++
-# doing only the work the contract requires (UTF-16 text kept, one make_shared
-# object per element, counted strings copied out of the text, or with --slices
-# referring to it), timed beside the others; its output passes the same check.
+# doing only the work the contract requires (the text kept, one object per
+# element from a bump arena, counted strings copied out of the text, or with
+# --slices referring to it), timed beside the others; its output passes the
+# same check.
 # compare_small_floor runs the same model on the small file in process, beside
 # compare_small_corvane and compare_small_gkeyfile.
 #
@@ -48,7 +49,7 @@ while (($#)); do
     --build-dir) build="$2"; shift ;;
     --work-dir) work="$2"; shift ;;
     --no-install) install=0 ;;
-    -h|--help) sed -n '2,30p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,31p' "$0"; exit 0 ;;
     *) echo "unknown argument: $1" >&2; exit 2 ;;
   esac
   shift
