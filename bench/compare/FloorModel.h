@@ -4,6 +4,9 @@
 #pragma once
 
 #include <fcntl.h>
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#endif
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -144,13 +147,34 @@ inline Rep* copyRep(const char16_t* chars, std::size_t length) {
   return rep;
 }
 
+// While the process has one thread, counts change without locked
+// instructions, as Corvane's strings and the standard shared pointers do.
+inline bool singleThreaded() {
+#if __has_include(<sys/single_threaded.h>)
+  return __libc_single_threaded;
+#else
+  return false;
+#endif
+}
+
 inline void retain(Rep* rep) {
-  if (rep) rep->refs.fetch_add(1, std::memory_order_relaxed);
+  if (!rep) return;
+  if (singleThreaded())
+    rep->refs.store(rep->refs.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  else
+    rep->refs.fetch_add(1, std::memory_order_relaxed);
 }
 
 inline void release(Rep* rep) {
+  if (!rep) return;
   // The last reference's memory goes back with the arena's.
-  if (rep && rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) rep->~Rep();
+  if (singleThreaded()) {
+    const std::uint32_t refs = rep->refs.load(std::memory_order_relaxed);
+    rep->refs.store(refs - 1, std::memory_order_relaxed);
+    if (refs == 1) rep->~Rep();
+  } else if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    rep->~Rep();
+  }
 }
 
 // A string that owns a copy of its characters: one pointer.
