@@ -4,11 +4,12 @@
 // that Corvane's time and memory can be set beside what that contract costs
 // by itself.
 //
-//   compare_floor [--slices] input output section key value|- [load]
+//   compare_floor [--slices] input output section key value|- [load|phases]
 //
 // The same command line as compare_corvane: load the file, set one option's
 // value ("-": none), write the whole text back; with "load" as the last
-// argument only load. What it does, and no more:
+// argument only load; with "phases" also print the seconds of the whole and
+// of destroying the document. What it does, and no more:
 // - with copied strings, reads an ASCII file's bytes as they are and keeps
 //   them for the document's life (as the library keeps them for its
 //   preserving save); otherwise reads the file in pieces and decodes UTF-8
@@ -47,6 +48,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -59,7 +61,9 @@ namespace {
 using namespace floormodel;
 
 template <class S>
-int roundTrip(int argc, char** argv) {
+int roundTrip(int argc, char** argv, bool phases) {
+  using Clock = std::chrono::steady_clock;
+  const auto begin = Clock::now();
   const Arena::Mark start = arena().mark();
   std::shared_ptr<Document> document;
   if constexpr (std::is_same_v<S, CopiedString>) {
@@ -80,7 +84,7 @@ int roundTrip(int argc, char** argv) {
     document = std::make_shared<Document>(text, text->length, start);
     Loader<S>(text, *document).load();
   }
-  if (argc == 7) return document->elements.empty() ? 1 : 0;
+  if (argc == 7 && !phases) return document->elements.empty() ? 1 : 0;
 
   if (std::strcmp(argv[5], "-") != 0 &&
       !setValueForOptionWithName(*document, S::adopt(fromUTF8(argv[3])), S::adopt(fromUTF8(argv[4])),
@@ -96,6 +100,13 @@ int roundTrip(int argc, char** argv) {
             writeDocument<S>(*document, fd);
   if (fd >= 0 && ::close(fd) != 0) ok = false;
   if (!ok) std::perror(argv[2]);
+  if (ok && phases) {
+    const auto destroyStart = Clock::now();
+    document.reset();
+    const auto end = Clock::now();
+    std::printf("%.6f %.6f\n", std::chrono::duration<double>(end - begin).count(),
+                std::chrono::duration<double>(end - destroyStart).count());
+  }
   return ok ? 0 : 1;
 }
 
@@ -103,9 +114,10 @@ int roundTrip(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   const bool slices = floormodel::takeSlicesFlag(argc, argv);
-  if ((argc != 6 && argc != 7) || (argc == 7 && std::strcmp(argv[6], "load") != 0)) {
-    std::fprintf(stderr, "usage: compare_floor [--slices] input output section key value|- [load]\n");
+  const bool phases = argc == 7 && std::strcmp(argv[6], "phases") == 0;
+  if ((argc != 6 && argc != 7) || (argc == 7 && !phases && std::strcmp(argv[6], "load") != 0)) {
+    std::fprintf(stderr, "usage: compare_floor [--slices] input output section key value|- [load|phases]\n");
     return 2;
   }
-  return slices ? roundTrip<SlicedString>(argc, argv) : roundTrip<CopiedString>(argc, argv);
+  return slices ? roundTrip<SlicedString>(argc, argv, phases) : roundTrip<CopiedString>(argc, argv, phases);
 }

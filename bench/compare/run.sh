@@ -142,22 +142,27 @@ small_once() {
   read -r t _ < <("$program" ${flags[$job]:-} "$small" section3 "$small_key" 10000)
   small_times[$job]+="$t "
 }
-# destroy_once: the share of Corvane's in-process round trip spent destroying
-# the document, on the corpus and on the small file; and the floor model's
-# share on the small file, with copied and with sliced strings.
+# destroy_once: the share of the in-process round trip spent destroying the
+# document, Corvane's and the floor model's (strings copied and sliced), on
+# the corpus and on the small file.
 declare -A destroy_shares
+share_of() { awk -v d="$2" -v t="$1" 'BEGIN { print d / t }'; }
 destroy_once() {
   local total destroying per flag
   read -r total destroying < <("$bin/compare_corvane" "$flat" "$work/out-phases.ini" "${target_section[$size]}" \
     "${target_key[$size]}" "$value" phases) || return 0
-  destroy_shares[corpus]+="$(awk -v d="$destroying" -v t="$total" 'BEGIN { print d / t }') "
+  destroy_shares[corpus]+="$(share_of "$total" "$destroying") "
   read -r per _ destroying < <("$bin/compare_small_corvane" "$small" section3 "$small_key" 10000 phases) || return 0
-  destroy_shares[small]+="$(awk -v d="$destroying" -v t="$per" 'BEGIN { print d / t }') "
+  destroy_shares[small]+="$(share_of "$per" "$destroying") "
   [[ -x "$bin/compare_small_floor" ]] || return 0
   for flag in "" --slices; do
     # shellcheck disable=SC2086
+    read -r total destroying < <("$bin/compare_floor" $flag "$flat" "$work/out-phases.ini" "${target_section[$size]}" \
+      "${target_key[$size]}" "$value" phases) || continue
+    destroy_shares[floor-corpus$flag]+="$(share_of "$total" "$destroying") "
+    # shellcheck disable=SC2086
     read -r per _ destroying < <("$bin/compare_small_floor" $flag "$small" section3 "$small_key" 10000 phases) || continue
-    destroy_shares[floor$flag]+="$(awk -v d="$destroying" -v t="$per" 'BEGIN { print d / t }') "
+    destroy_shares[floor$flag]+="$(share_of "$per" "$destroying") "
   done
 }
 for ((i = 0; i < runs; i++)); do
@@ -269,14 +274,15 @@ if [[ -n "${T[full-32]:-}" && -n "${T[full-8]:-}" ]]; then
       "32 MB in $(awk -v t="${T[full-huge-pages-32]}" 'BEGIN { printf "%.3f", t }') s ($(ratio "${T[full-huge-pages-32]}" "${T[full-32]}")×)"
   fi
 fi
+# percent <key>: the median of a destroy_shares entry, as a percentage.
+# shellcheck disable=SC2086 # the samples are words
+percent() { printf '%s\n' ${destroy_shares[$1]:-0} | median | awk '{ printf "%.1f%%", $1 * 100 }'; }
 if [[ -n "${destroy_shares[corpus]:-}" ]]; then
   echo "- Destroying the document, share of the in-process round trip (target ≤ 10%):" \
-    "$(printf '%s\n' ${destroy_shares[corpus]} | median | awk '{ printf "%.1f%%", $1 * 100 }') on the corpus," \
-    "$(printf '%s\n' ${destroy_shares[small]:-0} | median | awk '{ printf "%.1f%%", $1 * 100 }') on the small file"
+    "$(percent corpus) on the corpus, $(percent small) on the small file"
   if [[ -n "${destroy_shares[floor]:-}" ]]; then
-    echo "  the floor model's on the small file: copied" \
-      "$(printf '%s\n' ${destroy_shares[floor]} | median | awk '{ printf "%.1f%%", $1 * 100 }'), sliced" \
-      "$(printf '%s\n' ${destroy_shares[floor--slices]:-0} | median | awk '{ printf "%.1f%%", $1 * 100 }')"
+    echo "  the floor model's: copied $(percent floor-corpus) on the corpus, $(percent floor) on the small file;" \
+      "sliced $(percent floor-corpus--slices) and $(percent floor--slices)"
   fi
 fi
 if [[ -n "${T[corvane]:-}" ]]; then
