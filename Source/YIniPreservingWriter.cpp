@@ -277,7 +277,11 @@ bool YIniPreservingWriter::writeSection(YIniSection& section, std::int64_t index
   fresh(u"[");
   fresh(name.view());
   fresh(u"]");
-  return writeChildren(section, false);
+  if (!writeChildren(section, false)) return false;
+  // A new section's last line ends, as a new option's does: an empty one at
+  // the end of the file would otherwise leave the file without a line end.
+  ensureLineStart();
+  return true;
 }
 
 bool YIniPreservingWriter::writeChildren(YIniSection& section, bool sectionInPlace) {

@@ -191,6 +191,8 @@ const EditCase kEdits[] = {
      "[a]\r\nk=1\r\n[c]\r\ny=3\r\n"},
     {"SectionWithoutBlankLineWhenTheFileHasNone", "[a]\nk = 1\n[b]\n",
      [](YIniDocument& d) { d.addElement(sec("c", {lf()})); }, "[a]\nk = 1\n[b]\n[c]\n"},
+    {"EmptySectionEndsItsLine", "[a]\r\nk=1\r\n", [](YIniDocument& d) { d.addElement(sec("b", {})); },
+     "[a]\r\nk=1\r\n[b]\r\n"},
     {"CommentEndsTheOpenLine", "[a]", [](YIniDocument& d) { section(d, "a")->addComment(cmt("# new")); },
      "[a]\n# new"},
     {"OptionsBeforeTheFirstSectionStayBeforeEverySection", "root = 1\n# c\n[a]\nk=v\n",
