@@ -374,10 +374,28 @@ std::optional<OptionEntry> IniFile::headOption(const YString& name) {
   return std::nullopt;
 }
 
+std::u16string IniFile::lineEndOfFile() const {
+  const std::u16string_view all = _file.text.view();
+  if (const std::size_t lf = all.find(u'\n'); lf != std::u16string_view::npos && lf > 0 && all[lf - 1] == u'\r')
+    return u"\r\n";
+  return u"\n";
+}
+
 void IniFile::setHeadOption(const YString& name, const YString& value) {
   if (value.view().find(u'\n') != std::u16string_view::npos)
     throw Failure{kUsageError, _label + ": cannot set: a value before the first section cannot span lines (its "
                                         "further lines would stop the reading)"};
+  // What would make the line read otherwise: as the preserving save refuses
+  // the same names in a section.
+  const std::u16string_view key = name.view();
+  const char* problem = key.find(u'=') != std::u16string_view::npos                      ? "holds \"=\""
+                        : key.find_first_of(u"\r\n") != std::u16string_view::npos      ? "holds a line end"
+                        : key.starts_with(u"#")                                         ? "begins with \"#\", which starts a comment"
+                        : key.starts_with(u"[")                                         ? "begins with \"[\", which starts a section"
+                                                                                        : nullptr;
+  if (problem)
+    throw Failure{kUsageError, _label + ": cannot set: the option name " + "'" + name.UTF8String() + "'" + " would not read back: it " +
+                                   problem};
   std::vector<Line>& lines = headModel();
   _headChanged = true;
   const std::u16string_view newValue = value.view();
@@ -428,10 +446,7 @@ void IniFile::setHeadOption(const YString& name, const YString& value) {
   if (!newValue.empty() && parts.equals < styleText.size())
     text.append(std::u16string_view(styleText).substr(parts.equals + 1, parts.valueStart - parts.equals - 1));
   text.append(newValue);
-  std::u16string lineEnd = u"\n";
-  const std::u16string_view all = _file.text.view();
-  if (const std::size_t lf = all.find(u'\n'); lf != std::u16string_view::npos && lf > 0 && all[lf - 1] == u'\r')
-    lineEnd = u"\r\n";
+  const std::u16string lineEnd = lineEndOfFile();
   if (at > 0 && lines[at - 1].lineEnd.empty()) {
     lines[at - 1].lineEnd = lineEnd;
     lines[at - 1].changed = true;
@@ -458,8 +473,12 @@ std::string IniFile::withHeadEdits(std::string bytes, const TextEncoding& encodi
       out.append(bytes, starts[line.original - 1], starts[line.original] - starts[line.original - 1]);
       continue;
     }
+    // The file's last line, read without a line end, takes one when the save
+    // put text after it (a new section).
+    const bool bodyFollows = starts[std::min(_headLineCount, starts.size() - 1)] < bytes.size();
+    const std::u16string lineEnd = line.lineEnd.empty() && bodyFollows ? lineEndOfFile() : line.lineEnd;
     FileProblem problem;
-    std::optional<std::string> encoded = encodeText(YString(line.text + line.lineEnd), encoding, _label, problem);
+    std::optional<std::string> encoded = encodeText(YString(line.text + lineEnd), encoding, _label, problem);
     if (!encoded) throw Failure{kFileFailure, problem.message};
     out += *encoded;
   }

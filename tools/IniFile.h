@@ -123,6 +123,7 @@ class IniFile {
   std::size_t firstLineOfRunAbove(std::size_t floor, std::size_t end);
   std::vector<Line>& headModel();
   std::size_t headEnd();  // the number of lines before the first header
+  std::u16string lineEndOfFile() const;  // the file's first line end, else LF
 
   std::string _label;
   TextFile _file;

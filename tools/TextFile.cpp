@@ -168,9 +168,20 @@ FolderLock::~FolderLock() {
   if (_fd >= 0) ::close(_fd);  // closing releases the lock
 }
 
+std::optional<YString> pathString(const std::string& path, FileProblem& problem) {
+  try {
+    return YString::fromUTF8(path);
+  } catch (const YException&) {
+    problem.message = path + ": the file name is not valid UTF-8, which corvane cannot open or write";
+    return std::nullopt;
+  }
+}
+
 std::optional<std::string> readBytes(const std::string& path, const std::string& label, FileProblem& problem) {
+  const std::optional<YString> name = pathString(path, problem);
+  if (!name) return std::nullopt;
   std::shared_ptr<YError> error;
-  std::optional<std::string> bytes = YReadFile(YString(path), &error);
+  std::optional<std::string> bytes = YReadFile(*name, &error);
   if (!bytes) problem.message = label + ": cannot read: " + describe(error, "unknown failure");
   return bytes;
 }
@@ -261,8 +272,10 @@ bool writeOutput(const std::string& path, std::string_view bytes, FileProblem& p
     return written || failed(err);
   }
   if (mode) *mode = WriteMode::Replaced;
+  const std::optional<YString> name = pathString(path, problem);
+  if (!name) return false;
   std::shared_ptr<YError> error;
-  if (YWriteFile(YString(path), bytes, true, &error)) return true;
+  if (YWriteFile(*name, bytes, true, &error)) return true;
   problem.message = path + ": cannot write: " + describe(error, "unknown failure");
   return false;
 }

@@ -83,6 +83,10 @@ struct TextFile {
   std::vector<std::size_t> invalidBytes;
 };
 
+/// A file name as the library takes it, text decoded from the name's bytes
+/// as UTF-8; nothing, with the problem, for a name that is not valid UTF-8.
+std::optional<YString> pathString(const std::string& path, FileProblem& problem);
+
 /// Reads the file at `path` (`label` names it in messages).
 std::optional<std::string> readBytes(const std::string& path, const std::string& label, FileProblem& problem);
 /// Reads standard input to its end.

@@ -4,6 +4,8 @@
 // touch; the tool adds files, locking, encodings, the options before the
 // first section header, and the checks around them.
 #include <bit>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -22,9 +24,15 @@ namespace corvane::cli {
 
 namespace {
 
+// Prints `bytes`; a failed write (a full disk, a closed descriptor) ends the
+// tool with exit 3, as --output - does.
 void writeOut(std::string_view bytes) {
+  errno = 0;
   std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   std::cout.flush();
+  if (!std::cout)
+    throw Failure{kFileFailure, std::string("standard output: cannot write: ") +
+                                    (errno ? std::strerror(errno) : "the stream failed")};
 }
 
 std::string quoted(const YString& name) { return "'" + name.UTF8String() + "'"; }
@@ -204,12 +212,14 @@ class EditSession {
     if (!(identityOf(_target.path) == _identity))
       throw Failure{kFileFailure, _label + ": changed while editing (by a program that does not lock its folder); "
                                            "nothing was written"};
+    const std::optional<YString> name = pathString(_target.path, problem);
+    if (!name) throw Failure{kFileFailure, problem.message};
     // The replace gives the path a new file: other names of the old one keep the old text.
-    if (auto links = YFileLinkCount(YString(_target.path), nullptr); links && *links > 1)
+    if (auto links = YFileLinkCount(*name, nullptr); links && *links > 1)
       warn(_label, "the file has " + std::to_string(*links) +
                        " hard links; the others keep the old text (the save replaces the file)");
     std::shared_ptr<YError> error;
-    if (!YWriteFile(YString(_target.path), bytes, true, &error))
+    if (!YWriteFile(*name, bytes, true, &error))
       throw Failure{kFileFailure, _label + ": cannot write: " +
                                       (error ? error->localizedDescription().UTF8String() : std::string("failed"))};
     return kDone;

@@ -154,6 +154,9 @@ TEST_F(CliLineEditRules, EachEditChangesOnlyWhereTheFileSays) {
       {"", {"set", "", "k", "v"}, "k=v\n"},
       {"a=1\na=2\n[s]\n", {"del", ""}, "[s]\n"},
       {"k=1\n[s]\nk=2\n", {"set", "s", "k", "3"}, "k=1\n[s]\nk=3\n"},
+      // A new section, empty, ends its line; so does the last line before it.
+      {"[a]\nk=1\n", {"set", "b"}, "[a]\nk=1\n[b]\n"},
+      {"k=1", {"set", "b"}, "k=1\n[b]\n"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.before);
@@ -162,6 +165,9 @@ TEST_F(CliLineEditRules, EachEditChangesOnlyWhereTheFileSays) {
     edit.insert(edit.begin() + 1, path);
     EXPECT_EQ(editAndRead(edit, path), "0 " + row.after);
   }
+  // A changed last line without a line end, with a section added after it.
+  const std::string merged = folder.file("merged.ini", "k=1");
+  EXPECT_EQ(editAndRead({"merge", merged}, merged, "k=2\n[b]\nx=1\n"), "0 k=2\n[b]\nx=1\n");
   // In UTF-16, with a byte-order mark, and read back by get.
   const std::string path = folder.file("wide.ini", utf16("r\u00f6ot = true\r\n[*]\r\n"));
   EXPECT_EQ(editAndRead({"set", path, "", "r\u00f6ot", "f\u00e4lse"}, path),

@@ -82,6 +82,13 @@ TEST_F(CliSafety, DevicesPipesAndStandardOutputAreWrittenThrough) {
   EXPECT_EQ(readBytes(path), "[a]\nk = v\n");
   // A device is no file to edit in place.
   EXPECT_EQ(runTool({"set", "/dev/null", "a", "k", "v"}).exitCode, 3);
+  // What the verbs print goes to standard output, and a failed write there
+  // fails the run, full or closed.
+  const std::string tool = std::string("'") + CORVANE_TOOL + "' ";
+  const std::string other = folder.file("b.ini", "[b]\n");
+  for (const std::string& verb : {"get " + path + " a k", "fmt " + path, "dump " + path, "diff " + path + " " + other})
+    for (const char* redirect : {" >/dev/full", " >&-"})
+      EXPECT_EQ(shellOutput(tool + verb + redirect + " 2>/dev/null; echo $?"), "3\n") << verb << redirect;
 }
 
 TEST_F(CliSafety, ReadOnlyFilesNeedForceEvenForRoot) {

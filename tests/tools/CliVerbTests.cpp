@@ -75,6 +75,9 @@ TEST_F(CliVerbs, MissingAndBrokenInputsExitWithTheirCodes) {
       {{"set", app, "main", "name", "\xE2\x82\xAC", "--encoding", "latin1"}, "",
        "app.ini: cannot write the text in", 3},
       {{"set", folder.path("no/such/dir/new.ini"), "a", "k", "v"}, "", "new.ini: cannot open its folder", 3},
+      // Names the library's file functions cannot take.
+      {{"get", folder.file("\xFF.ini", kApp), "main"}, "", ".ini: the file name is not valid UTF-8", 3},
+      {{"set", app, "main", "name", "x", "--output", folder.path("\xFE.ini")}, "", "not valid UTF-8", 3},
   });
   EXPECT_EQ(readBytes(app), kApp);
   EXPECT_FALSE(std::filesystem::exists(folder.path("nothing.ini")));
@@ -243,7 +246,8 @@ TEST_F(CliVerbs, UsageErrorsExitWithTwo) {
   // Names and values the library could not read back.
   const std::string path = folder.file("a.ini", "[a]\nk=v\n");
   const Args unreadable[] = {{"a", "k", "one\n\ntwo"}, {"a", "k=x", "1"}, {"a\nb", "k", "1"}, {"a", "", "1"},
-                             {"a", "k\nx", "1"},       {" a", "k", "1"},  {"a", "#k", "1"},  {"", "k", "1\n2"}};
+                             {"a", "k\nx", "1"},       {" a", "k", "1"},  {"a", "#k", "1"},  {"", "k", "1\n2"},
+                             {"", "k=x", "1"},         {"", "#k", "1"},   {"", "[s]", "1"}, {"", "k\rx", "1"}};
   std::vector<Expected> rows;
   for (const Args& args : cases) rows.push_back({args, "", "corvane: ", 2});
   for (const Args& c : unreadable)
