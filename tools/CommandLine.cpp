@@ -78,7 +78,7 @@ constexpr std::array<VerbInfo, 9> kVerbs{{
      "Sets every section and option of SOURCE, or of standard input when SOURCE\n"
      "is '-' or not given, in FILE, as set would one by one, keeping FILE's text\n"
      "otherwise. Empty sections of SOURCE are added too. Writes FILE back as set\n"
-     "does.\n"},
+     "does. A SOURCE whose reading stopped early is refused (exit code 4).\n"},
     {"template", "TEMPLATE FILE", 2, 2, kNoOptions, "print TEMPLATE's text with FILE's values put in",
      "Prints the text of TEMPLATE with FILE's values put in, through the library's\n"
      "template merge: TEMPLATE decides the sections, options and order; FILE\n"
@@ -122,7 +122,9 @@ const char kExitCodes[] =
     "  3  a file could not be read, decoded or written, was changed by another\n"
     "     program while it was edited, or is read-only (mode 0444; see --force)\n"
     "  4  the section or option may stand after the line where reading stopped\n"
-    "     (an indented line that continues no option), which was not read\n";
+    "     (an indented line that continues no option), which was not read; or\n"
+    "     the text after it would be lost (--reformat, merge's SOURCE) or might\n"
+    "     differ (diff of files equal up to there)\n";
 
 const char kWritingOptions[] =
     "  --output PATH    write to PATH instead of FILE, always ('-': standard output);\n"
@@ -130,7 +132,8 @@ const char kWritingOptions[] =
     "  --encoding NAME  write in NAME (utf-8, utf-16, utf-16le, latin1, ...) instead\n"
     "                   of the encoding FILE was read in\n"
     "  --reformat       write the whole text as the library writes it, instead of\n"
-    "                   keeping every byte the edit does not touch\n"
+    "                   keeping every byte the edit does not touch (refused when\n"
+    "                   FILE has options before its first section: exit code 2)\n"
     "  --existing       fail (exit code 1, nothing written) when FILE, the section\n"
     "                   or the option is missing\n"
     "  --force          write a file that has no write permission bit (mode 0444)\n";

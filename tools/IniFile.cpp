@@ -174,6 +174,19 @@ void IniFile::refuseUnread(const std::shared_ptr<YIniSection>& section, bool hea
                               " is not in the text before it; the text after it was not read"};
 }
 
+void IniFile::refuseStopped(const std::string& consequence) const {
+  if (!_document->readingStopped()) return;
+  throw Failure{kNotRead, _label + ": reading stopped at line " + std::to_string(_document->readingStopLineNumber()) +
+                              " (\"" + _document->readingStopLineText().UTF8String() + "\"); " + consequence};
+}
+
+bool IniFile::hasHeadOptions() const {
+  if (!_head) return !_headOptions.empty();
+  for (const Line& line : *_head)
+    if (line.option && !line.removed) return true;
+  return false;
+}
+
 std::vector<SectionEntry> IniFile::sections() {
   std::vector<SectionEntry> entries;
   if (std::optional<SectionEntry> head = sectionEntry(YString(u"")); head && !head->options.empty())

@@ -66,6 +66,8 @@ class IniFile {
   /// not found (null), the last section read, or, for the head, a document
   /// whose reading stopped before any section.
   void refuseUnread(const std::shared_ptr<YIniSection>& section, bool head, const std::string& what) const;
+  /// When reading stopped, throws Failure (exit 4) saying so and `consequence`.
+  void refuseStopped(const std::string& consequence) const;
 
   /// Every section to show: the head first when it has options, then the
   /// first section of each name (warning about the others).
@@ -106,6 +108,8 @@ class IniFile {
   /// there is none.
   bool removeHeadOption(const YString& name);
   bool headChanged() const noexcept { return _headChanged; }
+  /// Whether any head option is left (none removed by the edit).
+  bool hasHeadOptions() const;
   /// `bytes`, written by the preserving save in `encoding`, with the head's
   /// lines as edited. The save leaves those lines as they were read, so they
   /// are the first lines of `bytes`.

@@ -170,9 +170,12 @@ class EditSession {
     TextEncoding encoding = _line.encoding ? *textEncodingNamed(*_line.encoding) : loaded;
     YString text;
     if (_line.reformat) {
-      if (_file->headChanged())
+      // The library's own text holds only what was read, and no options
+      // before the first section: a file with either would lose text.
+      _file->refuseStopped("--reformat would leave out the text after it; nothing was written");
+      if (_file->hasHeadOptions())
         throw Failure{kUsageError, _label + ": --reformat writes the library's own text, which leaves out the "
-                                            "options before the first section"};
+                                            "options before the first section; nothing was written"};
       text = doc.stringValue();
     } else {
       text = doc.preservedStringValueWithError(&error);
@@ -328,6 +331,7 @@ int runMerge(const CommandLine& line) {
     bytes = readInput(line.operands[1]);
   }
   IniFile source(fromInput ? "standard input" : line.operands[1], std::move(bytes));
+  source.refuseStopped("its options after that line were not read; nothing was merged or written");
   for (const SectionEntry& section : source.sections()) {
     session.set(section.name, std::nullopt, YString());
     for (const OptionEntry& option : section.options) session.set(section.name, option.name, option.value);
@@ -365,7 +369,13 @@ int runDiff(const CommandLine& line) {
   IniFile older(line.operands[0], readInput(line.operands[0]));
   IniFile newer(line.operands[1], readInput(line.operands[1]));
   bool differ = false;
-  writeOut(formatDiff(older, newer, line.format, differ));
+  const std::string listed = formatDiff(older, newer, line.format, differ);
+  // Equal as far as both were read says nothing of the text after a stop.
+  if (!differ) {
+    older.refuseStopped("the files may differ after it");
+    newer.refuseStopped("the files may differ after it");
+  }
+  writeOut(listed);
   return differ ? kNotFound : kDone;
 }
 

@@ -258,8 +258,11 @@ TEST_F(CliLineEditRules, TextTheLibraryDoesNotReadIsKept) {
   ASSERT_EQ(runTool({"set", path, "a", "k", "w"}).exitCode, 0);
   EXPECT_EQ(editAndRead({"del", path, "a", "x"}, path),
             "0 ; written by the installer\nroot = true\n[a]\nk = w\n; keep me\nno equals here\n");
-  EXPECT_EQ(editAndRead({"set", path, "a", "k", "v", "--reformat"}, path), "0 \n[a]\nk=v\n\n\n")
-      << "--reformat writes the library's own text";
+  // --reformat writes the library's own text, which has no options before
+  // the first section: refused while there is one.
+  EXPECT_EQ(editAndRead({"set", path, "a", "k", "v", "--reformat"}, path),
+            "2 ; written by the installer\nroot = true\n[a]\nk = w\n; keep me\nno equals here\n");
+  EXPECT_EQ(editAndRead({"del", path, "", "root", "--reformat"}, path), "0 \n[a]\nk=w\n\n\n");
 }
 
 }  // namespace

@@ -115,8 +115,10 @@ TEST_F(CliSafety, EveryVerbWarnsWhereReadingStopped) {
   } cases[] = {
       {{"get", path}, 0},           {{"get", path, "a", "k"}, 0}, {{"get", path, "b"}, 4},
       {{"get", path, "a", "x"}, 4}, {{"del", path, "b"}, 4},      {{"del", path, "a", "x"}, 4},
-      {{"fmt", path}, 0},           {{"dump", path}, 0},          {{"diff", path, path}, 0},
-      {{"merge", path}, 4},         {{"set", path, "", "top", "2"}, 0},
+      {{"fmt", path}, 0},           {{"dump", path}, 0},          {{"diff", path, path}, 4},
+      {{"diff", path, folder.file("other.ini", "[z]\n")}, 1},      {{"merge", path}, 4},
+      {{"merge", folder.file("into.ini", "[m]\n"), path}, 4},      {{"set", path, "a", "k", "w", "--reformat"}, 4},
+      {{"set", path, "", "top", "2"}, 0},
       {{"set", path, "a", "k", "w"}, 0}, {{"set", path, "a", "x", "1", "--force"}, 4},
       {{"set", path, "b"}, 4},           {{"set", path, "b", "y", "2"}, 4},
   };

@@ -242,6 +242,8 @@ TEST_F(CliVerbs, UsageErrorsExitWithTwo) {
       {"get", app, "main", "--force"}, {"get", app, "--format=yaml"}, {"diff", app, app, "--format=sh"},
       {"set", app, "main", "name", "x", "--output"}, {"set", app, "main", "name", "x", "--encoding", "klingon"},
       {"del", app, "main", "--verbose=yes"}, {"--reformat", "set", app, "", "mode", "slow"},
+      // The library's own text would leave out the options before the first section.
+      {"--reformat", "set", folder.file("head.ini", "r=1\n[a]\nk=v\n"), "a", "k", "2"},
   };
   // Names and values the library could not read back.
   const std::string path = folder.file("a.ini", "[a]\nk=v\n");
