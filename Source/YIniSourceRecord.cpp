@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <map>
 
@@ -17,11 +18,26 @@
 namespace {
 
 // A check of an element's identity: its address, folded to 32 bits and
-// never 0. Two elements alive at once never share an address.
+// never 0. Two elements alive at once never share an address; one that
+// took over a dead element's address carries another record's salt.
 std::uint32_t identityCheck(const YIniElement& element) {
   const auto address = reinterpret_cast<std::uintptr_t>(&element);
   const auto folded = static_cast<std::uint32_t>((address >> 4) ^ (address >> 36));
   return folded ? folded : 1;
+}
+
+// Entry numbers stay below bit 30, which every salt has set.
+constexpr std::uint32_t kSaltBit = 0x40000000u;
+
+// A new record's salt: distinct from the salts of the records before it in
+// the process (a bijective mix of a counter), bit 30 set.
+std::uint32_t newSalt() noexcept {
+  static std::atomic<std::uint64_t> counter{0};
+  std::uint64_t x = counter.fetch_add(1, std::memory_order_relaxed) * 0x9E3779B97F4A7C15ull;
+  x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
+  x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
+  x ^= x >> 31;
+  return (static_cast<std::uint32_t>(x) & (kSaltBit - 1)) | kSaltBit;
 }
 
 // The first U+FFFD at or after `from`. Nearly every text has none: blocks
@@ -210,11 +226,12 @@ const YCharacterSet& YIniWhitespaceAndNewlines() {
   return set;
 }
 
-YIniSourceRecord::YIniSourceRecord(const YString& text) : _text(text.copy()), _length(_text.length()) {
+YIniSourceRecord::YIniSourceRecord(const YString& text)
+    : _text(text.copy()), _length(_text.length()), _salt(newSalt()) {
   reserveEntries();
 }
 
-YIniSourceRecord::YIniSourceRecord(YFileBytes ascii) : _ascii(std::move(ascii)) {
+YIniSourceRecord::YIniSourceRecord(YFileBytes ascii) : _ascii(std::move(ascii)), _salt(newSalt()) {
   _length = _ascii.size();
   _isASCII = true;
   // ASCII decodes to the same text however it is read, and encodes back to
@@ -272,7 +289,8 @@ void YIniSourceRecord::noteElement(Kind kind, std::uint32_t start, std::uint32_t
   if (start > _bounds.back()) appendEntry(Kind::Skipped, start);
   const auto index = static_cast<std::uint32_t>(_kinds.size());
   appendEntry(kind, end);
-  element._objectWord = index + 1;
+  if (index + 1 >= kSaltBit) return;  // beyond what an element can carry: kept as new
+  element._objectWord = (index + 1) ^ _salt;
   _checks.back() = identityCheck(element);
   if (kind == Kind::Option && ydetail::isExactly<YIniOption>(element)) {
     const auto& option = static_cast<YIniOption&>(element);
@@ -309,7 +327,9 @@ void YIniSourceRecord::finish() {
 // ---- snapshots ---------------------------------------------------------------
 
 std::int64_t YIniSourceRecord::indexOfElement(const YIniElement& element) const noexcept {
-  const std::uint32_t word = element._objectWord & ~kStringsAsNoted;
+  const std::uint32_t carried = element._objectWord & ~kStringsAsNoted;
+  if (carried == 0) return -1;
+  const std::uint32_t word = carried ^ _salt;
   if (word == 0 || word > _kinds.size() || _checks[word - 1] != identityCheck(element)) return -1;
   return word - 1;
 }

@@ -219,6 +219,11 @@ class YIniSourceRecord {
   // Per entry, a check of the element loaded from it (0 for skipped text):
   // an element of another document carrying the same entry number fails it.
   std::vector<std::uint32_t> _checks;
+  // An element carries its entry number, plus one, mixed with this record's
+  // salt (bit 30 set, so that the mix is never 0): an element noted by
+  // another record decodes to no entry here, even where it took over the
+  // address of one of this record's elements that has died since.
+  std::uint32_t _salt;
   std::uint32_t _stop = kNoStop;
   // Snapshots that the text does not give: entry index to (name or text, value).
   std::unordered_map<std::uint32_t, std::pair<YString, YString>> _snapshots;

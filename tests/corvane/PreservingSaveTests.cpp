@@ -497,6 +497,23 @@ TEST(PreservingSave, DocumentsWithoutSourceAreWrittenAnew) {
   EXPECT_EQ(broken->elements()->count(), 0u);
 }
 
+TEST(PreservingSave, ElementsFromAnotherDocumentAreWrittenAnewWhereverTheyLive) {
+  // The section taken out of `into` is destroyed; the pool then gives its
+  // memory to the next document's section, which carries the same entry
+  // number there and comes into `into` in its place.
+  for (int round = 0; round < 4; ++round) {
+    auto into = load("[s]\nk = 1\n");
+    into->removeElement(section(*into, "s"));
+    auto from = load("[s]\nk = 2\n");
+    auto moved = section(*from, "s");
+    from->removeElement(moved);
+    into->addElement(moved);
+    EXPECT_EQ(preserved(*into), "[s]\nk = 2\n");  // anew, in the style of the text it joins
+    EXPECT_EQ(into->lineNumberForElement(*moved), 0u);
+    EXPECT_EQ(from->lineNumberForElement(*moved), 1u);
+  }
+}
+
 // A factory that changes what it is given: the snapshot is what it made.
 class UppercasingFactory : public YIniStandardElementFactory {
  public:
