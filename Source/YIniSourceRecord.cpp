@@ -321,6 +321,9 @@ void YIniSourceRecord::noteStop(std::uint32_t position) {
 
 void YIniSourceRecord::finish() {
   const auto length = static_cast<std::uint32_t>(_length);
+  // The unread tail is an entry of its own, apart from skipped text right
+  // before it (options before the first section), which stays at the head.
+  if (_stop != kNoStop && _bounds.back() < _stop && _stop < length) appendEntry(Kind::Skipped, _stop);
   if (_bounds.back() < length) appendEntry(Kind::Skipped, length);
 }
 

@@ -201,6 +201,8 @@ const EditCase kEdits[] = {
        d.insertObjectInElementsAtIndex(sec("b", {opt("x", "1")}), 0);
      },
      "root = 1\n[b]\nx=1\n# c\n"},
+    {"OptionsRightBeforeTheStopStayBeforeANewSection", "root = true\n  stray\n[a]\nk=1\n",
+     [](YIniDocument& d) { d.addElement(sec("new", {})); }, "root = true\n[new]\n  stray\n[a]\nk=1\n"},
     {"IndentedTailStaysUnreadAfterANewOption", "[a]\n  stray\n", setting("a", "k", "v"),
      "[a]\nk=v\n\n  stray\n"},
     // Order
