@@ -448,8 +448,11 @@ bool YIniSourceRecord::isLineEndOfPreviousLine(std::size_t index) const noexcept
 }
 
 std::vector<std::pair<std::uint32_t, std::uint32_t>> YIniSourceRecord::headOptionLines() const {
-  // Before the first section, the reader drops option lines and nothing
-  // else: every line of a skipped entry there is one, up to the stop.
+  // Before the first section, the reader drops option lines: the lines of a
+  // skipped entry there, up to the stop, that hold "=" and begin with
+  // neither "#" nor a space. A host factory that makes nothing for an
+  // element ends the reading without a stop and leaves the rest skipped,
+  // headers and comments too: the first header there ends the head.
   std::vector<std::pair<std::uint32_t, std::uint32_t>> lines;
   withText([&](auto text) {
     for (std::size_t i = 0; i < count() && kind(i) != Kind::Section; ++i) {
@@ -458,7 +461,10 @@ std::vector<std::pair<std::uint32_t, std::uint32_t>> YIniSourceRecord::headOptio
       for (std::uint32_t line = start(i); line < e;) {
         const std::uint32_t lf = findLineFeed(text, line, e);
         const std::uint32_t next = lf < e ? lf + 1 : e;
-        lines.emplace_back(line, next);
+        const auto first = static_cast<char16_t>(text[line]);
+        if (first == u'[' && findUnit(text, ']', line, next) < next) return;
+        if (first != u'#' && first != u' ' && findUnit(text, '=', line, next) < next)
+          lines.emplace_back(line, next);
         line = next;
       }
     }

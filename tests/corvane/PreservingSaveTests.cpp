@@ -429,6 +429,25 @@ TEST(PreservingSave, OptionsBeforeTheFirstSectionAreReadFromTheSource) {
   EXPECT_TRUE(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory())->headOptions().empty());
 }
 
+// A host factory that makes no element for a comment: the reading ends
+// there, and the rest of the text is skipped, headers and comments too.
+class CommentRefusingFactory : public YIniStandardElementFactory {
+ public:
+  std::shared_ptr<YIniComment> commentWithString(const YString& string) override {
+    return string.hasPrefix(S("#")) ? nullptr : YIniStandardElementFactory::commentWithString(string);
+  }
+};
+
+TEST(PreservingSave, OnlyOptionLinesOfTheSkippedHeadAreHeadOptions) {
+  LogCapture quiet;
+  auto document = YIniDocument::documentFromStringFactory(YString("r=1\n# skip = no\n[a]\nk=1\n  x=2\n"),
+                                                          std::make_shared<CommentRefusingFactory>());
+  std::vector<std::pair<std::string, std::string>> read;
+  for (const YIniHeadOption& option : document->headOptions()) read.emplace_back(utf8(option.name), utf8(option.value));
+  EXPECT_EQ(read, (std::vector<std::pair<std::string, std::string>>{{"r", "1"}}));
+  EXPECT_EQ(preserved(*document), "r=1\n# skip = no\n[a]\nk=1\n  x=2\n");
+}
+
 TEST(PreservingSave, SourceLinesAndTheStopAreReported) {
   LogCapture quiet;
   auto document = load("# c\r\n[a]\r\nk = v\r\n  more\r\nx=1\r\n\r\n  stray\r\nlost = 1\r\n");
