@@ -433,10 +433,11 @@ void YIniPreservingWriter::writeComment(YIniComment& comment, std::int64_t index
         if (!atLineStart()) original(start, end);
         return;
       }
-      if (inPlace) {
-        // Away from its neighbour a line begins on a line of its own; so
-        // does a blank line, which stays a blank line.
-        if (!adjacent(start)) ensureLineStart();
+      // Away from its neighbour a line begins on a line of its own; so does
+      // a blank line, which stays a blank line. An unrecognised line holds
+      // no text of its own: moved, it is still the line it was.
+      if (inPlace || _record->kind(i) == Kind::Unknown) {
+        if (!inPlace || !adjacent(start)) ensureLineStart();
         original(start, end);
         _lastLineIsOption = false;
         return;

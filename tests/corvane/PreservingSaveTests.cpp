@@ -208,6 +208,8 @@ const EditCase kEdits[] = {
     // Order
     {"MovedSectionIsWrittenAnew", "[a]\nk = 1\n\n[b]\nx = 2\n", moving("a"),
      "[b]\nx = 2\n\n[a]\nk = 1\n\n"},
+    {"MovedSectionKeepsItsUnrecognisedLines", "[a]\nk=1\nno equals\n\tjunk\n[b]\nx=2\n", moving("a"),
+     "[b]\nx=2\n[a]\nk=1\nno equals\n\tjunk\n"},
     {"SwappedOptionsKeepTheFirstInPlace", "[s]\na = 1\nb = 2\n", moving("s", "a"), "[s]\nb = 2\na = 1\n"},
     {"MovedOptionIsWrittenAnewInItsNeighboursStyle", "[s]\na  =  1 \nb = 2\n", moving("s", "a"),
      "[s]\nb = 2\na = 1\n"},
