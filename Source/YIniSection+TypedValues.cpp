@@ -202,6 +202,12 @@ YString stringWithListValue(const std::vector<YString>& value, char16_t separato
   // An empty last entry would be taken for a trailing separator's nothing:
   // one more separator keeps it.
   if (!value.empty() && value.back().length() == 0) text.appendCharacter(separator);
+  // What the rules above do not cover (an empty entry first or last with a
+  // blank separator, which the reading trims off) shows in reading it back.
+  const std::vector<YString> readBack = listFromText(text, separator);
+  if (readBack.size() != value.size()) return YString();
+  for (std::size_t i = 0; i < value.size(); ++i)
+    if (!readBack[i].isEqualToString(value[i])) return YString();
   return text.copy();
 }
 
