@@ -683,6 +683,29 @@ std::uint32_t YIniSourceRecord::splitPoint(std::uint32_t from, std::uint32_t lim
   return point;
 }
 
+// An ASCII byte of UTF-8 is never part of another character's sequence,
+// valid or not, and decodes to the same unit: the n-th ASCII unit of a line
+// is its n-th ASCII byte. An edit begins and ends next to ASCII ("=",
+// blanks, brackets, line ends) nearly always.
+std::optional<std::size_t> YIniSourceRecord::keptByteOffset(const KeptLine& line, std::uint32_t at) const {
+  if (_bodyEncoding != YUTF8StringEncoding) return std::nullopt;
+  if (at <= line.start) return 0;
+  if (at >= line.end) return line.bytes.size();
+  const std::u16string_view text = _text.view().substr(line.start, line.end - line.start);
+  const std::size_t t = at - line.start;
+  const bool asciiAt = text[t] < 0x80, asciiBefore = text[t - 1] < 0x80;
+  if (!asciiAt && !asciiBefore) return std::nullopt;
+  // The ASCII units before `at`: the byte of the next one, or just past the last.
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < t; ++i) count += text[i] < 0x80;
+  std::size_t wanted = asciiAt ? count : count - 1;
+  for (std::size_t b = 0; b < line.bytes.size(); ++b) {
+    if (static_cast<unsigned char>(line.bytes[b]) >= 0x80) continue;
+    if (wanted-- == 0) return asciiAt ? b : b + 1;
+  }
+  return std::nullopt;
+}
+
 bool YIniSourceRecord::appendOriginalBytes(std::uint32_t start, std::uint32_t end, std::string& out,
                                            std::shared_ptr<YError>* error) const {
   // ASCII bytes are their own UTF-8, and none was kept.
@@ -739,8 +762,16 @@ bool YIniSourceRecord::appendOriginalBytes(std::uint32_t start, std::uint32_t en
       if (!encode(at, line->start)) return false;
       out += line->bytes;
       at = line->end;
+      continue;
     }
-    // A line only partly inside the range is touched by an edit: encoded again.
+    // A line only partly inside the range is touched by an edit: its part
+    // here keeps its bytes where they can be told apart, else is encoded again.
+    const std::uint32_t from = std::max(start, line->start), to = std::min(end, line->end);
+    const auto first = keptByteOffset(*line, from), last = keptByteOffset(*line, to);
+    if (!first || !last) continue;
+    if (!encode(at, from)) return false;
+    out.append(line->bytes, *first, *last - *first);
+    at = to;
   }
   return encode(at, end);
 }

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -173,7 +174,8 @@ class YIniSourceRecord {
   std::uint32_t splitPoint(std::uint32_t from, std::uint32_t limit, std::uint32_t wanted) const;
   /// Appends the bytes of the text range [start, end) in the loaded encoding:
   /// the original bytes of every whole line inside it whose bytes were kept,
-  /// the text encoded again elsewhere. False (with `*error`) when a piece
+  /// and, in UTF-8, of the part of such a line inside it where that part
+  /// begins and ends next to ASCII; the text encoded again elsewhere. False (with `*error`) when a piece
   /// cannot be encoded, which for text that was decoded cannot happen.
   bool appendOriginalBytes(std::uint32_t start, std::uint32_t end, std::string& out,
                            std::shared_ptr<YError>* error) const;
@@ -184,6 +186,9 @@ class YIniSourceRecord {
     std::uint32_t start, end;  // text offsets of the line, its line end included
     std::string bytes;
   };
+  // Where the text offset `at` of a kept UTF-8 line falls in its bytes; none
+  // unless a unit next to it is ASCII.
+  std::optional<std::size_t> keptByteOffset(const KeptLine& line, std::uint32_t at) const;
   static constexpr std::uint32_t kNoStop = UINT32_MAX;
 
   void reserveEntries();

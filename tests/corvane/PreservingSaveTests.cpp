@@ -390,6 +390,26 @@ TEST(PreservingSave, InvalidUTF8BytesComeBackAsTheyWere) {
   expected.replace(expected.find("caf"), 5, "tea");
   expected.replace(expected.find("j = \xFF"), 5, "j = \xC3\xBF");
   EXPECT_EQ(preservedBytes(*document), expected);
+  // A line an edit touches in part keeps the bytes of the rest (a long
+  // comment first, so that the few invalid bytes leave the text UTF-8).
+  const std::string comment = std::string(500, '#') + "\n";
+  struct Case {
+    std::string before;
+    Edit edit;
+    std::string after;
+  } const cases[] = {
+      {"[s]\nk=1 \xFF\n", renaming("s", "k", "z"), "[s]\nz=1 \xFF\n"},
+      {"[s]\n\xFFk = 1\n", setting("s", "\xEF\xBF\xBDk", "2"), "[s]\n\xFFk = 2\n"},
+      {"[a]\xFF\nk=1\n", [](YIniDocument& d) { section(d, "a")->setName(S("b")); }, "[b]\xFF\nk=1\n"},
+      {"[s]\nk = \xFF\xFE x\xFF\n", renaming("s", "k", "\xC3\xA9"), "[s]\n\xC3\xA9 = \xFF\xFE x\xFF\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.before);
+    auto edited =
+        YIniDocument::documentWithDataFactory(comment + c.before, YIniStandardElementFactory::standardFactory());
+    c.edit(*edited);
+    EXPECT_EQ(preservedBytes(*edited), comment + c.after);
+  }
 }
 
 // The text is searched for U+FFFD many units at a time: an invalid byte at
