@@ -113,6 +113,12 @@ IniFile::IniFile(std::string label, std::string bytes) : _label(std::move(label)
                      "\": an indented line that continues no option); the text from there on is kept as it "
                      "is, but not read");
   warnAboutInvalidBytes();
+  // Lines that end in CR alone (old Mac files) read as one line: an edit of
+  // it would replace all that follows.
+  const std::u16string_view text = _file.text.view();
+  if (text.find(u'\n') == std::u16string_view::npos && text.find(u'\r') != std::u16string_view::npos)
+    warn(_label, "its lines end in CR alone, which the reader does not take for line ends: the whole text reads as "
+                 "one line");
 }
 
 IniFile::~IniFile() = default;

@@ -63,6 +63,7 @@ TEST_F(CliVerbs, MissingAndBrokenInputsExitWithTheirCodes) {
       {{"get", app, "main", "missing"}, "", "app.ini: section [main] has no option 'missing'", 1},
       {{"get", app, "", "missing"}, "", "has no option 'missing'", 1},
       {{"get", folder.file("empty.ini", ""), "main"}, "", "no section [main]", 1},
+      {{"get", folder.file("mac.ini", "top=1\r[a]\rk=v\r"), "a"}, "", "CR alone", 1},
       {{"get", folder.path("absent.ini"), "main"}, "", "absent.ini: no such file", 3},
       {{"get", folder.path(""), "main"}, "", "cannot read", 3},  // a folder
       {{"get", linkToNothing}, "", "which does not exist", 3},
