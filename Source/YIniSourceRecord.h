@@ -175,8 +175,9 @@ class YIniSourceRecord {
   /// Appends the bytes of the text range [start, end) in the loaded encoding:
   /// the original bytes of every whole line inside it whose bytes were kept,
   /// and, in UTF-8, of the part of such a line inside it where that part
-  /// begins and ends next to ASCII; the text encoded again elsewhere. False (with `*error`) when a piece
-  /// cannot be encoded, which for text that was decoded cannot happen.
+  /// begins and ends next to ASCII; the text encoded again elsewhere. False
+  /// (with `*error`) when a piece cannot be encoded, which for text that was
+  /// decoded cannot happen.
   bool appendOriginalBytes(std::uint32_t start, std::uint32_t end, std::string& out,
                            std::shared_ptr<YError>* error) const;
 

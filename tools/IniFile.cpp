@@ -393,6 +393,18 @@ std::optional<OptionEntry> IniFile::headOption(const YString& name) {
   return std::nullopt;
 }
 
+namespace {
+// What in an option name would make its line read otherwise, as the
+// preserving save refuses the same names in a section; null for nothing.
+const char* nameReadsOtherwise(std::u16string_view name) {
+  if (name.find(u'=') != std::u16string_view::npos) return "holds \"=\"";
+  if (name.find_first_of(u"\r\n") != std::u16string_view::npos) return "holds a line end";
+  if (name.starts_with(u"#")) return "begins with \"#\", which starts a comment";
+  if (name.starts_with(u"[")) return "begins with \"[\", which starts a section";
+  return nullptr;
+}
+}  // namespace
+
 std::u16string IniFile::lineEndOfFile() const {
   const std::u16string_view all = _file.text.view();
   if (const std::size_t lf = all.find(u'\n'); lf != std::u16string_view::npos && lf > 0 && all[lf - 1] == u'\r')
@@ -404,17 +416,9 @@ void IniFile::setHeadOption(const YString& name, const YString& value) {
   if (value.view().find(u'\n') != std::u16string_view::npos)
     throw Failure{kUsageError, _label + ": cannot set: a value before the first section cannot span lines (its "
                                         "further lines would stop the reading)"};
-  // What would make the line read otherwise: as the preserving save refuses
-  // the same names in a section.
-  const std::u16string_view key = name.view();
-  const char* problem = key.find(u'=') != std::u16string_view::npos                      ? "holds \"=\""
-                        : key.find_first_of(u"\r\n") != std::u16string_view::npos      ? "holds a line end"
-                        : key.starts_with(u"#")                                         ? "begins with \"#\", which starts a comment"
-                        : key.starts_with(u"[")                                         ? "begins with \"[\", which starts a section"
-                                                                                        : nullptr;
-  if (problem)
-    throw Failure{kUsageError, _label + ": cannot set: the option name " + "'" + name.UTF8String() + "'" + " would not read back: it " +
-                                   problem};
+  if (const char* problem = nameReadsOtherwise(name.view()))
+    throw Failure{kUsageError, _label + ": cannot set: the option name '" + name.UTF8String() +
+                                   "' would not read back: it " + problem};
   std::vector<Line>& lines = headModel();
   _headChanged = true;
   const std::u16string_view newValue = value.view();

@@ -108,7 +108,7 @@ class IniFile {
   /// there is none.
   bool removeHeadOption(const YString& name);
   bool headChanged() const noexcept { return _headChanged; }
-  /// Whether any head option is left (none removed by the edit).
+  /// Whether any head option is left after the edit's removals.
   bool hasHeadOptions() const;
   /// `bytes`, written by the preserving save in `encoding`, with the head's
   /// lines as edited. The save leaves those lines as they were read, so they
