@@ -33,7 +33,7 @@ struct Icu {
   decltype(&UCNV_TO_U_CALLBACK_STOP) toUCallbackStop;
   decltype(&ucsdet_open) detectorOpen;
   decltype(&ucsdet_setText) detectorSetText;
-  decltype(&ucsdet_detect) detect;
+  decltype(&ucsdet_detectAll) detectAll;
   decltype(&ucsdet_getName) matchName;
   decltype(&ucsdet_getConfidence) matchConfidence;
   decltype(&ucsdet_close) detectorClose;
@@ -76,7 +76,7 @@ const Icu* icuLibrary() {
     find(common, Y_ICU_NAME(UCNV_TO_U_CALLBACK_STOP), library.toUCallbackStop);
     find(i18n, Y_ICU_NAME(ucsdet_open), library.detectorOpen);
     find(i18n, Y_ICU_NAME(ucsdet_setText), library.detectorSetText);
-    find(i18n, Y_ICU_NAME(ucsdet_detect), library.detect);
+    find(i18n, Y_ICU_NAME(ucsdet_detectAll), library.detectAll);
     find(i18n, Y_ICU_NAME(ucsdet_getName), library.matchName);
     find(i18n, Y_ICU_NAME(ucsdet_getConfidence), library.matchConfidence);
     find(i18n, Y_ICU_NAME(ucsdet_close), library.detectorClose);
@@ -498,30 +498,42 @@ YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* u
   } catch (const YInvalidArgumentException&) {
   }
   if (YString text = mostlyUTF8(bytes); !text.isNull()) return done(text, YUTF8StringEncoding);
-  // A statistical guess over (at most) the first 64 KiB.
-  constexpr int32_t kConfidenceFloor = 10;
+  // A statistical guess over (at most) the first 64 KiB. The detector gives
+  // its base confidence to several encodings for any bytes at all, UTF-16
+  // and UTF-32 among them: a guess at that level is no evidence, and text in
+  // UTF-16 or UTF-32 holds NUL bytes (its line ends, "=", any ASCII).
+  constexpr int32_t kBaseConfidence = 10;
+  const bool holdsNul = bytes.find('\0') != std::string_view::npos;
   UErrorCode status = U_ZERO_ERROR;
   std::string name;
-  int32_t confidence = 0;
   const Icu* library = icuLibrary();
   if (UCharsetDetector* detector = library ? library->detectorOpen(&status) : nullptr) {
     std::string_view sample = bytes.substr(0, 65536);
     library->detectorSetText(detector, sample.data(), static_cast<int32_t>(sample.size()), &status);
-    const UCharsetMatch* match = library->detect(detector, &status);
-    if (U_SUCCESS(status) && match) {
-      const char* detected = library->matchName(match, &status);
-      confidence = library->matchConfidence(match, &status);
-      if (U_SUCCESS(status) && detected) name = detected;
+    int32_t found = 0;
+    const UCharsetMatch** matches = library->detectAll(detector, &found, &status);
+    for (int32_t i = 0; U_SUCCESS(status) && matches && i < found; ++i) {
+      const char* detected = library->matchName(matches[i], &status);
+      const int32_t confidence = library->matchConfidence(matches[i], &status);
+      if (!U_SUCCESS(status) || !detected || confidence < kBaseConfidence) break;
+      const std::string_view guess(detected);
+      const bool wide = guess.starts_with("UTF-16") || guess.starts_with("UTF-32");
+      if (wide ? !holdsNul : confidence == kBaseConfidence && !holdsNul) continue;
+      name = detected;
+      break;
     }
     library->detectorClose(detector);
   }
-  if (!name.empty() && confidence >= kConfidenceFloor) {
+  if (!name.empty()) {
     for (const auto& e : kEncodings) {
       if (e.icuName && library->compareNames(e.icuName, name.c_str()) == 0)
         return done(YDecodeBytes(bytes, e.encoding, error), e.encoding);
     }
     if (auto encoding = YStringEncodingFromName(name)) return done(YDecodeBytes(bytes, *encoding, error), *encoding);
   }
+  // Without evidence, bytes holding no NUL are read as ISO-8859-1, which
+  // takes every byte as one character and writes it back the same.
+  if (library && !holdsNul) return done(YDecodeBytes(bytes, YISOLatin1StringEncoding, error), YISOLatin1StringEncoding);
   setError(error, YFileReadInapplicableStringEncodingError, YString(u"The text encoding could not be determined"));
   return {};
 }

@@ -56,7 +56,9 @@ std::optional<std::string> YEncodeString(const YString& string, YStringEncoding 
 YString YDecodeBytes(std::string_view bytes, YStringEncoding encoding, std::shared_ptr<YError>* error);
 /// Decodes `bytes`, detecting the encoding: a byte-order mark first, then
 /// UTF-16 without a mark (mostly ASCII text: NUL bytes at every other
-/// position), then UTF-8, then a statistical guess above a confidence floor.
+/// position), then UTF-8, then a statistical guess above the detector's base
+/// confidence (UTF-16 or UTF-32 only for bytes holding NUL), else, for bytes
+/// holding no NUL, ISO-8859-1, which reads every byte and writes it back.
 /// Bytes that are valid UTF-8 but for invalid sequences numbering under 1% of
 /// the bytes are read as UTF-8 (the rest being valid UTF-8, it is ASCII or
 /// holds multi-byte sequences), each invalid sequence becoming U+FFFD (see

@@ -98,7 +98,8 @@ TEST(YStringEncodingTest, UnrepresentableTextAndInvalidBytesFailWithAnError) {
 }
 
 // A byte-order mark decides; then UTF-8, kept when under 1% of the bytes are
-// invalid (each shown as U+FFFD); else the charset detector.
+// invalid (each shown as U+FFFD); else the charset detector, and without its
+// evidence ISO-8859-1.
 TEST(YStringEncodingTest, DetectionByteOrderMarkFirstThenMostlyValidUTF8) {
   constexpr YStringEncoding kLegacy = 0;  // Latin-1 or Windows-1252, the detector's choice
   constexpr YStringEncoding kNotUTF8 = 1;  // anything but UTF-8, without replacements
@@ -121,6 +122,10 @@ TEST(YStringEncodingTest, DetectionByteOrderMarkFirstThenMostlyValidUTF8) {
        std::u16string(300, u'a') + u"gr\u00FC\u00DF \uFFFDt\uFFFD"},
       {std::string(98, 'a') + "\xE9", kNotUTF8, u""},  // 1 in 99
       {*YEncodeString(kLatin, YISOLatin1StringEncoding, nullptr), kLegacy, kLatin.u16string()},
+      // Too short for evidence: never UTF-16 without NUL bytes, but ISO-8859-1.
+      {"a=\xFC\n", YISOLatin1StringEncoding, u"a=\u00FC\n"},
+      {"Gr\xF6\xDF" "e=1\n", YISOLatin1StringEncoding, u"Gr\u00F6\u00DFe=1\n"},
+      {"[S\xFC" "d]\nk=1\n", YISOLatin1StringEncoding, u"[S\u00FCd]\nk=1\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.bytes.substr(0, 40)));
