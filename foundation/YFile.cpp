@@ -200,6 +200,9 @@ std::string resolveLinks(std::string path, bool& throughDescriptor) {
     if (n < 0) break;
     if (isDescriptorLink(path)) throughDescriptor = true;
     std::string next(text, static_cast<std::size_t>(n));
+    // A descriptor of a deleted file, a pipe or a socket links to a name,
+    // not a path ("/x (deleted)", "pipe:[7]"): it is written through.
+    if (isDescriptorLink(path) && (next.empty() || next[0] != '/' || next.ends_with(" (deleted)"))) break;
     if (next.empty() || next[0] != '/') {
       auto slash = path.rfind('/');
       next = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + next;
@@ -446,6 +449,8 @@ bool readWholeFile(const YString& path, std::shared_ptr<YError>* error, Buffer& 
     setError(error, YFileReadTooLargeError, YString::stringWithFormat("The file '%@' is too large", path), EFBIG);
     return false;
   };
+  // A regular file's size says at once whether it can be read at all.
+  if (S_ISREG(st.st_mode) && static_cast<std::uint64_t>(st.st_size) > kLimit) return tooLarge();
   // Read straight into the result; a file that grows meanwhile is read on
   // until its end.
   std::size_t used = 0;

@@ -12,6 +12,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -191,11 +192,16 @@ std::optional<std::string> encodeICU(std::u16string_view s, const char* icuName,
     return std::nullopt;
   }
   const Icu& library = *conv.library;
+  // The converter counts in 32 bits: a text whose bytes could pass that fails.
+  const auto most = (static_cast<std::uint64_t>(s.size()) + 10) * library.getMaxCharSize(conv.handle) + 16;
+  if (most > static_cast<std::uint64_t>(std::numeric_limits<int32_t>::max())) {
+    setError(error, YFileWriteInapplicableStringEncodingError,
+             YString::stringWithFormat("The text is too long to convert to %s", displayName));
+    return std::nullopt;
+  }
   UErrorCode status = U_ZERO_ERROR;
   library.setFromUCallBack(conv.handle, library.fromUCallbackStop, nullptr, nullptr, nullptr, &status);
-  std::string out(
-      static_cast<std::size_t>(UCNV_GET_MAX_BYTES_FOR_STRING(s.size(), library.getMaxCharSize(conv.handle))) + 16,
-      '\0');
+  std::string out(static_cast<std::size_t>(most), '\0');
   int32_t n = library.fromUChars(conv.handle, out.data(), static_cast<int32_t>(out.size()), s.data(),
                                  static_cast<int32_t>(s.size()), &status);
   if (U_FAILURE(status)) {
@@ -216,6 +222,12 @@ YString decodeICU(std::string_view bytes, const char* icuName, const char* displ
     return {};
   }
   const Icu& library = *conv.library;
+  // The converter counts in 32 bits: bytes whose text could pass that fail.
+  if (static_cast<std::uint64_t>(bytes.size()) * 2 + 16 > static_cast<std::uint64_t>(std::numeric_limits<int32_t>::max())) {
+    setError(error, YFileReadInapplicableStringEncodingError,
+             YString::stringWithFormat("The bytes are too many to convert from %s", displayName));
+    return {};
+  }
   UErrorCode status = U_ZERO_ERROR;
   library.setToUCallBack(conv.handle, library.toUCallbackStop, nullptr, nullptr, nullptr, &status);
   std::u16string out(bytes.size() * 2 + 16, u'\0');
