@@ -3,6 +3,8 @@
 #include <exception>
 #include <typeinfo>
 #include <unordered_set>
+#include <utility>
+#include <vector>
 
 #include "YAssertionHandler.h"
 #include "YIniDocument.h"
@@ -11,6 +13,29 @@
 static constexpr const char YUnitName[] = "YIniCompositeElement";
 
 const YString& YElementsKey = YObject::internedKey(u"elements");
+
+namespace {
+// Whether `element` is `composite` or holds it at any depth: taking it in
+// would close a cycle, which every walk over the tree would follow forever.
+bool reaches(YIniElement* element, const YIniCompositeElement& composite) {
+  auto* start = YCast<YIniCompositeElement>(element);
+  if (!start) return false;
+  if (start == &composite) return true;
+  std::vector<YIniCompositeElement*> pending{start};
+  std::unordered_set<const YIniCompositeElement*> seen{start};
+  while (!pending.empty()) {
+    YIniCompositeElement* at = pending.back();
+    pending.pop_back();
+    for (const auto& child : at->elementsList()->vector()) {
+      auto* inner = YCast<YIniCompositeElement>(child.get());
+      if (!inner) continue;
+      if (inner == &composite) return true;
+      if (seen.insert(inner).second) pending.push_back(inner);
+    }
+  }
+  return false;
+}
+}  // namespace
 
 namespace {
 // The number of the key a composite observes its children under.
@@ -74,6 +99,8 @@ void YIniCompositeElement::setElements(const std::shared_ptr<ElementList>& value
   // Through the checked factory: a list made with the public constructor
   // may hold nulls, which are refused here rather than met later.
   const auto& given = value->vector();
+  for (const auto& child : given)
+    if (YParameterFailed(!reaches(child.get(), *this), "element does not hold the receiver")) return;
   auto replacement =
       ElementList::mutableArrayWithObjects(std::vector<std::shared_ptr<YIniElement>>(given.begin(), given.end()));
   auto old = _elements;
@@ -82,7 +109,7 @@ void YIniCompositeElement::setElements(const std::shared_ptr<ElementList>& value
   old.reset();
   auto current = _elements;
   for (const auto& child : *current) subscribeChild(child);
-  _walkChildren = false;  // every child is observed again
+  _walkChildren = _observesOthers;  // every child is observed again
   if (_cache) _cache->elements = nullptr;
 }
 
@@ -90,6 +117,7 @@ void YIniCompositeElement::insertObjectInElementsAtIndex(std::shared_ptr<YIniEle
   ChangeScope scope(*this, YKeyValueChangeKind::Insertion, index, YElementsKey);
   if (YParameterFailed(element != nullptr, "element != nil")) return;
   if (YParameterFailed(index <= _elements->count(), "index >= 0 && index <= [elements count]")) return;
+  if (YParameterFailed(!reaches(element.get(), *this), "element does not hold the receiver")) return;
   const bool wasCurrent = cacheIsCurrent();
   _elements->insertObjectAtIndex(element, index);
   subscribeChild(element);
@@ -115,6 +143,7 @@ void YIniCompositeElement::replaceObjectInElementsAtIndexWithObject(std::size_t 
                                                                     std::shared_ptr<YIniElement> element) {
   ChangeScope scope(*this, YKeyValueChangeKind::Replacement, index, YElementsKey);
   if (YParameterFailed(element != nullptr, "element != nil")) return;
+  if (YParameterFailed(!reaches(element.get(), *this), "element does not hold the receiver")) return;
   std::shared_ptr<YIniElement> old = _elements->objectAtIndex(index);
   const bool wasCurrent = cacheIsCurrent();
   unsubscribeForChangesInElement(old);
@@ -192,7 +221,7 @@ void YIniCompositeElement::revert() {
   _elements = _initialElements->copy();
   auto current = _elements;
   for (const auto& child : *current) subscribeChild(child);
-  _walkChildren = false;  // every child is observed again
+  _walkChildren = _observesOthers;  // every child is observed again
   forgetCache();
   setModified(false);
 }
@@ -213,7 +242,7 @@ void YIniCompositeElement::subscribeForChangesInElement(const std::shared_ptr<YI
   if (YParameterFailed(element != nullptr, "element != nil")) return;
   // Observing something outside the list operations: its notifications may
   // come from a non-child, so recomputations ask the children themselves.
-  if (!_internalSubscribe) _walkChildren = true;
+  if (!_internalSubscribe) _walkChildren = _observesOthers = true;
   element->addObserver(this, YModifiedKey, YKeyValueObservingOptionNew, nullptr);
 }
 
@@ -349,7 +378,8 @@ void YIniCompositeElement::settleQuietly() { _bits.modified = hasModifiedElement
 void YIniCompositeElement::elementsChanged() { setModified(hasModifiedElements()); }
 
 void YIniCompositeElement::modifiedChangedForElement(YIniElement* element) {
-  if (element && cacheIsCurrent()) noteChildState(element);
+  // Only a child's own announcement is filed: a host may pass any element.
+  if (element && _delivering && cacheIsCurrent()) noteChildState(element);
   // Announcing an unchanged flag to observers that are all the library's
   // own composites, relying on it as this one does, tells nobody anything.
   if (hasModifiedElements() == _bits.modified && announcesOnlyToComposites()) return;
@@ -448,8 +478,16 @@ void YIniCompositeElement::observeValueForKeyPath(const YString& keyPath, YObjec
     if (YKeysEqual(keyPath, YElementsKey)) elementsChanged();
     return;
   }
-  if (YKeysEqual(keyPath, YModifiedKey) && !_bits.ignoreChanges)
-    modifiedChangedForElement(YCast<YIniElement>(object));
+  if (YKeysEqual(keyPath, YModifiedKey) && !_bits.ignoreChanges) {
+    const bool outer = std::exchange(_delivering, true);
+    try {
+      modifiedChangedForElement(YCast<YIniElement>(object));
+    } catch (...) {
+      _delivering = outer;
+      throw;
+    }
+    _delivering = outer;
+  }
 }
 
 bool YIniCompositeElement::ignoresChangeValues() const noexcept {

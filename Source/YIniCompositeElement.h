@@ -198,5 +198,7 @@ class YIniCompositeElement : public YIniElement {
   } _bits{false, false, false, false};
   bool _walkChildren = false;      // some child may be unobserved: ask every child
   bool _internalSubscribe = false;  // a list operation is subscribing
+  bool _observesOthers = false;     // a host subscribed it: notifications may come from a non-child
+  bool _delivering = false;         // a child's announcement is being delivered
   mutable std::unique_ptr<ModifiedCache> _cache;
 };

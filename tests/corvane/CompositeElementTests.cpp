@@ -1,6 +1,8 @@
 // The composite element: list changes, observation, revert, commit, copy.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "ElementTestSupport.h"
 #include "YIniDocument.h"
 #include "YIniStandardElementFactory.h"
@@ -85,6 +87,32 @@ TEST(Composite, ModifiedFollowsChildrenThroughDetachingDuplicatesAndStrangers) {
          a.setValue(S("w"));
          a.setValue(S("v"));
          strangerChanges(c);
+       },
+       false},
+      {"a stranger subscribed before a revert changes and goes",
+       [](auto& c, auto& a, auto&) {
+         auto stranger = opt("stranger");
+         c.subscribeForChangesInElement(stranger);
+         c.revert();  // the children are observed again; the stranger still is
+         a.setValue(S("w"));
+         a.setValue(S("v"));
+         stranger->setValue(S("w"));
+         stranger->setValue(YString::mutableStringWithString(S("x")));
+         c.unsubscribeForChangesInElement(stranger);
+       },
+       false},
+      {"a stranger handed to modifiedChangedForElement by the host, then gone",
+       [](auto& c, auto& a, auto&) {
+         a.setValue(S("w"));
+         a.setValue(S("v"));
+         {
+           auto stranger = opt("stranger");
+           stranger->setValue(YString::mutableStringWithString(S("x")));
+           c.modifiedChangedForElement(stranger.get());
+           c.modifiedChangedForElement(stranger.get());
+         }
+         a.setValue(S("w"));
+         a.setValue(S("v"));
        },
        false},
       {"a child left unobserved by a failed removal changes, then another child announces",
@@ -264,6 +292,28 @@ TEST(Composite, RevertRevertsCurrentChildrenRestoresTheListAndFreezesIt) {
   EXPECT_EQ(observations(kept, *c), 1u);
   c->addElement(opt("x"));
   EXPECT_EQ(c->elements()->count(), 3u);
+}
+
+// A composite that would come to hold itself is refused: every walk over
+// the tree (commit, revert, copies, announcements) would never end.
+TEST(Composite, NoCompositeComesToHoldItself) {
+  auto a = YIniSection::sectionWithName(S("a")), b = YIniSection::sectionWithName(S("b"));
+  auto document = YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory());
+  document->addElement(a);
+  a->addElement(b);
+  for (const auto& act : std::vector<std::function<void()>>{
+           [&] { a->addElement(a); }, [&] { b->addElement(a); }, [&] { b->insertObjectInElementsAtIndex(document, 0); },
+           [&] { a->replaceObjectInElementsAtIndexWithObject(0, a); },
+           [&] { b->setElements(List::mutableArrayWithObjects({opt("k"), document})); }})
+    EXPECT_PRECONDITION(act(), "element does not hold the receiver");
+  EXPECT_EQ(a->elements()->count(), 1u);
+  EXPECT_EQ(b->elements()->count(), 0u);
+  a->addElement(opt("k"));
+  b->addElement(YIniSection::sectionWithName(S("c")));  // a tree may nest, without a cycle
+  document->commit();
+  document->revert();
+  EXPECT_FALSE(document->isModified());
+  EXPECT_EQ(std::static_pointer_cast<YIniDocument>(document->copyWithZone())->elements()->count(), 1u);
 }
 
 TEST(Composite, PreconditionTexts) {
