@@ -59,19 +59,23 @@ class YIniCompositeElement : public YIniElement {
   std::shared_ptr<ElementList> initialElements() const noexcept { return _initialElements; }
 
   /// Replaces the children wholesale with a new mutable list of `value`'s
-  /// entries; initialElements is left alone. Precondition "value != nil".
+  /// entries; initialElements is left alone. Preconditions "value != nil",
+  /// and for each entry "element does not hold the receiver" (this composite,
+  /// or one holding it, would make the tree a cycle).
   virtual void setElements(const std::shared_ptr<ElementList>& value);
   /// Inserts `element` at `index` (index == count appends) and observes it.
-  /// Preconditions "element != nil", "index >= 0 && index <= [elements count]".
+  /// Preconditions "element != nil", "index >= 0 && index <= [elements count]",
+  /// "element does not hold the receiver".
   virtual void insertObjectInElementsAtIndex(std::shared_ptr<YIniElement> element, std::size_t index);
   /// Removes the child at `index` after unobserving it.
   /// Precondition "index >= 0 && index < [elements count]".
   virtual void removeObjectFromElementsAtIndex(std::size_t index);
-  /// Replaces the child at `index` by `element`. Precondition "element != nil";
-  /// an index out of range raises YRangeException from the list.
+  /// Replaces the child at `index` by `element`. Preconditions "element != nil",
+  /// "element does not hold the receiver"; an index out of range raises
+  /// YRangeException from the list.
   virtual void replaceObjectInElementsAtIndexWithObject(std::size_t index, std::shared_ptr<YIniElement> element);
 
-  /// Appends `element`. Precondition "element != nil".
+  /// Appends `element`, as insertObjectInElementsAtIndex does at the end.
   virtual void addElement(std::shared_ptr<YIniElement> element);
   /// Replaces the first occurrence of `element` by `otherElement`.
   /// Preconditions "element != nil", "otherElement != nil"; a non-child fails in the list's index check.

@@ -51,8 +51,10 @@ std::optional<YStringEncoding> YStringEncodingFromName(std::string_view name);
 /// (when not null) says which position failed.
 std::optional<std::string> YEncodeString(const YString& string, YStringEncoding encoding,
                                          std::shared_ptr<YError>* error);
-/// Converts `bytes` in `encoding` to a string; invalid bytes fail. A leading
-/// byte-order mark of the encoding is dropped.
+/// Converts `bytes` in `encoding` to a string; invalid bytes fail, except a
+/// lone surrogate in UTF-16, which is kept as it is (such text still loads,
+/// and the preserving save writes it back; encoding it again fails). A
+/// leading byte-order mark of the encoding is dropped.
 YString YDecodeBytes(std::string_view bytes, YStringEncoding encoding, std::shared_ptr<YError>* error);
 /// Decodes `bytes`, detecting the encoding: a byte-order mark first, then
 /// UTF-16 without a mark (mostly ASCII text: NUL bytes at every other
