@@ -48,7 +48,8 @@ std::optional<YStringEncoding> YStringEncodingFromName(std::string_view name);
 
 /// Converts `string` to bytes in `encoding`. A character the encoding cannot
 /// represent (or a lone surrogate) fails: nothing is returned and `*error`
-/// (when not null) says which position failed.
+/// (when not null) says so, with the position that failed for UTF-8, UTF-16
+/// and UTF-32 (a legacy encoding's error names the encoding only).
 std::optional<std::string> YEncodeString(const YString& string, YStringEncoding encoding,
                                          std::shared_ptr<YError>* error);
 /// Converts `bytes` in `encoding` to a string; invalid bytes fail, except a
