@@ -340,6 +340,24 @@ TEST(YFileWriteTest, WritingThroughStandardOutputWritesIntoWhatItIs) {
                            "Cannot write file '/dev/stdout': it is a FIFO (named pipe), not a regular file", "saved",
                            "same file"}));
   EXPECT_EQ(readBytes(file), "log\nadded\n");
+  // A descriptor of a deleted file links to a name that is no path: no file
+  // is ever made after that name, whether the save writes into the open file
+  // or fails.
+  auto deleted = inChild([&]() -> std::vector<std::string> {
+    const std::string gone = dir / "gone.txt";
+    writeBytes(gone, "", 0644);
+    const int out = ::open(gone.c_str(), O_WRONLY | O_TRUNC);  // as a shell opens "> file"
+    if (out < 0 || ::dup2(out, STDOUT_FILENO) < 0 || ::unlink(gone.c_str()) != 0) return {failed("open")};
+    std::vector<std::string> lines;
+    for (bool writeThrough : {false, true}) {
+      std::shared_ptr<YError> error;
+      static_cast<void>(YWriteFile(YString("/dev/stdout"), "text\n",
+                                   YFileWriteOptions{.atomically = true, .writeThrough = writeThrough}, &error));
+      lines.push_back(std::filesystem::exists(gone + " (deleted)") ? "named after it" : "none");
+    }
+    return lines;
+  });
+  EXPECT_EQ(deleted, (Lines{"none", "none"}));
 }
 
 TEST(YFileWriteTest, AReaderThatGoesAwayFailsTheWriteWithoutSignal) {
