@@ -94,8 +94,16 @@ std::shared_ptr<const CompiledPattern> compile(const YString& pattern, unsigned 
         "Invalid regular expression \"%@\": %@ at offset %zu", pattern, pcre2Message(errorCode), errorOffset));
   pcre2_code* code = compiled->code;
 
-  // JIT where the machine allows it; pcre2_match interprets otherwise.
-  compiled->jit = pcre2_jit_compile(code, PCRE2_JIT_COMPLETE) == 0;
+  // JIT where the machine allows it; pcre2_match interprets otherwise. A
+  // pattern may refuse JIT code itself ((*NO_JIT)), and compiles without it.
+  std::size_t jitSize = 0;
+  compiled->jit = pcre2_jit_compile(code, PCRE2_JIT_COMPLETE) == 0 &&
+                  pcre2_pattern_info(code, PCRE2_INFO_JITSIZE, &jitSize) == 0 && jitSize > 0;
+  // Case folding beyond ASCII: in Unicode mode, or turned on inside the
+  // pattern with (*UCP).
+  uint32_t allOptions = 0;
+  pcre2_pattern_info(code, PCRE2_INFO_ALLOPTIONS, &allOptions);
+  const bool unicodeCase = (options & YRegularExpressionUnicode) || (allOptions & PCRE2_UCP);
 
   // Start filter: the code units a match can begin with, as the compiler saw them.
   uint32_t firstType = 0;
@@ -108,7 +116,7 @@ std::shared_ptr<const CompiledPattern> compile(const YString& pattern, unsigned 
     // The compiler does not say whether the unit is caseless (an inline (?i)
     // can make it so); admit the other case of an ASCII letter, and admit
     // everything for a non-ASCII unit in Unicode mode.
-    if (!(unit >= 128 && (options & YRegularExpressionUnicode))) {
+    if (!(unit >= 128 && unicodeCase)) {
       compiled->filtersStart = true;
       admit(compiled->startSet, unit);
       if (unit < 128 && ((unit | 0x20u) >= 'a' && (unit | 0x20u) <= 'z')) admit(compiled->startSet, unit ^ 0x20u);
@@ -127,7 +135,7 @@ std::shared_ptr<const CompiledPattern> compile(const YString& pattern, unsigned 
     pcre2_pattern_info(code, PCRE2_INFO_LASTCODEUNIT, &unit);
     const bool letter = (unit | 0x20u) >= 'a' && (unit | 0x20u) <= 'z';
     // Unicode case folding links some ASCII letters to other letters; skip those.
-    if (unit < 128 && !(letter && (options & YRegularExpressionUnicode))) {
+    if (unit < 128 && !(letter && unicodeCase)) {
       compiled->required = {static_cast<char16_t>(unit), static_cast<char16_t>(unit ^ 0x20u)};
       compiled->requiredCount = letter ? 2 : 1;
     }

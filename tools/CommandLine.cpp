@@ -43,7 +43,7 @@ constexpr std::array<VerbInfo, 9> kVerbs{{
      "  ini    the text as it stands in the file: the whole file, the section's\n"
      "         lines (without the comments above the next header) or the option's\n"
      "  lines  one '[SECTION] NAME = VALUE' line per option, line breaks in values\n"
-     "         written as \\n\n"
+     "         written as \\n and backslashes as \\\\\n"
      "  json   the value as a string, a section as an object of names to values,\n"
      "         the file as an object of sections\n"},
     {"set", "FILE SECTION [OPTION VALUE]", 2, 4, kWriting, "set a value, adding the option, section or file",
@@ -97,7 +97,8 @@ constexpr std::array<VerbInfo, 9> kVerbs{{
      "  + [SECTION] NAME = VALUE   an option added\n"
      "  - [SECTION] NAME = VALUE   an option removed\n"
      "  ~ [SECTION] NAME = OLD -> NEW   a value changed\n"
-     "Line breaks in values are written as \\n. With --format json, a list of\n"
+     "Line breaks in values are written as \\n, backslashes as \\\\. With --format\n"
+     "json, a list of\n"
      "{\"change\", \"section\", \"option\", \"value\" or \"old\" and \"new\"} objects.\n"
      "The exit code is 0 when they are equal and 1 when they differ.\n"},
     {"fmt", "FILE", 1, 1, kNoOptions, "print the text as the library writes it",

@@ -29,10 +29,15 @@ bool isShellName(const std::string& name) {
   });
 }
 
-// A value on one line: its line breaks as \n.
+// A value on one line: its line breaks as \n, and so that a backslash and
+// "n" cannot pass for a line break, its backslashes as \\.
 std::string oneLine(const YString& value) {
   std::string text;
-  for (char c : utf8(value)) text += c == '\n' ? std::string("\\n") : std::string(1, c);
+  for (char c : utf8(value)) {
+    if (c == '\n') text += "\\n";
+    else if (c == '\\') text += "\\\\";
+    else text += c;
+  }
   return text;
 }
 

@@ -343,6 +343,9 @@ int runTemplate(const CommandLine& line) {
   const std::string& templatePath = line.operands[0];
   const std::string templateBytes = readInput(templatePath);
   IniFile file(line.operands[1], readInput(line.operands[1]));
+  // The merge reads only what reading reached, of either text.
+  IniFile(templatePath, templateBytes).refuseStopped("the template after it was not read; nothing was printed");
+  file.refuseStopped("its values after that line were not read; nothing was printed");
   FileProblem problem;
   std::optional<TextFile> templateFile = decodeTextFile(templateBytes, templatePath, problem);
   if (!templateFile) throw Failure{kFileFailure, problem.message};

@@ -47,6 +47,7 @@ TEST(Rules, MatchAtThePositionOnly) {
       {re(u"(?=b)"), u"b", 0, "none"},
       {re(u"K", YRegularExpressionCaseInsensitive), u"k", 0, "t@0+1"},
       {re(u"(?i)k"), u"K", 0, "t@0+1"},            // inline caseless past the start filter
+      {re(u"(*NO_JIT)abc"), u"abc", 0, "t@0+3"},   // a pattern that refuses JIT code is interpreted
       {re(u"[ab]x"), u"bx", 0, "t@0+2"},
       {re(u"a b # note", YRegularExpressionExtended), u"ab", 0, "t@0+2"},
       {re(u"a.b", YRegularExpressionLiteral), u"a.b", 0, "t@0+3"},
@@ -79,6 +80,10 @@ TEST(Rules, MatchAtThePositionOnly) {
       {eol(u""), u"\n", 0, "none"},
   };
   for (const auto& c : cases) EXPECT_EQ(tokenAt(*c.rule, c.text, c.position), c.token) << "row " << &c - cases;
+  // Unicode case folding turned on inside the pattern: the start filter
+  // lets the other case of a non-ASCII letter through.
+  EXPECT_TRUE(re(u"(*UCP)(?i)\u00e9")->canStartWithCharacter(u'\u00c9'));
+  EXPECT_EQ(tokenAt(*re(u"(*UCP)(?i)\u00e9"), u"\u00c9", 0), "t@0+1");
 }
 
 TEST(RegularExpressionRule, InvalidPatternFailsEveryTimeNamingMessageAndOffset) {

@@ -36,6 +36,8 @@ TEST_F(CliVerbs, GetPrintsNamesAndValuesInEveryFormat) {
       {{"--format", "sh", app, "net-work", "it's"}, "", "'it's' is not a shell variable name"},
       {{"--format=lines", app, "main"}, "[main] name = Corvane demo\n[main] paths = /usr/share\\n /opt/share\n", ""},
       {{"--format=lines", app, "net-work", "it's"}, "[net-work] it's = o'k\n", ""},
+      // A backslash shows as \\, so that it cannot pass for a line break.
+      {{"--format=lines", folder.file("slash.ini", "[s]\nk = a\\n b\n"), "s"}, "[s] k = a\\\\n b\n", ""},
       {{"--format=json", app, "main", "paths"}, "\"/usr/share\\n /opt/share\"\n", ""},
       {{"--format=ini", app}, kApp, ""},
       {{"--format=ini", app, ""}, "# Application settings\nmode = fast\n", ""},
@@ -145,6 +147,10 @@ TEST_F(CliVerbs, TemplatePutsValuesIntoTheLibrarysTemplates) {
       {{folder.file("a.tmpl", "[a]"), values}, "[a]\nk=1\nx=2", ""},
       {{folder.file("option.tmpl", "[a]\nk=0\n"), values}, "", refused, 4},
       {{folder.file("comment.tmpl", "# note\n"), values}, "", refused, 4},
+      // What follows a stop in either text was not read.
+      {{folder.file("stop.tmpl", " [a]"), values}, "", "the template after it was not read", 4},
+      {{folder.file("b.tmpl", "[b]"), folder.file("stop.ini", "[a]\n  x\n[b]\nk=1")}, "",
+       "its values after that line were not read", 4},
   });
   EXPECT_TRUE(has(runTool({"help", "template"}).out, "'[main]' alone"));
 }
