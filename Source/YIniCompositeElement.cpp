@@ -479,14 +479,9 @@ void YIniCompositeElement::observeValueForKeyPath(const YString& keyPath, YObjec
     return;
   }
   if (YKeysEqual(keyPath, YModifiedKey) && !_bits.ignoreChanges) {
-    const bool outer = std::exchange(_delivering, true);
-    try {
-      modifiedChangedForElement(YCast<YIniElement>(object));
-    } catch (...) {
-      _delivering = outer;
-      throw;
-    }
-    _delivering = outer;
+    const bool outer = _delivering;
+    FlagScope delivering([this] { _delivering = true; }, [this, outer] { _delivering = outer; });
+    modifiedChangedForElement(YCast<YIniElement>(object));
   }
 }
 

@@ -198,11 +198,12 @@ std::string resolveLinks(std::string path, bool& throughDescriptor) {
     char text[4096];
     ssize_t n = ::readlink(path.c_str(), text, sizeof text - 1);
     if (n < 0) break;
-    if (isDescriptorLink(path)) throughDescriptor = true;
+    const bool descriptor = isDescriptorLink(path);
+    if (descriptor) throughDescriptor = true;
     std::string next(text, static_cast<std::size_t>(n));
     // A descriptor of a deleted file, a pipe or a socket links to a name,
     // not a path ("/x (deleted)", "pipe:[7]"): it is written through.
-    if (isDescriptorLink(path) && (next.empty() || next[0] != '/' || next.ends_with(" (deleted)"))) break;
+    if (descriptor && (next.empty() || next[0] != '/' || next.ends_with(" (deleted)"))) break;
     if (next.empty() || next[0] != '/') {
       auto slash = path.rfind('/');
       next = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + next;

@@ -490,15 +490,15 @@ std::string IniFile::withHeadEdits(std::string bytes, const TextEncoding& encodi
   if (!_headChanged) return bytes;
   const std::vector<std::size_t> starts = lineStarts(bytes, encoding);
   std::string out = bytes.substr(0, starts[0]);
+  // The file's last line, read without a line end, takes one when the save
+  // put text after it (a new section).
+  const bool bodyFollows = starts[std::min(_headLineCount, starts.size() - 1)] < bytes.size();
   for (const Line& line : *_head) {
     if (line.removed) continue;
     if (!line.changed) {
       out.append(bytes, starts[line.original - 1], starts[line.original] - starts[line.original - 1]);
       continue;
     }
-    // The file's last line, read without a line end, takes one when the save
-    // put text after it (a new section).
-    const bool bodyFollows = starts[std::min(_headLineCount, starts.size() - 1)] < bytes.size();
     const std::u16string lineEnd = line.lineEnd.empty() && bodyFollows ? lineEndOfFile() : line.lineEnd;
     FileProblem problem;
     std::optional<std::string> encoded = encodeText(YString(line.text + lineEnd), encoding, _label, problem);

@@ -343,15 +343,13 @@ int runTemplate(const CommandLine& line) {
   const std::string& templatePath = line.operands[0];
   const std::string templateBytes = readInput(templatePath);
   IniFile file(line.operands[1], readInput(line.operands[1]));
+  const IniFile templateFile(templatePath, templateBytes);
   // The merge reads only what reading reached, of either text.
-  IniFile(templatePath, templateBytes).refuseStopped("the template after it was not read; nothing was printed");
+  templateFile.refuseStopped("the template after it was not read; nothing was printed");
   file.refuseStopped("its values after that line were not read; nothing was printed");
-  FileProblem problem;
-  std::optional<TextFile> templateFile = decodeTextFile(templateBytes, templatePath, problem);
-  if (!templateFile) throw Failure{kFileFailure, problem.message};
   YString merged;
   try {
-    merged = file.document().stringValueMergedWith(templateFile->text);
+    merged = file.document().stringValueMergedWith(templateFile.file().text);
   } catch (const YInvalidArgumentException&) {
     throw Failure{kNotRead, templatePath +
                                 ": the template holds comments, blank lines or line ends after its section headers, "
