@@ -530,7 +530,7 @@ YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* u
       if (!U_SUCCESS(status) || !detected || confidence < kBaseConfidence) break;
       const std::string_view guess(detected);
       const bool wide = guess.starts_with("UTF-16") || guess.starts_with("UTF-32");
-      if (wide ? !holdsNul : confidence == kBaseConfidence && !holdsNul) continue;
+      if (!holdsNul && (wide || confidence == kBaseConfidence)) continue;
       name = detected;
       break;
     }
