@@ -175,15 +175,18 @@ void IniFile::refuseUnread(const std::shared_ptr<YIniSection>& section, bool hea
   auto sections = _document->sections();
   const bool mayBeUnread = head ? sections->count() == 0 : !section || section == sections->lastObject();
   if (!mayBeUnread) return;
-  throw Failure{kNotRead, _label + ": reading stopped at line " + std::to_string(_document->readingStopLineNumber()) +
-                              " (\"" + _document->readingStopLineText().UTF8String() + "\"), and " + what +
+  throw Failure{kNotRead, _label + ": " + stopPlace() + ", and " + what +
                               " is not in the text before it; the text after it was not read"};
 }
 
 void IniFile::refuseStopped(const std::string& consequence) const {
   if (!_document->readingStopped()) return;
-  throw Failure{kNotRead, _label + ": reading stopped at line " + std::to_string(_document->readingStopLineNumber()) +
-                              " (\"" + _document->readingStopLineText().UTF8String() + "\"); " + consequence};
+  throw Failure{kNotRead, _label + ": " + stopPlace() + "; " + consequence};
+}
+
+std::string IniFile::stopPlace() const {
+  return "reading stopped at line " + std::to_string(_document->readingStopLineNumber()) + " (\"" +
+         _document->readingStopLineText().UTF8String() + "\"";
 }
 
 bool IniFile::hasHeadOptions() const {

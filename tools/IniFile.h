@@ -128,6 +128,7 @@ class IniFile {
   std::vector<Line>& headModel();
   std::size_t headEnd();  // the number of lines before the first header
   std::u16string lineEndOfFile() const;  // the file's first line end, else LF
+  std::string stopPlace() const;          // "reading stopped at line N (\"TEXT\")"
 
   std::string _label;
   TextFile _file;
