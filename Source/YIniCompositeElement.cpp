@@ -1,7 +1,9 @@
 #include "YIniCompositeElement.h"
 
+#include <algorithm>
 #include <exception>
 #include <typeinfo>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -15,25 +17,82 @@ static constexpr const char YUnitName[] = "YIniCompositeElement";
 const YString& YElementsKey = YObject::internedKey(u"elements");
 
 namespace {
-// Whether `element` is `composite` or holds it at any depth: taking it in
-// would close a cycle, which every walk over the tree would follow forever.
-bool reaches(YIniElement* element, const YIniCompositeElement& composite) {
-  auto* start = YCast<YIniCompositeElement>(element);
-  if (!start) return false;
-  if (start == &composite) return true;
-  std::vector<YIniCompositeElement*> pending{start};
-  std::unordered_set<const YIniCompositeElement*> seen{start};
-  while (!pending.empty()) {
-    YIniCompositeElement* at = pending.back();
-    pending.pop_back();
-    for (const auto& child : at->elementsList()->vector()) {
-      auto* inner = YCast<YIniCompositeElement>(child.get());
+// What taking `element` into `composite` would do to the tree.
+enum class Nesting { Fits, Cycle, TooDeep };
+
+constexpr std::size_t kDeepest = YIniCompositeElement::maximumNestingDepth;
+constexpr const char kNestingCondition[] = "element keeps the tree within 256 levels";
+static_assert(kDeepest == 256, "the condition's text names the depth");
+
+// The composites on the longest chain from `start` down through composite
+// children (1 for one holding none), or 0 when the chain meets `composite`,
+// which would close a cycle that every walk over the tree would follow
+// forever. A subtree seen before is counted once (a DAG stays linear).
+std::size_t levelsDown(YIniCompositeElement* start, const YIniCompositeElement& composite) {
+  if (start == &composite) return 0;
+  // Most often (a section of options) no child is a composite.
+  const auto& top = start->elementsList()->vector();
+  if (std::none_of(top.begin(), top.end(), [](const auto& child) { return YCast<YIniCompositeElement>(child.get()); }))
+    return 1;
+  std::unordered_map<const YIniCompositeElement*, std::size_t> levels{{start, 0}};  // 0: being walked
+  struct Step {
+    YIniCompositeElement* at;
+    std::size_t next;     // the child to look at next
+    std::size_t deepest;  // the most levels below found so far
+  };
+  std::vector<Step> path{{start, 0, 0}};
+  while (true) {
+    Step& step = path.back();
+    const auto& children = step.at->elementsList()->vector();
+    if (step.next < children.size()) {
+      auto* inner = YCast<YIniCompositeElement>(children[step.next++].get());
       if (!inner) continue;
-      if (inner == &composite) return true;
-      if (seen.insert(inner).second) pending.push_back(inner);
+      if (inner == &composite) return 0;
+      const auto [found, isNew] = levels.try_emplace(inner, 0);
+      // A composite met again while it is walked holds itself: too deep to count.
+      if (!isNew && found->second == 0) return SIZE_MAX;
+      if (isNew) path.push_back({inner, 0, 0});
+      else step.deepest = std::max(step.deepest, found->second);
+      continue;
     }
+    const std::size_t here = step.deepest + 1;
+    levels[step.at] = here;
+    path.pop_back();
+    if (path.empty()) return here;
+    path.back().deepest = std::max(path.back().deepest, here);
   }
-  return false;
+}
+
+// The composites on the longest chain above `composite`: those that observe
+// it for "modified" (its parents), theirs in turn, and so on, counted up to
+// one past the deepest a tree may be. A chain of observation that comes
+// round to itself counts as too deep.
+std::size_t levelsUp(const YIniCompositeElement& composite) {
+  std::vector<const YIniCompositeElement*> level{&composite}, next;
+  std::size_t levels = 0;
+  while (levels <= kDeepest) {
+    next.clear();
+    for (const auto* at : level)
+      for (std::size_t i = 0, n = at->observationCount(); i < n; ++i) {
+        const YObject::Observation r = at->observationAtIndex(i);
+        if (r.observer == at || !YKeysEqual(r.key, YModifiedKey)) continue;
+        const auto* parent = YCast<YIniCompositeElement>(r.observer);
+        if (parent && std::find(next.begin(), next.end(), parent) == next.end()) next.push_back(parent);
+      }
+    if (next.empty()) return levels;
+    ++levels;
+    level.swap(next);
+  }
+  return levels;
+}
+
+Nesting nestingOf(YIniElement* element, const YIniCompositeElement& composite) {
+  auto* start = YCast<YIniCompositeElement>(element);
+  if (!start) return Nesting::Fits;  // a leaf nests no deeper than its composite
+  const std::size_t below = levelsDown(start, composite);
+  if (below == 0) return Nesting::Cycle;
+  if (below > kDeepest) return Nesting::TooDeep;
+  return levelsUp(composite) + 1 + below > kDeepest ? Nesting::TooDeep : Nesting::Fits;
 }
 }  // namespace
 
@@ -99,8 +158,11 @@ void YIniCompositeElement::setElements(const std::shared_ptr<ElementList>& value
   // Through the checked factory: a list made with the public constructor
   // may hold nulls, which are refused here rather than met later.
   const auto& given = value->vector();
-  for (const auto& child : given)
-    if (YParameterFailed(!reaches(child.get(), *this), "element does not hold the receiver")) return;
+  for (const auto& child : given) {
+    const Nesting nesting = nestingOf(child.get(), *this);
+    if (YParameterFailed(nesting != Nesting::Cycle, "element does not hold the receiver")) return;
+    if (YParameterFailed(nesting != Nesting::TooDeep, kNestingCondition)) return;
+  }
   auto replacement =
       ElementList::mutableArrayWithObjects(std::vector<std::shared_ptr<YIniElement>>(given.begin(), given.end()));
   auto old = _elements;
@@ -117,7 +179,9 @@ void YIniCompositeElement::insertObjectInElementsAtIndex(std::shared_ptr<YIniEle
   ChangeScope scope(*this, YKeyValueChangeKind::Insertion, index, YElementsKey);
   if (YParameterFailed(element != nullptr, "element != nil")) return;
   if (YParameterFailed(index <= _elements->count(), "index >= 0 && index <= [elements count]")) return;
-  if (YParameterFailed(!reaches(element.get(), *this), "element does not hold the receiver")) return;
+  const Nesting nesting = nestingOf(element.get(), *this);
+  if (YParameterFailed(nesting != Nesting::Cycle, "element does not hold the receiver")) return;
+  if (YParameterFailed(nesting != Nesting::TooDeep, kNestingCondition)) return;
   const bool wasCurrent = cacheIsCurrent();
   _elements->insertObjectAtIndex(element, index);
   subscribeChild(element);
@@ -143,7 +207,9 @@ void YIniCompositeElement::replaceObjectInElementsAtIndexWithObject(std::size_t 
                                                                     std::shared_ptr<YIniElement> element) {
   ChangeScope scope(*this, YKeyValueChangeKind::Replacement, index, YElementsKey);
   if (YParameterFailed(element != nullptr, "element != nil")) return;
-  if (YParameterFailed(!reaches(element.get(), *this), "element does not hold the receiver")) return;
+  const Nesting nesting = nestingOf(element.get(), *this);
+  if (YParameterFailed(nesting != Nesting::Cycle, "element does not hold the receiver")) return;
+  if (YParameterFailed(nesting != Nesting::TooDeep, kNestingCondition)) return;
   std::shared_ptr<YIniElement> old = _elements->objectAtIndex(index);
   const bool wasCurrent = cacheIsCurrent();
   unsubscribeForChangesInElement(old);

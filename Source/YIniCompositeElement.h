@@ -32,12 +32,22 @@ extern const YString& YElementsKey;
 /// every later insertion, removal or replacement fails with
 /// YInvalidArgumentException until setElements() installs a new list.
 ///
+/// Composites nest at most maximumNestingDepth deep, counting the top one
+/// (a document's sections are at 2): announcements, commit, revert, copies
+/// and writing recurse once per level, and a bounded depth keeps them within
+/// a small thread's stack (the deepest, an announcement, takes under 1 KiB
+/// a level). Taking in an element that would nest deeper fails the
+/// precondition "element keeps the tree within 256 levels". The levels above
+/// a composite are the composites observing it for "modified", its parents.
+///
 /// The class has no text of its own: stringValue() raises
 /// YInvalidArgumentException. Precondition failures are reported through the
 /// assertion handler (unit "YIniCompositeElement").
 class YIniCompositeElement : public YIniElement {
  public:
   using ElementList = YArray<YIniElement>;  ///< a list of children, any kind of element
+  /// The most composites a chain from the top of a tree down may hold.
+  static constexpr std::size_t maximumNestingDepth = 256;
 
   /// An empty composite, not modified, observing its own "elements".
   YIniCompositeElement();
@@ -61,17 +71,19 @@ class YIniCompositeElement : public YIniElement {
   /// Replaces the children wholesale with a new mutable list of `value`'s
   /// entries; initialElements is left alone. Preconditions "value != nil",
   /// and for each entry "element does not hold the receiver" (this composite,
-  /// or one holding it, would make the tree a cycle).
+  /// or one holding it, would make the tree a cycle) and "element keeps the
+  /// tree within 256 levels".
   virtual void setElements(const std::shared_ptr<ElementList>& value);
   /// Inserts `element` at `index` (index == count appends) and observes it.
   /// Preconditions "element != nil", "index >= 0 && index <= [elements count]",
-  /// "element does not hold the receiver".
+  /// "element does not hold the receiver", "element keeps the tree within 256 levels".
   virtual void insertObjectInElementsAtIndex(std::shared_ptr<YIniElement> element, std::size_t index);
   /// Removes the child at `index` after unobserving it.
   /// Precondition "index >= 0 && index < [elements count]".
   virtual void removeObjectFromElementsAtIndex(std::size_t index);
   /// Replaces the child at `index` by `element`. Preconditions "element != nil",
-  /// "element does not hold the receiver"; an index out of range raises
+  /// "element does not hold the receiver", "element keeps the tree within 256
+  /// levels"; an index out of range raises
   /// YRangeException from the list.
   virtual void replaceObjectInElementsAtIndexWithObject(std::size_t index, std::shared_ptr<YIniElement> element);
 

@@ -316,6 +316,63 @@ TEST(Composite, NoCompositeComesToHoldItself) {
   EXPECT_EQ(std::static_pointer_cast<YIniDocument>(document->copyWithZone())->elements()->count(), 1u);
 }
 
+// Every walk over the tree recurses once per level, so a tree is kept to a
+// depth that a small thread's stack holds: the levels above the receiver
+// (its parents, found by their observation), the receiver and the longest
+// chain below what comes in must make at most 256.
+TEST(Composite, NestingStopsAtTheDeepestLevel) {
+  constexpr std::size_t deepest = YIniCompositeElement::maximumNestingDepth;
+  auto section = [] { return YIniSection::sectionWithName(S("s")); };
+  // A chain of `n` sections, each holding the next; the top and the bottom one.
+  auto chain = [&](std::size_t n) {
+    auto top = section();
+    std::shared_ptr<YIniSection> bottom = top;
+    for (std::size_t i = 1; i < n; ++i) {
+      auto next = section();
+      bottom->addElement(next);
+      bottom = next;
+    }
+    return std::pair{top, bottom};
+  };
+  const char* tooDeep = "element keeps the tree within 256 levels";
+  auto [top, bottom] = chain(deepest);
+  bottom->addElement(opt("k"));  // a leaf nests no deeper than its composite
+  for (const auto& act : std::vector<std::function<void()>>{
+           [&] { bottom->addElement(section()); }, [&] { bottom->replaceObjectInElementsAtIndexWithObject(0, section()); },
+           [&] { bottom->setElements(List::mutableArrayWithObjects({opt("x"), section()})); },
+           [&] { chain(2).second->addElement(top); }})
+    EXPECT_PRECONDITION(act(), tooDeep);
+  EXPECT_EQ(bottom->elements()->count(), 1u);
+
+  // The chain at its deepest still commits, changes, reverts, copies and writes.
+  top->commit();
+  std::static_pointer_cast<YIniOption>(bottom->elements()->objectAtIndex(0))->setValue(S("w"));
+  EXPECT_TRUE(top->isModified());
+  EXPECT_EQ(top->copyWithZone()->stringValue().length(), top->stringValue().length());
+  top->revert();
+  EXPECT_FALSE(top->isModified());
+
+  // Below: the longest chain counts, also where a subtree is held twice. The
+  // shared chain is met first directly, then again one level further down.
+  auto [shared, sharedBottom] = chain(200);
+  auto holder = section(), twice = section();
+  twice->addElement(shared);
+  holder->addElement(shared);
+  holder->addElement(twice);  // 1 + 1 + 200 levels
+  auto [above, aboveBottom] = chain(deepest - 202 + 1);
+  EXPECT_PRECONDITION(aboveBottom->addElement(holder), tooDeep);
+  auto fits = chain(deepest - 202).second;
+  fits->addElement(holder);
+  // Above: the parent on the longer way counts, for a composite in two.
+  auto [shallow, shallowBottom] = chain(2);
+  auto [deep, deepBottom] = chain(deepest - 1);
+  auto inTwo = section();
+  shallowBottom->addElement(inTwo);
+  deepBottom->addElement(inTwo);
+  EXPECT_PRECONDITION(inTwo->addElement(section()), tooDeep);
+  inTwo->addElement(opt("leaf"));
+}
+
 TEST(Composite, PreconditionTexts) {
   auto a = opt("a");
   auto c = composite({a});
