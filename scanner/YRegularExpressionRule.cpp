@@ -224,18 +224,25 @@ struct YRegularExpressionRule::Matcher {
 
   std::shared_ptr<const CompiledPattern> compiled;
   pcre2_match_data* matchData = nullptr;
-  pcre2_match_context* longTextContext = nullptr;  // made for the first long text
+  // Made for the first long text or the first larger JIT stack.
+  pcre2_match_context* context = nullptr;
+  pcre2_jit_stack* jitStack = nullptr;  // null: the engine's own 32 KiB
+  std::size_t jitStackSize = 0;
   std::vector<Group> groups;  // named groups with a class, in pattern order
 
   ~Matcher() {
-    pcre2_match_context_free(longTextContext);
+    pcre2_match_context_free(context);
+    pcre2_jit_stack_free(jitStack);
     pcre2_match_data_free(matchData);
   }
 
   // The match context for a subject of `length` code units: null (the
   // engine's defaults) unless the text is long enough for the default match
-  // limit to stop a match that only scans it once or twice.
+  // limit to stop a match that only scans it once or twice, or JIT code
+  // needed a larger stack.
   pcre2_match_context* contextForLength(std::size_t length);
+  // Gives JIT code a stack of the next size; false when the largest is in use.
+  bool growJitStack();
 };
 
 namespace {
@@ -258,13 +265,33 @@ uint32_t defaultMatchLimit() {
 
 pcre2_match_context* YRegularExpressionRule::Matcher::contextForLength(std::size_t length) {
   const uint64_t budget = std::min<uint64_t>(static_cast<uint64_t>(length) * kMatchStepsPerUnit, UINT32_MAX);
-  if (budget <= defaultMatchLimit()) return nullptr;
-  if (!longTextContext) {
-    longTextContext = pcre2_match_context_create(nullptr);
-    if (!longTextContext) throw YRegularExpressionMatchException(YString(u"No memory for a match context"));
+  if (budget <= defaultMatchLimit() && !jitStack) return nullptr;
+  if (!context) {
+    context = pcre2_match_context_create(nullptr);
+    if (!context) throw YRegularExpressionMatchException(YString(u"No memory for a match context"));
   }
-  pcre2_set_match_limit(longTextContext, static_cast<uint32_t>(budget));
-  return longTextContext;
+  pcre2_set_match_limit(context, static_cast<uint32_t>(std::max<uint64_t>(budget, defaultMatchLimit())));
+  return context;
+}
+
+bool YRegularExpressionRule::Matcher::growJitStack() {
+  // Each size is eight times the last (the largest 64 MiB), so the tries
+  // before the last cost a fraction of it. The stack is address space,
+  // taken in pages only as deep as a match goes.
+  constexpr std::size_t kFirst = std::size_t(256) << 10, kLargest = std::size_t(64) << 20;
+  if (jitStackSize >= kLargest) return false;
+  const std::size_t size = jitStackSize ? jitStackSize * 8 : kFirst;
+  pcre2_jit_stack* larger = pcre2_jit_stack_create(32 << 10, size, nullptr);
+  if (!larger) return false;
+  if (!context && !(context = pcre2_match_context_create(nullptr))) {
+    pcre2_jit_stack_free(larger);
+    return false;
+  }
+  pcre2_jit_stack_assign(context, nullptr, larger);
+  pcre2_jit_stack_free(jitStack);
+  jitStack = larger;
+  jitStackSize = size;
+  return true;
 }
 
 YRegularExpressionRule::YRegularExpressionRule(const YString& pattern, unsigned options,
@@ -321,11 +348,15 @@ bool YRegularExpressionRule::matchAtPosition(std::u16string_view text, std::int3
   const std::size_t remaining = text.size() - static_cast<std::size_t>(position);
   if (remaining < compiled.minimumLength) return false;
   const auto subject = reinterpret_cast<PCRE2_SPTR>(text.data() + position);
-  pcre2_match_context* context = m.contextForLength(remaining);
-  const int rc =
-      compiled.jit
-          ? pcre2_jit_match(compiled.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, context)
-          : pcre2_match(compiled.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, context);
+  int rc;
+  do {
+    pcre2_match_context* context = m.contextForLength(remaining);
+    rc = compiled.jit
+             ? pcre2_jit_match(compiled.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, context)
+             : pcre2_match(compiled.code, subject, remaining, 0, PCRE2_NOTEMPTY_ATSTART, m.matchData, context);
+    // JIT code that ran out of stack is given a larger one and tried again,
+    // up to 64 MiB, as deep as a long line may need.
+  } while (rc == PCRE2_ERROR_JIT_STACKLIMIT && m.growJitStack());
   if (rc == PCRE2_ERROR_NOMATCH) return false;
   if (rc < 0)
     throw YRegularExpressionMatchException(YString::stringWithFormat(

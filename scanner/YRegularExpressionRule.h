@@ -123,7 +123,9 @@ class YRegularExpressionRule : public YRule {
   /// `position` to the end of the text, and never fewer than the engine's
   /// default of ten million, so a pattern that walks a long line a few times
   /// (a lazy repetition up to a distant character) completes, while runaway
-  /// backtracking still ends in the exception.
+  /// backtracking still ends in the exception. JIT code that runs out of
+  /// stack (a group repeated thousands of times keeps a frame each) is given
+  /// a larger stack and tried again, up to 64 MiB of the rule's own.
   std::shared_ptr<YToken> tokenAtPosition(std::u16string_view text, std::int32_t position) override;
   bool matchAtPosition(std::u16string_view text, std::int32_t position, YTokenMatch& match) override;
 

@@ -182,6 +182,13 @@ TEST(RegularExpressionRule, ScansOfLongTextsCompleteAndRunawayMatchesStillStop) 
   auto runaway = regexRule(u"(a+)+[bc]", u"t");
   EXPECT_THROW(runaway->tokenAtPosition(std::u16string(40, u'a'), 0), YRegularExpressionMatchException);
   EXPECT_THROW(runaway->tokenAtPosition(std::u16string(2'000'000, u'a'), 0), YRegularExpressionMatchException);
+  // A repeated group keeps a frame per repetition: far beyond what JIT code's
+  // first stack holds (about 3,000 here), the stack grows and the match completes.
+  auto repeated = regexRule(u"(?:a|b)*c", u"t");
+  std::u16string pairs;
+  for (int i = 0; i < 100'000; ++i) pairs += u"ab";
+  EXPECT_EQ(tokenAt(*repeated, (pairs + u"c").c_str(), 0), "t@0+200001");
+  EXPECT_EQ(tokenAt(*repeated, (u"x" + pairs + u"c").c_str(), 1), "t@1+200001");
 }
 
 TEST(Rules, NullArgumentsFailPreconditions) {
