@@ -4,6 +4,7 @@
 #include <array>
 
 #include "CorvaneVersion.h"
+#include "Formats.h"
 
 namespace corvane::cli {
 
@@ -38,8 +39,11 @@ constexpr std::array<VerbInfo, 9> kVerbs{{
      "\n"
      "--format changes what is printed, for all three forms:\n"
      "  sh     NAME=VALUE lines quoted for the shell's eval (for the whole file,\n"
-     "         SECTION_NAME=VALUE); names that are no shell identifiers are\n"
-     "         skipped with a warning\n"
+     "         SECTION_NAME=VALUE); a name that is no shell identifier is\n"
+     "         skipped with a warning, and two options that make one whole-file\n"
+     "         name ([a] b_c, [a_b] c) are reported. eval sets whatever names the\n"
+     "         file holds, PATH and IFS among them: for a file you do not trust,\n"
+     "         give --prefix PREFIX, and every name begins with PREFIX\n"
      "  ini    the text as it stands in the file: the whole file, the section's\n"
      "         lines (without the comments above the next header) or the option's\n"
      "  lines  one '[SECTION] NAME = VALUE' line per option, line breaks in values\n"
@@ -138,7 +142,9 @@ const char kWritingOptions[] =
     "  --existing       fail (exit code 1, nothing written) when FILE, the section\n"
     "                   or the option is missing\n"
     "  --force          write a file that has no write permission bit (mode 0444)\n";
-const char kFormatOption[] = "  --format FORMAT  get: print as sh, ini, lines or json; diff: json\n";
+const char kFormatOption[] =
+    "  --format FORMAT  get: print as sh, ini, lines or json; diff: json\n"
+    "  --prefix PREFIX  get --format sh: begin every name with PREFIX\n";
 const char kJsonOption[] = "  --format json    print the differences as JSON\n";
 const char kCommonOptions[] =
     "  --verbose        say whether the file changed, and show the library's messages\n"
@@ -195,7 +201,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& arguments) {
       name = argument.substr(0, eq);
       value = argument.substr(eq + 1);
     }
-    const bool takesValue = name == "--output" || name == "--encoding" || name == "--format";
+    const bool takesValue = name == "--output" || name == "--encoding" || name == "--format" || name == "--prefix";
     if (takesValue && !value) {
       if (i + 1 >= arguments.size()) throw usage(line.verb, "option '" + name + "' needs a value");
       value = arguments[++i];
@@ -222,6 +228,8 @@ CommandLine parseCommandLine(const std::vector<std::string>& arguments) {
         throw usage(verbName, "unknown format '" + *value + "' (" +
                                   ((accepted & kJson) ? "json" : "sh, ini, lines or json") + ")");
       line.format = *format;
+    } else if ((accepted & kFormats) && name == "--prefix") {
+      line.prefix = value;
     } else {
       throw usage(verbName, "unknown option '" + name + "'");
     }
@@ -243,6 +251,9 @@ CommandLine parseCommandLine(const std::vector<std::string>& arguments) {
     throw usage(verbName, "no value given for '" + line.operands[2] +
                               "' (to make sure a section exists, give only FILE SECTION)");
   if (line.output && line.output->empty()) throw usage(verbName, "--output needs a path, or '-'");
+  if (line.prefix && line.format != Format::Sh) throw usage(verbName, "--prefix goes with --format sh");
+  if (line.prefix && !isShellName(*line.prefix))
+    throw usage(verbName, "--prefix '" + *line.prefix + "' does not begin a shell variable name");
   return line;
 }
 

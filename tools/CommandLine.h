@@ -33,6 +33,7 @@ struct CommandLine {
   std::optional<std::string> output;    ///< --output PATH ("-" is standard output)
   std::optional<std::string> encoding;  ///< --encoding NAME
   Format format = Format::Plain;
+  std::optional<std::string> prefix;  ///< --prefix PREFIX (get --format sh)
   bool force = false;
   bool verbose = false;
   bool reformat = false;

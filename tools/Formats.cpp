@@ -22,12 +22,16 @@ std::string shellQuoted(const std::string& value) {
   return quoted + "'";
 }
 
+}  // namespace
+
 bool isShellName(const std::string& name) {
   if (name.empty() || (name[0] >= '0' && name[0] <= '9')) return false;
   return std::all_of(name.begin(), name.end(), [](char c) {
     return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
   });
 }
+
+namespace {
 
 // A value on one line: its line breaks as \n, and so that a backslash and
 // "n" cannot pass for a line break, its backslashes as \\.
@@ -45,12 +49,12 @@ std::string linesEntry(const SectionEntry& section, const OptionEntry& option) {
   return "[" + utf8(section.name) + "] " + utf8(option.name) + " = " + oneLine(option.value) + "\n";
 }
 
-std::string shEntry(IniFile& file, const std::string& name, const YString& value) {
-  if (!isShellName(name)) {
-    warn(file.label(), "'" + name + "' is not a shell variable name; left out");
+std::string shEntry(IniFile& file, const std::string& prefix, const std::string& name, const YString& value) {
+  if (!isShellName(prefix + name)) {
+    warn(file.label(), "'" + prefix + name + "' is not a shell variable name; left out");
     return "";
   }
-  return name + "=" + shellQuoted(utf8(value)) + "\n";
+  return prefix + name + "=" + shellQuoted(utf8(value)) + "\n";
 }
 
 Json sectionJson(const SectionEntry& section) {
@@ -66,9 +70,12 @@ std::string sectionText(IniFile& file, const SectionEntry& section) {
 
 }  // namespace
 
-std::string formatFile(IniFile& file, Format format) {
+std::string formatFile(IniFile& file, Format format, const std::string& prefix) {
   const std::vector<SectionEntry> sections = file.sections();
   std::string out;
+  // Whole-file names join section and option with "_": [a] b_c and [a_b] c
+  // make the same one, of which the shell keeps the later value.
+  std::unordered_map<std::string, std::string> printed;  // name -> "[section] option"
   switch (format) {
     case Format::Plain:
       for (const SectionEntry& section : sections)
@@ -86,9 +93,18 @@ std::string formatFile(IniFile& file, Format format) {
       for (const SectionEntry& section : sections) {
         if (format == Format::Lines && section.options.empty()) out += "[" + utf8(section.name) + "]\n";
         for (const OptionEntry& option : section.options) {
-          if (format == Format::Lines) out += linesEntry(section, option);
-          else out += shEntry(file, section.head ? utf8(option.name) : utf8(section.name) + "_" + utf8(option.name),
-                              option.value);
+          if (format == Format::Lines) {
+            out += linesEntry(section, option);
+            continue;
+          }
+          const std::string name = section.head ? utf8(option.name) : utf8(section.name) + "_" + utf8(option.name);
+          const std::string entry = shEntry(file, prefix, name, option.value);
+          if (entry.empty()) continue;
+          const std::string place = "[" + utf8(section.name) + "] " + utf8(option.name);
+          if (auto [first, isNew] = printed.emplace(name, place); !isNew)
+            warn(file.label(), "'" + prefix + name + "' stands for both " + first->second + " and " + place +
+                                   "; the shell keeps the latter");
+          out += entry;
         }
       }
       return out;
@@ -96,7 +112,7 @@ std::string formatFile(IniFile& file, Format format) {
   return out;
 }
 
-std::string formatSection(IniFile& file, const SectionEntry& section, Format format) {
+std::string formatSection(IniFile& file, const SectionEntry& section, Format format, const std::string& prefix) {
   std::string out;
   switch (format) {
     case Format::Plain:
@@ -107,7 +123,7 @@ std::string formatSection(IniFile& file, const SectionEntry& section, Format for
     case Format::Json:
       return sectionJson(section).dump(2) + "\n";
     case Format::Sh:
-      for (const OptionEntry& option : section.options) out += shEntry(file, utf8(option.name), option.value);
+      for (const OptionEntry& option : section.options) out += shEntry(file, prefix, utf8(option.name), option.value);
       return out;
     case Format::Lines:
       if (section.options.empty()) out += "[" + utf8(section.name) + "]\n";
@@ -117,7 +133,8 @@ std::string formatSection(IniFile& file, const SectionEntry& section, Format for
   return out;
 }
 
-std::string formatOption(IniFile& file, const SectionEntry& section, const OptionEntry& option, Format format) {
+std::string formatOption(IniFile& file, const SectionEntry& section, const OptionEntry& option, Format format,
+                         const std::string& prefix) {
   switch (format) {
     case Format::Plain:
       return utf8(option.value) + "\n";
@@ -129,7 +146,7 @@ std::string formatOption(IniFile& file, const SectionEntry& section, const Optio
     case Format::Json:
       return Json(utf8(option.value)).dump() + "\n";
     case Format::Sh:
-      return shEntry(file, utf8(option.name), option.value);
+      return shEntry(file, prefix, utf8(option.name), option.value);
     case Format::Lines:
       return linesEntry(section, option);
   }

@@ -242,7 +242,7 @@ class EditSession {
 int runGet(const CommandLine& line) {
   IniFile file(line.operands[0], readInput(line.operands[0]));
   if (line.operands.size() == 1) {
-    writeOut(formatFile(file, line.format));
+    writeOut(formatFile(file, line.format, line.prefix.value_or("")));
     return kDone;
   }
   const YString sectionName = argumentString(line.operands[1]);
@@ -252,13 +252,13 @@ int runGet(const CommandLine& line) {
     throw Failure{kNotFound, file.label() + ": no section " + bracketed(sectionName)};
   }
   if (line.operands.size() == 2) {
-    writeOut(formatSection(file, *section, line.format));
+    writeOut(formatSection(file, *section, line.format, line.prefix.value_or("")));
     return kDone;
   }
   const YString optionName = argumentString(line.operands[2]);
   for (const OptionEntry& option : section->options)
     if (option.name.isEqualToString(optionName)) {
-      writeOut(formatOption(file, *section, option, line.format));
+      writeOut(formatOption(file, *section, option, line.format, line.prefix.value_or("")));
       return kDone;
     }
   file.refuseUnread(section->head ? nullptr : file.section(sectionName), section->head,

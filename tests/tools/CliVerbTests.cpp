@@ -34,6 +34,16 @@ TEST_F(CliVerbs, GetPrintsNamesAndValuesInEveryFormat) {
        "mode='fast'\nmain_name='Corvane demo'\nmain_paths='/usr/share\n /opt/share'\n",
        "'net-work_host' is not a shell variable name"},
       {{"--format", "sh", app, "net-work", "it's"}, "", "'it's' is not a shell variable name"},
+      // A prefix keeps a file's names off the shell's own (PATH, IFS).
+      {{"--format=sh", "--prefix", "cfg_", app},
+       "cfg_mode='fast'\ncfg_main_name='Corvane demo'\ncfg_main_paths='/usr/share\n /opt/share'\n",
+       "'cfg_net-work_host' is not a shell variable name"},
+      {{"--format=sh", "--prefix=c", app, "main", "name"}, "cname='Corvane demo'\n", ""},
+      {{"--format=sh", "--prefix=c_", folder.file("digit.ini", "[s]\n1st=a\n"), "s"}, "c_1st='a'\n", ""},
+      // Two options that make one whole-file name are reported.
+      {{"--format=sh", folder.file("alike.ini", "[a]\nb_c=1\n[a_b]\nc=2\n")},
+       "a_b_c='1'\na_b_c='2'\n",
+       "'a_b_c' stands for both [a] b_c and [a_b] c; the shell keeps the latter"},
       {{"--format=lines", app, "main"}, "[main] name = Corvane demo\n[main] paths = /usr/share\\n /opt/share\n", ""},
       {{"--format=lines", app, "net-work", "it's"}, "[net-work] it's = o'k\n", ""},
       // A backslash shows as \\, so that it cannot pass for a line break.
@@ -249,6 +259,9 @@ TEST_F(CliVerbs, UsageErrorsExitWithTwo) {
       {"get", app, "main", "--force"}, {"get", app, "--format=yaml"}, {"diff", app, app, "--format=sh"},
       {"set", app, "main", "name", "x", "--output"}, {"set", app, "main", "name", "x", "--encoding", "klingon"},
       {"del", app, "main", "--verbose=yes"}, {"--reformat", "set", app, "", "mode", "slow"},
+      // A prefix goes with sh, and must begin a shell name.
+      {"get", app, "--prefix=x_"}, {"get", "--format=sh", "--prefix=9x", app}, {"get", "--format=sh", "--prefix=", app},
+      {"set", app, "main", "name", "x", "--prefix=x"},
       // The library's own text would leave out the options before the first section.
       {"--reformat", "set", folder.file("head.ini", "r=1\n[a]\nk=v\n"), "a", "k", "2"},
   };
