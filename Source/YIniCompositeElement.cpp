@@ -241,7 +241,32 @@ void YIniCompositeElement::removeElement(const std::shared_ptr<YIniElement>& ele
 }
 
 void YIniCompositeElement::removeAllElements() {
-  while (!_elements->isEmpty()) removeObjectFromElementsAtIndex(0);
+  while (!_elements->isEmpty()) {
+    if (const std::size_t quiet = quietlyRemovable()) removeQuietly(quiet);
+    else removeObjectFromElementsAtIndex(0);
+  }
+}
+
+std::size_t YIniCompositeElement::quietlyRemovable() const noexcept {
+  // While the list's length differs from the initial list's the flag stays
+  // set, whatever the children are: removals that keep it so change nothing
+  // anybody could be told, when nobody hears of "elements" but the composite
+  // itself and its "modified" reaches only composites that would find
+  // nothing changed (announcesOnlyToComposites, which also rules out a
+  // subclass and children observed outside the list operations).
+  if (!_bits.modified || !_elements->isMutable()) return 0;
+  const std::size_t count = _elements->count(), initial = _initialElements->count();
+  // Each removal leaves one fewer: those leaving a length other than the initial one.
+  const std::size_t removable = count > initial ? count - initial - 1 : count;
+  if (removable < 2 || !announcesOnlyToComposites()) return 0;
+  return removable;
+}
+
+void YIniCompositeElement::removeQuietly(std::size_t count) {
+  const auto& children = _elements->vector();
+  for (std::size_t i = 0; i < count; ++i) unsubscribeForChangesInElement(children[i]);
+  // The list's mutation count tells the kept state that it is out of date.
+  _elements->removeObjectsInRange(0, count);
 }
 
 YString YIniCompositeElement::stringValue() { doesNotRecognizeSelector("stringValue"); }

@@ -96,6 +96,9 @@ class YIniCompositeElement : public YIniElement {
   /// a non-child fails on "index >= 0 && index < [elements count]".
   virtual void removeElement(const std::shared_ptr<YIniElement>& element);
   /// Removes every child, one announced removal at a time, from index 0.
+  /// Removals that nobody could hear of (no observer but the library's own
+  /// composites, none of which would find anything changed) are made at
+  /// once, so that clearing a large list takes linear time, not quadratic.
   virtual void removeAllElements();
 
   /// Raises YInvalidArgumentException: subclasses supply the text.
@@ -175,6 +178,11 @@ class YIniCompositeElement : public YIniElement {
   void noteListChanged(bool wasCurrent, const YIniElement* added, const YIniElement* removed);
   void noteChildState(const YIniElement* child) const;
   bool announcesOnlyToComposites() const noexcept;
+  // How many children from index 0 on removeAllElements() may remove at once,
+  // unannounced, because removing them one at a time would tell nobody
+  // anything (0: none).
+  std::size_t quietlyRemovable() const noexcept;
+  void removeQuietly(std::size_t count);
   // Whether an announcement by `child` that leaves its modified state as it
   // is would reach nobody: its only observer is a library composite that
   // would find nothing changed and tell nobody in turn. The leaves then skip it.

@@ -167,6 +167,16 @@ class YArray : public YObject {
     _items.erase(_items.begin() + static_cast<std::ptrdiff_t>(index));
     ++_mutations;
   }
+  /// Removes the `length` entries from `location` on, at once. An immutable
+  /// list throws YInvalidArgumentException, a range past count() YRangeException.
+  void removeObjectsInRange(std::size_t location, std::size_t length) {
+    if (!_mutable) ydetail::throwImmutableMutation(this, "removeObjectsInRange");
+    if (location > _items.size() || length > _items.size() - location)
+      ydetail::throwIndexBeyondBounds(this, "removeObjectsInRange", location + length, _items.size());
+    const auto first = _items.begin() + static_cast<std::ptrdiff_t>(location);
+    _items.erase(first, first + static_cast<std::ptrdiff_t>(length));
+    ++_mutations;
+  }
   /// Removes the last entry; fails as removeObjectAtIndex() does (an empty list throws YRangeException).
   void removeLastObject() {
     if (!_mutable) ydetail::throwImmutableMutation(this, "removeLastObject");

@@ -147,4 +147,86 @@ TEST(HostNotifications, AnObserverJoiningWhileASectionIsWrittenHearsTheRenamesAf
   }
 }
 
+// removeAllElements removes from index 0, one announced removal at a time.
+// Removals it makes at once, where nobody would hear of them, must leave all a
+// host can see, then and after, as one removal at a time leaves it.
+TEST(HostNotifications, RemovingAllLeavesWhatRemovingOneAtATimeLeaves) {
+  using Step = std::function<void(YIniDocument&, YIniSection&)>;
+  auto option = [](YIniSection& s, std::size_t i) {
+    return std::static_pointer_cast<YIniOption>(s.elements()->objectAtIndex(i));
+  };
+  auto fresh = [] { return YIniOption::optionWithNameAndValue(S("n"), S("v")); };
+  const Step commit = [](YIniDocument& d, YIniSection&) { d.commit(); };
+  const std::vector<std::tuple<const char*, Step, std::string>> cases = {
+      {"loaded, never committed", [](YIniDocument&, YIniSection&) {}, ""},
+      {"committed", commit, ""},
+      {"committed, a child changed", [&](YIniDocument& d, YIniSection& s) { d.commit(), option(s, 3)->setValue(S("w")); }, ""},
+      {"grown at the end", [&](YIniDocument& d, YIniSection& s) { d.commit(); for (int i = 0; i < 20; ++i) s.addElement(fresh()); }, ""},
+      {"grown at the front, back to the commit midway",
+       [&](YIniDocument& d, YIniSection& s) { d.commit(); for (int i = 0; i < 20; ++i) s.insertObjectInElementsAtIndex(fresh(), 0); }, ""},
+      {"shrunk", [](YIniDocument& d, YIniSection& s) { d.commit(); for (int i = 0; i < 10; ++i) s.removeObjectFromElementsAtIndex(5); }, ""},
+      {"reverted: the list is immutable", [](YIniDocument& d, YIniSection&) { d.commit(), d.revert(); }, ""},
+      {"reverted, then a child changed",
+       [&](YIniDocument& d, YIniSection& s) { d.commit(), d.revert(), option(s, 3)->setValue(S("w")); }, ""},
+      {"the host hears the section's list", commit, "section elements"},
+      {"the host hears the section", commit, "section modified"},
+      {"the host hears the document", commit, "document modified"},
+      {"the host hears the first option", commit, "option modified"},
+  };
+  std::string text = "[s]\n";
+  for (int i = 0; i < 30; ++i) text += "k" + std::to_string(i) + " = " + std::to_string(i) + "\n";
+  for (const auto& [name, prepare, heard] : cases) {
+    SCOPED_TRACE(name);
+    auto run = [&, &prepare = prepare, &heard = heard](bool atOnce) {
+      auto document = YIniDocument::documentFromStringFactory(YString::fromUTF8(text.c_str()),
+                                                              YIniStandardElementFactory::standardFactory());
+      auto section = document->sectionForName(S("s"));
+      prepare(*document, *section);
+      auto first = option(*section, 0);
+      auto initial = section->elements()->copy();
+      Journal journal;
+      journal.document = document.get();
+      journal.section = section.get();
+      const unsigned options = YKeyValueObservingOptionNew | YKeyValueObservingOptionOld;
+      if (heard == "section elements") journal.watch(*section, "section", YElementsKey, YKeyValueObservingOptionNew);
+      if (heard == "section modified") journal.watch(*section, "section", YModifiedKey, options);
+      if (heard == "document modified") journal.watch(*document, "document", YModifiedKey, options);
+      if (heard == "option modified") journal.watch(*first, "option", YModifiedKey, options);
+      try {
+        if (atOnce) section->removeAllElements();
+        else while (section->elements()->count()) section->removeObjectFromElementsAtIndex(0);
+      } catch (const YInvalidArgumentException& e) {
+        journal.step("refused: " + utf8(e.reason()));
+      }
+      journal.unwatchAll();
+      std::size_t observed = 0;
+      for (const auto& child : initial->vector()) observed += child->observationCountForObserver(section.get(), YModifiedKey);
+      auto state = [&](const char* when) {
+        std::ostringstream line;
+        line << when << ": count=" << section->elements()->count() << " section=" << section->isModified()
+             << "/" << section->hasModifiedElements() << " document=" << document->isModified() << "\n";
+        return line.str();
+      };
+      std::string seen = journal.text + "observed=" + std::to_string(observed) + "\n" + state("after");
+      first->setValue(S("changed after"));  // no longer the section's: tells it nothing
+      seen += state("removed child changed");
+      try {
+        section->addElement(fresh());
+        seen += state("added");
+      } catch (const YInvalidArgumentException&) {
+        seen += "adding refused\n";
+      }
+      document->revert();
+      seen += state("reverted");
+      return seen;
+    };
+    const std::string oneAtATime = run(false);
+    EXPECT_EQ(run(true), oneAtATime);
+    // The flags the removals leave, for a list that held anything at the commit.
+    if (std::string(name) == "committed") {
+      EXPECT_NE(oneAtATime.find("after: count=0 section=1/1 document=1"), std::string::npos) << oneAtATime;
+    }
+  }
+}
+
 }  // namespace
