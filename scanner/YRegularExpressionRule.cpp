@@ -243,6 +243,9 @@ struct YRegularExpressionRule::Matcher {
   pcre2_match_context* contextForLength(std::size_t length);
   // Gives JIT code a stack of the next size; false when the largest is in use.
   bool growJitStack();
+  // Lets go of a stack grown past the first larger size: its pages, once
+  // touched, stay resident as long as it is held.
+  void releaseLargeJitStack() noexcept;
 };
 
 namespace {
@@ -274,13 +277,25 @@ pcre2_match_context* YRegularExpressionRule::Matcher::contextForLength(std::size
   return context;
 }
 
+namespace {
+constexpr std::size_t kFirstJitStack = std::size_t(256) << 10;
+}  // namespace
+
+void YRegularExpressionRule::Matcher::releaseLargeJitStack() noexcept {
+  if (jitStackSize <= kFirstJitStack) return;
+  pcre2_jit_stack_assign(context, nullptr, nullptr);
+  pcre2_jit_stack_free(jitStack);
+  jitStack = nullptr;
+  jitStackSize = 0;
+}
+
 bool YRegularExpressionRule::Matcher::growJitStack() {
   // Each size is eight times the last (the largest 64 MiB), so the tries
   // before the last cost a fraction of it. The stack is address space,
   // taken in pages only as deep as a match goes.
-  constexpr std::size_t kFirst = std::size_t(256) << 10, kLargest = std::size_t(64) << 20;
+  constexpr std::size_t kFirst = kFirstJitStack, kLargest = std::size_t(64) << 20;
   if (jitStackSize >= kLargest) return false;
-  const std::size_t size = jitStackSize ? jitStackSize * 8 : kFirst;
+  const std::size_t size = jitStackSize ? std::min(jitStackSize * 8, kLargest) : kFirst;
   pcre2_jit_stack* larger = pcre2_jit_stack_create(32 << 10, size, nullptr);
   if (!larger) return false;
   if (!context && !(context = pcre2_match_context_create(nullptr))) {
@@ -357,6 +372,7 @@ bool YRegularExpressionRule::matchAtPosition(std::u16string_view text, std::int3
     // JIT code that ran out of stack is given a larger one and tried again,
     // up to 64 MiB, as deep as a long line may need.
   } while (rc == PCRE2_ERROR_JIT_STACKLIMIT && m.growJitStack());
+  m.releaseLargeJitStack();
   if (rc == PCRE2_ERROR_NOMATCH) return false;
   if (rc < 0)
     throw YRegularExpressionMatchException(YString::stringWithFormat(

@@ -125,7 +125,8 @@ class YRegularExpressionRule : public YRule {
   /// (a lazy repetition up to a distant character) completes, while runaway
   /// backtracking still ends in the exception. JIT code that runs out of
   /// stack (a group repeated thousands of times keeps a frame each) is given
-  /// a larger stack and tried again, up to 64 MiB of the rule's own.
+  /// a larger stack and tried again, up to 64 MiB of the rule's own; a
+  /// stack past 256 KiB is let go once the match that needed it ends.
   std::shared_ptr<YToken> tokenAtPosition(std::u16string_view text, std::int32_t position) override;
   bool matchAtPosition(std::u16string_view text, std::int32_t position, YTokenMatch& match) override;
 

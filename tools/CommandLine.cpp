@@ -294,7 +294,9 @@ std::optional<std::string> helpText(const std::string& verbName) {
   std::string text = std::string("Usage: corvane ") + verb->name + " [OPTIONS] " + verb->synopsis + "\n\n" +
                      verb->description + "\nOptions:\n";
   if (verb->options & kWriting) text += kWritingOptions;
-  if (verb->options & kFormats) text += "  --format FORMAT  print as sh, ini, lines or json (see above)\n";
+  if (verb->options & kFormats)
+    text += "  --format FORMAT  print as sh, ini, lines or json (see above)\n"
+            "  --prefix PREFIX  with --format sh: begin every name with PREFIX\n";
   if (verb->options & kJson) text += kJsonOption;
   text += std::string(kCommonOptions) + "\n";
   return text + kExitCodes;
