@@ -133,6 +133,16 @@ YIniCompositeElement::YIniCompositeElement() : _initialElements(emptyList()), _e
   addObserverForKeyNumber(this, elementsKey, YKeyValueObservingOptionNew);
 }
 
+namespace {
+// Destroying a composite destroys the composites its lists hold, inside its
+// own destruction. Past this many nested destructions, a composite's lists
+// are left to the outermost one, which lets go of them one after another, so
+// that the stack stays flat however deep the tree.
+constexpr unsigned kNestedDestructions = 64;
+constinit thread_local unsigned nestedDestructions = 0;
+constinit thread_local std::vector<std::shared_ptr<YIniCompositeElement::ElementList>>* listsLeftToRelease = nullptr;
+}  // namespace
+
 YIniCompositeElement::~YIniCompositeElement() {
   // Never throw from here: registrations that a failed operation already
   // removed are simply skipped. The composite's observation of its own list
@@ -143,6 +153,30 @@ YIniCompositeElement::~YIniCompositeElement() {
     if (child.use_count() == 1) continue;
     if (child->observationCountForObserver(this, YModifiedKey) > 0) child->removeObserver(this, YModifiedKey);
   }
+  if (nestedDestructions >= kNestedDestructions && listsLeftToRelease) {
+    try {
+      listsLeftToRelease->reserve(listsLeftToRelease->size() + 2);
+      listsLeftToRelease->push_back(std::move(_elements));
+      listsLeftToRelease->push_back(std::move(_initialElements));
+      return;
+    } catch (...) {
+      // No room to leave them: they go with this composite, as they would by themselves.
+    }
+  }
+  std::vector<std::shared_ptr<ElementList>> left;
+  const bool outermost = !listsLeftToRelease;
+  if (outermost) listsLeftToRelease = &left;
+  ++nestedDestructions;
+  _elements.reset();
+  _initialElements.reset();
+  --nestedDestructions;
+  if (!outermost) return;
+  while (!left.empty()) {
+    std::shared_ptr<ElementList> list = std::move(left.back());
+    left.pop_back();
+    list.reset();  // may leave more lists
+  }
+  listsLeftToRelease = nullptr;
 }
 
 bool YIniCompositeElement::isModified() const { return _bits.modified; }
@@ -299,6 +333,10 @@ void YIniCompositeElement::commit() {
 }
 
 void YIniCompositeElement::revert() {
+  // A child of the last commit may since have come to hold this composite:
+  // put back, it would close a cycle.
+  for (const auto& child : _initialElements->vector())
+    if (YParameterFailed(nestingOf(child.get(), *this) != Nesting::Cycle, "element does not hold the receiver")) return;
   {
     FlagScope ignoring([this] { _bits.ignoreChanges = true; }, [this] { _bits.ignoreChanges = false; });
     auto current = _elements;

@@ -106,7 +106,9 @@ class YIniCompositeElement : public YIniElement {
   /// Reverts every current child (unobserving it first), installs an
   /// immutable copy of initialElements, observes its children and clears the
   /// flag. Children's announcements during the walk are ignored; on a child's
-  /// error the walk stops and the error passes on.
+  /// error the walk stops and the error passes on. Precondition "element does
+  /// not hold the receiver" for each child of initialElements (one taken
+  /// from this composite and given this composite since the commit).
   void revert() override;
   /// Commits every child, takes an immutable copy of elements as
   /// initialElements and clears the flag. Children's announcements during the

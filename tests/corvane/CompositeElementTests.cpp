@@ -308,6 +308,17 @@ TEST(Composite, NoCompositeComesToHoldItself) {
     EXPECT_PRECONDITION(act(), "element does not hold the receiver");
   EXPECT_EQ(a->elements()->count(), 1u);
   EXPECT_EQ(b->elements()->count(), 0u);
+  // A child of the last commit, taken out and given its old parent, is not put back.
+  auto p = YIniSection::sectionWithName(S("p")), q = YIniSection::sectionWithName(S("q"));
+  p->addElement(q);
+  p->commit();
+  p->removeElement(q);
+  q->addElement(p);
+  EXPECT_PRECONDITION(p->revert(), "element does not hold the receiver");
+  EXPECT_EQ(p->elements()->count(), 0u);
+  q->removeElement(p);
+  p->revert();
+  EXPECT_EQ(p->elements()->objectAtIndex(0), q);
   a->addElement(opt("k"));
   b->addElement(YIniSection::sectionWithName(S("c")));  // a tree may nest, without a cycle
   document->commit();
@@ -371,6 +382,22 @@ TEST(Composite, NestingStopsAtTheDeepestLevel) {
   deepBottom->addElement(inTwo);
   EXPECT_PRECONDITION(inTwo->addElement(section()), tooDeep);
   inTwo->addElement(opt("leaf"));
+}
+
+// The depth is counted through the parents' observation of their children;
+// a host that takes that away can still nest deeper. Destroying such a tree
+// must not take a stack frame per level.
+TEST(Composite, ATreeDeeperThanTheLimitIsDestroyedWithAFlatStack) {
+  auto top = YIniSection::sectionWithName(S("top"));
+  YIniSection* at = top.get();
+  for (int i = 0; i < 100'000; ++i) {
+    auto next = YIniSection::sectionWithName(S("s"));
+    at->addElement(next);
+    at->unsubscribeForChangesInElement(next);  // its parent no longer counts above it
+    at = next.get();
+  }
+  at->addElement(opt("k"));
+  top.reset();
 }
 
 TEST(Composite, PreconditionTexts) {
