@@ -198,7 +198,10 @@ class YIniDocument : public YIniCompositeElement {
   /// only the value text of its line; a renamed option or section only the
   /// name; a removed element takes its lines with it; new options and
   /// sections are written in the style of their neighbours or of the file.
-  /// They only read the tree: no setter runs, nothing is announced.
+  /// They only read the tree: no setter runs, nothing is announced. After a
+  /// stop (readingStopped()), new sections come before the unread text,
+  /// whose options the next reading then takes as theirs: a host that adds
+  /// sections should check for a stop first.
   ///
   /// Example (writePreservedToFileError() saves the same text to a file):
   /// @code
@@ -216,8 +219,9 @@ class YIniDocument : public YIniCompositeElement {
   /// them the preserving operations write every element anew.
   [[nodiscard]] bool hasSource() const noexcept { return _source != nullptr; }
   /// Whether reading stopped before the end of the text (at an indented line
-  /// that follows no option, or text no rule matches); nothing after that
-  /// point was loaded, and the preserving operations keep it as it was.
+  /// that follows no option, text no rule matches, or a line the factory
+  /// made no element for); nothing after that point was loaded, and the
+  /// preserving operations keep it as it was.
   [[nodiscard]] bool readingStopped() const noexcept;
   /// The 1-based number of the line where reading stopped, or 0.
   [[nodiscard]] std::size_t readingStopLineNumber() const;

@@ -454,21 +454,25 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::nextObject() {
       case Kind::newLine: {
         YString text = _reading->token(_documentString, line);
         auto comment = _factory->commentWithString(text);
-        if (_record && comment) record(kRecordedComment, line.start, line.end, *comment, text);
+        if (_record) comment ? record(kRecordedComment, line.start, line.end, *comment, text) : stopAt(line.start);
         return comment;
       }
       case Kind::unknown: {
         YLog("Unrecognized text sequence %@", _reading->token(_documentString, line));
         auto comment = _factory->commentWithString(kEmpty);
-        if (_record && comment) record(kRecordedUnknown, line.start, line.end, *comment, kEmpty);
+        if (_record) comment ? record(kRecordedUnknown, line.start, line.end, *comment, kEmpty) : stopAt(line.start);
         return comment;
       }
       default:  // a continuation line that follows no option
-        if (_record) _record->noteStop(static_cast<std::uint32_t>(line.start));
+        if (_record) stopAt(line.start);
         return nullptr;
     }
   }
 }
+
+// A factory that makes no element ends the sequence as the end of the text
+// does, with the text from there on unread.
+void YIniDocumentEnumerator::stopAt(std::size_t position) { _record->noteStop(static_cast<std::uint32_t>(position)); }
 
 void YIniDocumentEnumerator::record(int kind, std::size_t start, std::size_t end, YIniElement& element,
                                     const YString& first, const YString& second) {
@@ -481,7 +485,7 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::sectionFromToken() {
   YString name = _reading->piece<false>(_documentString, header.keyStart, header.keyEnd);
   std::shared_ptr<YIniSection> section = _factory->sectionWithName(name);
   _activeSection = section;
-  if (_record && section) record(kRecordedSection, header.start, header.end, *section, name);
+  if (_record) section ? record(kRecordedSection, header.start, header.end, *section, name) : stopAt(header.start);
   return section;
 }
 
@@ -508,7 +512,7 @@ std::shared_ptr<YIniElement> YIniDocumentEnumerator::optionFromToken() {
   reading.hasAhead = more;
   if (!joined.isNull()) value = joined.copy();
   auto option = _factory->optionWithNameValueInSection(name, value, _activeSection);
-  if (_record && option) record(kRecordedOption, line.start, end, *option, name, value);
+  if (_record) option ? record(kRecordedOption, line.start, end, *option, name, value) : stopAt(line.start);
   return option;
 }
 

@@ -85,6 +85,9 @@ class YIniDocumentEnumerator : public YObject {
   // Notes in _record the element made from the text [start, end).
   void record(int kind, std::size_t start, std::size_t end, YIniElement& element, const YString& first,
               const YString& second = YString());
+  // Notes in _record that reading ends at `position`, with the text from
+  // there unread.
+  void stopAt(std::size_t position);
 
   YString _documentString;
   std::unique_ptr<Reading> _reading;

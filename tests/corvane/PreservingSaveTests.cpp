@@ -524,6 +524,35 @@ TEST(PreservingSave, TheStopLineLeavesOutItsLineEndOnly) {
   }
 }
 
+// A factory that makes no element for a line ends the reading there, as
+// text no rule reads does: the stop is reported, and the text from that line
+// on is kept as it was.
+TEST(PreservingSave, ALineTheFactoryMakesNoElementForStopsTheReading) {
+  class Refusing : public CommentRefusingFactory {
+   public:
+    std::shared_ptr<YIniSection> sectionWithName(const YString& name) override {
+      return name.isEqualToString(S("b")) ? nullptr : YIniStandardElementFactory::sectionWithName(name);
+    }
+    std::shared_ptr<YIniOption> optionWithNameValueInSection(const YString& name, const YString& value,
+                                                             const std::shared_ptr<YIniSection>& section) override {
+      return value.length() ? YIniStandardElementFactory::optionWithNameValueInSection(name, value, section) : nullptr;
+    }
+  };
+  const std::pair<std::string, std::size_t> cases[] = {
+      {"[a]\nk=1\n# c\nx=2\n", 3}, {"[a]\nk=1\n[b]\nz=2\n", 3}, {"[a]\nx=\ny=1\n[c]\nz=2\n", 2}};
+  for (const auto& [text, line] : cases) {
+    SCOPED_TRACE(visible(YString(text)));
+    auto document = YIniDocument::documentFromStringFactory(YString(text), std::make_shared<Refusing>());
+    EXPECT_TRUE(document->readingStopped());
+    EXPECT_EQ(document->readingStopLineNumber(), line);
+    section(*document, "a")->setValueForOptionWithName(S("9"), S("k"));
+    std::string expected = text;
+    if (expected.find("k=1") == std::string::npos) expected.insert(4, "k=9\n");
+    else expected.replace(expected.find("k=1"), 3, "k=9");
+    EXPECT_EQ(preserved(*document), expected);
+  }
+}
+
 TEST(PreservingSave, DocumentsWithoutSourceAreWrittenAnew) {
   auto loaded = load("[a]\nk = 1\n\n[b]\nx = 2\n");
   auto copy = std::static_pointer_cast<YIniDocument>(loaded->copyWithZone());
