@@ -26,7 +26,8 @@ extern const YString YIniErrorDomain;  // "YIniErrorDomain"
 /// Codes in YIniErrorDomain.
 enum YIniErrorCode : std::int64_t {
   /// Text the preserving save would write anew would not read back as the
-  /// tree holds it: a name with leading white space, "=" or a line end, an
+  /// tree holds it: an option name with leading white space, a section name
+  /// with leading or trailing white space, a name with "=" or a line end, an
   /// option name starting with "#" or "[", a section without a name, a value
   /// with an empty continuation line.
   YIniTextWouldNotReadBackError = 1,

@@ -253,6 +253,10 @@ bool YIniPreservingWriter::writeSection(YIniSection& section, std::int64_t index
     if (name.isNull()) return "it has no name";
     if (trimmed(name.view(), YIniWhitespace()).empty()) return "its name is empty";
     if (holdsLineEnd(name.view())) return "its name holds a line end";
+    // The reader trims a header's name.
+    if (YIniWhitespace().characterIsMember(name.view().front()) ||
+        YIniWhitespace().characterIsMember(name.view().back()))
+      return "its name begins or ends with white space";
     return nullptr;
   };
   _lastLineIsOption = false;

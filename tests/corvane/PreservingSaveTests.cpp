@@ -276,6 +276,8 @@ TEST(PreservingSave, TextThatWouldNotReadBackFailsNamingTheElement) {
       {setting("s", "k", "a\n  \n b"), "empty continuation line"},
       {[](YIniDocument& d) { section(d, "s")->setName(S(" ")); }, "name is empty"},
       {[](YIniDocument& d) { section(d, "s")->setName(S("a\nb")); }, "holds a line end"},
+      {[](YIniDocument& d) { section(d, "s")->setName(S(" s")); }, "begins or ends with white space"},
+      {[](YIniDocument& d) { d.addElement(YIniSection::sectionWithName(S("t\t"))); }, "begins or ends with white space"},
       {[](YIniDocument& d) { d.addElement(YIniSection::sectionWithName(YString())); }, "has no name"},
   };
   TempDir folder;
