@@ -237,6 +237,7 @@ YString YIniDocument::stringValueMergedWith(const YString& templateString) {
   YString result = YString::mutableString();
   auto writer = YStringWriter::writerWithString(result);
   auto enumerator = YIniDocumentEnumerator::enumeratorWithStringFactory(templateString, factory());
+  if (!enumerator) return {};  // no factory, and the handler returned
   std::vector<YString> pendingNames;
   auto pendingQueue = YArray<YTextWritable>::mutableArray();
   YString activeSectionName;

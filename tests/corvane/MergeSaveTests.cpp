@@ -58,6 +58,10 @@ TEST(Merge, OptionWithoutAnActiveSectionName) {
   ASSERT_FALSE(recording.handler->failures.empty());
   EXPECT_EQ(recording.handler->texts().back(),
             "YIniDocument+Extensions:229:Invalid parameter not satisfying: activeSectionName != nil");
+  // A document made without a factory has none to read the template with.
+  auto factoryless = std::make_shared<YIniDocument>(nullptr);
+  EXPECT_TRUE(factoryless->stringValueMergedWith(YString(u"[a]k=v")).isNull());
+  EXPECT_NE(recording.handler->texts().back().find("factory != nil"), std::string::npos);
 }
 
 // Duplicate names each write the first option of the name.
