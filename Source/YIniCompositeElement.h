@@ -35,10 +35,13 @@ extern const YString& YElementsKey;
 /// Composites nest at most maximumNestingDepth deep, counting the top one
 /// (a document's sections are at 2): announcements, commit, revert, copies
 /// and writing recurse once per level, and a bounded depth keeps them within
-/// a small thread's stack (the deepest, an announcement, takes under 1 KiB
-/// a level). Taking in an element that would nest deeper fails the
-/// precondition "element keeps the tree within 256 levels". The levels above
-/// a composite are the composites observing it for "modified", its parents.
+/// a small thread's stack (the deepest, an announcement, takes under 1 KiB a
+/// level in an optimised build; destruction stays flat at any depth). Taking
+/// in an element that would nest deeper fails the precondition "element
+/// keeps the tree within 256 levels". The levels above a composite are the
+/// composites observing it for "modified", its parents: a host that stops a
+/// parent observing a child (unsubscribeForChangesInElement) takes the
+/// parent out of the count.
 ///
 /// The class has no text of its own: stringValue() raises
 /// YInvalidArgumentException. Precondition failures are reported through the
