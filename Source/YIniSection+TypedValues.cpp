@@ -178,7 +178,8 @@ YString stringWithDoubleValue(double value) {
 YString stringWithListValue(const std::vector<YString>& value, char16_t separator) {
   const YCharacterSet blanks = YCharacterSet::whitespaceAndNewlineCharacterSet();
   const YCharacterSet lineEnds = YCharacterSet::newlineCharacterSet();
-  if (lineEnds.characterIsMember(separator)) return YString();
+  // A lone surrogate cannot be saved in any encoding.
+  if (lineEnds.characterIsMember(separator) || (separator >= 0xD800 && separator <= 0xDFFF)) return YString();
   for (const YString& entry : value) {
     if (entry.isNull()) return YString();
     const std::u16string_view text = entry.view();

@@ -86,7 +86,7 @@ void setIntegerValueForOptionWithName(YIniSection& section, std::int64_t value, 
 /// is the empty text. Returns false and changes nothing when an entry could
 /// not be read back the same: a null entry, or one that holds the separator
 /// or a line end or begins or ends with whitespace; or when the separator is
-/// a line end.
+/// a line end or a surrogate (which no encoding can save alone).
 [[nodiscard]] bool setListValueForOptionWithName(YIniSection& section, const std::vector<YString>& value,
                                                  const YString& optionName, char16_t separator = YDefaultListSeparator);
 

@@ -155,7 +155,7 @@ TEST(TypedValues, ListsAreWrittenSoThatTheyReadBackTheSame) {
       {{"a b", "c"}, u';', "a b; c"},     {{"a", "b"}, u' ', "a b"}, {{"a", "b"}, u'\t', "a\tb"},
       {{"a,b"}, u',', nullptr},           {{" a"}, u',', nullptr},   {{"a "}, u',', nullptr},
       {{"a\nb"}, u',', nullptr},          {{"a\u2028b"}, u',', nullptr}, {{nullptr}, u',', nullptr},
-      {{"a b"}, u' ', nullptr},           {{"a", "b"}, u'\n', nullptr},
+      {{"a b"}, u' ', nullptr},           {{"a", "b"}, u'\n', nullptr}, {{"a", "b"}, u'\xD800', nullptr},
       // A blank separator at either end of the text would be trimmed off.
       {{"", "a"}, u' ', nullptr},         {{"a", ""}, u' ', nullptr}, {{""}, u'\t', nullptr},
       {{"a", "", "b"}, u' ', "a  b"}};
