@@ -6,12 +6,15 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <string>
 
 namespace {
 
-YLogSink& sinkSlot() {
-  static YLogSink sink;
+// The installed sink, shared: a call in progress holds its own count, so a
+// sink that replaces itself lives until it returns.
+std::shared_ptr<YLogSink>& sinkSlot() {
+  static std::shared_ptr<YLogSink> sink;
   return sink;
 }
 
@@ -49,12 +52,16 @@ void writeToStandardError(const YString& message) {
 }  // namespace
 
 YLogSink YSetLogSink(YLogSink sink) {
-  YLogSink previous = std::move(sinkSlot());
-  sinkSlot() = std::move(sink);
-  return previous;
+  std::shared_ptr<YLogSink> previous = std::move(sinkSlot());
+  if (sink) sinkSlot() = std::make_shared<YLogSink>(std::move(sink));
+  if (!previous) return {};
+  // A sink replaced from inside its own call is still running: the caller
+  // gets a copy of it. Otherwise nothing else holds it, and it is handed over.
+  if (previous.use_count() > 1) return *previous;
+  return std::move(*previous);
 }
 
 void YLogMessage(const YString& message) {
-  if (const YLogSink& sink = sinkSlot()) sink(message);
+  if (const std::shared_ptr<YLogSink> sink = sinkSlot()) (*sink)(message);
   else writeToStandardError(message);
 }

@@ -101,12 +101,29 @@ TEST(YAssertionHandlerTest, ReturningHandlerRecordsAndIsPerThread) {
   EXPECT_EQ(recorder->objects, (std::vector<const YObject*>{checker.get(), checker.get(), nullptr, checker.get()}));
 }
 
+// Counts its live copies, so that a test sees whether a sink was destroyed.
+struct Counted {
+  static inline int live = 0;
+  Counted() { ++live; }
+  Counted(const Counted&) { ++live; }
+  ~Counted() { --live; }
+};
+
 TEST(YLogTest, SinkAndDefaultLine) {
   std::vector<YString> lines;
   YLogSink previous = YSetLogSink([&](const YString& message) { lines.push_back(message); });
   YLog("Unrecognized text sequence %@", YString(u"k v"));
   YLog("%d of %@", 3, YString());
-  YSetLogSink(nullptr);
+  // A sink that replaces itself lives on until its call returns.
+  static int liveDuringCall = -1;  // static: the sink reads none of its own captures after replacing itself
+  YSetLogSink([counted = Counted()](const YString&) {
+    const int before = Counted::live;
+    YSetLogSink(nullptr);
+    liveDuringCall = Counted::live - before;
+  });
+  YLog("replaced");
+  EXPECT_EQ(liveDuringCall, 0);
+  EXPECT_EQ(Counted::live, 0);
   testing::internal::CaptureStderr();
   YLog("Unrecognized text sequence %@", YString(u"k v"));
   std::string line = testing::internal::GetCapturedStderr();
