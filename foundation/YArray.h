@@ -19,6 +19,24 @@ namespace ydetail {
                                          std::size_t count);
 [[noreturn]] void throwNilObject(const YObject* list, const char* operation);
 [[noreturn]] void throwMutatedDuringEnumeration(const YObject* list);
+
+// Marks a list as being described on this thread for the scope's life, so
+// that a list met again within its own description is seen. The marks form a
+// chain through the callers' stack frames.
+class YDescribingScope {
+ public:
+  explicit YDescribingScope(const YObject* list) noexcept;
+  ~YDescribingScope();
+  YDescribingScope(const YDescribingScope&) = delete;
+  YDescribingScope& operator=(const YDescribingScope&) = delete;
+  // Whether the list was already being described when the scope began.
+  bool isRepeat() const noexcept { return _repeat; }
+
+ private:
+  const YObject* _list;
+  const YDescribingScope* _outer;
+  bool _repeat;
+};
 }  // namespace ydetail
 
 /// A shared, ordered list of std::shared_ptr<T>, mutable or immutable for
@@ -212,7 +230,12 @@ class YArray : public YObject {
   /// The number of changes made to the list so far (what the guarded walk checks).
   std::uint64_t mutationCount() const noexcept { return _mutations; }
 
+  /// "(", each entry's description on a line of its own, ")". A list met
+  /// again within its own description (it holds itself, directly or through
+  /// other lists) stands there as "(...)".
   YString description() const override {
+    const ydetail::YDescribingScope scope(this);
+    if (scope.isRepeat()) return YString(u"(...)");
     YString text = YString::mutableStringWithString(YString(u"("));
     for (std::size_t i = 0; i < _items.size(); ++i) {
       text.appendString(YString(i ? u",\n    " : u"\n    "));

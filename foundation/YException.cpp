@@ -46,4 +46,17 @@ void throwMutatedDuringEnumeration(const YObject* list) {
       YString::stringWithFormat("*** Collection %p was mutated while being enumerated.", list));
 }
 
+namespace {
+thread_local const YDescribingScope* describing = nullptr;  // the innermost list being described
+}  // namespace
+
+YDescribingScope::YDescribingScope(const YObject* list) noexcept : _list(list), _outer(describing), _repeat(false) {
+  for (const YDescribingScope* scope = _outer; scope && !_repeat; scope = scope->_outer) _repeat = scope->_list == list;
+  if (!_repeat) describing = this;
+}
+
+YDescribingScope::~YDescribingScope() {
+  if (!_repeat) describing = _outer;
+}
+
 }  // namespace ydetail

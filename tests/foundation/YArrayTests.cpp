@@ -90,6 +90,24 @@ TEST(YArrayTest, GuardedWalk) {
   }
 }
 
+// A list that holds itself, directly or through others, is described once
+// and stands as "(...)" within; a list met twice but not within itself is
+// described in full both times.
+TEST(YArrayTest, DescriptionOfListsHoldingThemselves) {
+  auto outer = List::mutableArray();
+  auto inner = List::mutableArray();
+  auto shared = List::array();
+  outer->addObject(inner);
+  outer->addObject(shared);
+  inner->addObject(outer);
+  inner->addObject(inner);
+  inner->addObject(shared);
+  EXPECT_EQ(outer->description().UTF8String(),
+            "(\n    (\n    (...),\n    (...),\n    ()\n),\n    ()\n)");
+  EXPECT_EQ(inner->description().UTF8String(), "(\n    (\n    (...),\n    ()\n),\n    (...),\n    ()\n)");
+  inner->removeAllObjects();  // the cycle would keep both alive
+}
+
 TEST(YDictionaryTest, MapsTextToObjects) {
   auto items = objects(2);
   auto map = YDictionary<YObject>::dictionary();
