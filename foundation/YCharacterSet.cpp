@@ -43,7 +43,8 @@ YCharacterSet YCharacterSet::characterSetWithCharactersInString(const YString& s
 
 YCharacterSet YCharacterSet::characterSetWithRange(char16_t first, std::size_t length) {
   auto bits = std::make_shared<Bits>();
-  for (std::size_t c = first; c < std::size_t(first) + length && c < 65536; ++c) bits->set(c);
+  const std::size_t end = length < 65536 - std::size_t{first} ? first + length : 65536;  // a sum could wrap
+  for (std::size_t c = first; c < end; ++c) bits->set(c);
   return YCharacterSet(bits);
 }
 

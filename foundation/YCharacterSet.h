@@ -22,7 +22,8 @@ class YCharacterSet {
   static YCharacterSet newlineCharacterSet();
   /// The code units of `string` (empty for a null string).
   static YCharacterSet characterSetWithCharactersInString(const YString& string);
-  /// The code units first .. first + length - 1.
+  /// The code units first .. first + length - 1; a range reaching past U+FFFF
+  /// stops at U+FFFF, whatever its length.
   static YCharacterSet characterSetWithRange(char16_t first, std::size_t length);
 
   /// True for the null (absent) set, which contains nothing.

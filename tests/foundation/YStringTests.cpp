@@ -2,6 +2,7 @@
 // checking, mutation rules, the formatter and character sets.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -224,6 +225,13 @@ TEST(YStringTest, CharacterSetsAndTrimming) {
   for (char16_t c : {u'a', u'\0', u'\u200B', u'\uFEFF'}) EXPECT_FALSE(whiteNewline.characterIsMember(c)) << int(c);
   EXPECT_FALSE(YCharacterSet().characterIsMember(u' '));
   EXPECT_TRUE(YCharacterSet::characterSetWithCharactersInString(YString(u"xy")).characterIsMember(u'y'));
+  // A range runs from its first unit, and one past U+FFFF stops there.
+  for (std::size_t length : {std::size_t{0x20}, std::size_t{0x10000}, SIZE_MAX - 0xFF00, SIZE_MAX}) {
+    const YCharacterSet range = YCharacterSet::characterSetWithRange(u'\uFFF0', length);
+    EXPECT_TRUE(range.characterIsMember(u'\uFFF0') && range.characterIsMember(u'\uFFFF')) << length;
+    EXPECT_FALSE(range.characterIsMember(u'\uFFEF') || range.characterIsMember(u'\0')) << length;
+  }
+  EXPECT_FALSE(YCharacterSet::characterSetWithRange(u'a', 0).characterIsMember(u'a'));
 
   EXPECT_EQ(YString(u" \t a b \u3000\n").stringByTrimmingCharactersInSet(white), YString(u"a b \u3000\n"));
   EXPECT_EQ(YString(u" \t a b \u3000\n").stringByTrimmingCharactersInSet(whiteNewline), YString(u"a b"));
