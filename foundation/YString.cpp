@@ -464,6 +464,7 @@ void YString::appendString(const YString& string) const {
 void YString::appendCharacters(const char16_t* chars, std::size_t len) const {
   requireMutable("appendCharacters");
   auto* rep = static_cast<YMutableStringRep*>(_rep);
+  if (len > kMaxLength - rep->length) throw std::bad_alloc();  // before the sum below could wrap
   std::less<const char16_t*> before;
   if (len && !before(chars, rep->buffer) && before(chars, rep->buffer + rep->capacity)) {
     // The characters are this string's own: growing the buffer would move them.

@@ -361,7 +361,9 @@ class YString {
   void insertStringAtIndex(const YString& string, std::size_t index) const;
   /// Appends `string`; fails as insertStringAtIndex() does.
   void appendString(const YString& string) const;
-  /// Appends `length` code units from `characters` (which may point into this string).
+  /// Appends `length` code units from `characters` (which may point into this
+  /// string). A length that would take the string past 2^31 - 1 code units
+  /// throws std::bad_alloc and changes nothing.
   void appendCharacters(const char16_t* characters, std::size_t length) const;
   /// Appends one code unit.
   void appendCharacter(char16_t character) const { appendCharacters(&character, 1); }

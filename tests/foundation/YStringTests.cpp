@@ -93,6 +93,13 @@ TEST(YStringTest, MutationRules) {
   EXPECT_EQ(nearlyFull, YString(u"abcdefxyz123"));
   EXPECT_THROW(fixed.appendEach(u'x'), YInvalidArgumentException);
   EXPECT_EQ(fixed, YString(u"abc"));
+  // A length whose sum with the string's would wrap around is refused before anything changes.
+  for (const char16_t* from : {u"xyz", nearlyFull.characters()}) {
+    for (std::size_t length : {SIZE_MAX, SIZE_MAX - 11, std::size_t{0x80000000}}) {
+      EXPECT_THROW(nearlyFull.appendCharacters(from, length), std::bad_alloc) << length;
+      EXPECT_EQ(nearlyFull, YString(u"abcdefxyz123"));
+    }
+  }
 }
 
 TEST(YStringTest, CopiesEveryShortLength) {
