@@ -152,6 +152,11 @@ class YFormatArg {
   template <class T>
     requires(std::is_integral_v<T> && !std::is_signed_v<T>)
   YFormatArg(T v) noexcept : _kind(Kind::Unsigned), _unsigned(v) {}
+  /// An enumerator of an unscoped enumeration: its value in the underlying
+  /// integer type, as an integer of that type.
+  template <class T>
+    requires(std::is_enum_v<T> && std::is_convertible_v<T, std::underlying_type_t<T>>)
+  YFormatArg(T v) noexcept : YFormatArg(static_cast<std::underlying_type_t<T>>(v)) {}
   /// A number (for `%f %g %e`).
   YFormatArg(double v) noexcept : _kind(Kind::Double), _double(v) {}
   /// A pointer (for `%p`).
@@ -266,8 +271,9 @@ class YString {
   /// Formats `format` with printf-like directives: `%@` takes a string's text
   /// or an object's description() and prints a null as "(null)"; `%s` a C
   /// string; `%d %i %u %ld %lu %lld %llu %zu %x %X %o %c` integers; `%f %g %e`
-  /// numbers; `%p` pointers; `%%` a percent sign. A directive without an
-  /// argument, or of the wrong kind, throws YInvalidArgumentException.
+  /// numbers; `%p` pointers; `%%` a percent sign. An enumerator of an
+  /// unscoped enumeration is an integer of its underlying type. A directive
+  /// without an argument, or of the wrong kind, throws YInvalidArgumentException.
   template <class... Args>
   static YString stringWithFormat(const char* format, const Args&... args) {
     const std::array<YFormatArg, sizeof...(Args)> list{YFormatArg(args)...};

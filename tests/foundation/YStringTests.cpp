@@ -199,6 +199,8 @@ TEST(YStringTest, UTF8IsDecodedExactlyWhereverAWideCharacterStands) {
   }
 }
 
+enum Wide : long long { WideNegative = -2 };
+
 TEST(YStringTest, Formatter) {
   auto named = std::make_shared<Named>();
   std::shared_ptr<Named> noObject;
@@ -212,6 +214,9 @@ TEST(YStringTest, Formatter) {
       {YString::stringWithFormat("%d %u %ld %zu %lld", -5, 8u, -9L, std::size_t(10), -1LL), "-5 8 -9 10 -1"},
       {YString::stringWithFormat("%x %X %5d|%-3d|%03d", 255, 255, 42, 7, 5), "ff FF    42|7  |005"},
       {YString::stringWithFormat("100%% %c%c", 'x', u'\u20AC'), "100% x\xE2\x82\xAC"},
+      // Enumerators print as their underlying integers.
+      {YString::stringWithFormat("code %d, %d %x", YFileNoSuchFileError, WideNegative, WideNegative),
+       "code 4, -2 fffffffffffffffe"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.actual.UTF8String(), c.expected);
 
