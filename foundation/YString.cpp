@@ -598,15 +598,26 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
         else if (a.kind() == YFormatArg::Kind::Unsigned) uv = a.unsignedValue(), sv = static_cast<long long>(uv);
         else wrongKind("an integer directive");
         if (conv == 'c') {
-          // A negative (signed) char is a byte, as in C; wider values are code units.
-          if (a.kind() == YFormatArg::Kind::Signed && sv < 0 && sv >= -128) uv = static_cast<unsigned char>(sv);
-          out.push_back(static_cast<char16_t>(uv));
+          // A negative char is a byte, as in C; other values are code points.
+          const bool isSigned = a.kind() == YFormatArg::Kind::Signed;
+          if (isSigned && sv < 0 && a.integerSize() == 1) uv = static_cast<unsigned char>(sv);
+          else if ((isSigned && sv < 0) || uv > 0x10FFFF || (uv >= 0xD800 && uv <= 0xDFFF))
+            throw YInvalidArgumentException(
+                formatWithArguments("stringWithFormat: %%c of %d, which is not a code point", &a, 1));
+          ydetail::appendUTF16(out, static_cast<char32_t>(uv));
           break;
         }
-        bool isSigned = conv == 'd' || conv == 'i';
-        std::string f = directive + "ll" + conv;
-        if (isSigned) std::snprintf(buffer, sizeof buffer, f.c_str(), sv);
-        else std::snprintf(buffer, sizeof buffer, f.c_str(), uv);
+        if (conv == 'd' || conv == 'i') {
+          // An unsigned argument prints unsigned, as printf prints its type.
+          if (a.kind() == YFormatArg::Kind::Signed) std::snprintf(buffer, sizeof buffer, (directive + "lld").c_str(), sv);
+          else std::snprintf(buffer, sizeof buffer, (directive + "llu").c_str(), uv);
+          appendUTF8Text(buffer);
+          break;
+        }
+        // The bits of the argument's own type after C's promotion (at least an int's).
+        const std::size_t bits = 8 * std::max(a.integerSize(), sizeof(int));
+        if (bits < 64) uv &= (1ull << bits) - 1;
+        std::snprintf(buffer, sizeof buffer, (directive + "ll" + conv).c_str(), uv);
         appendUTF8Text(buffer);
         break;
       }

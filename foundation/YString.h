@@ -144,14 +144,14 @@ class YFormatArg {
   template <class T>
     requires std::is_base_of_v<YObject, T>
   YFormatArg(const std::shared_ptr<T>& o) noexcept : _kind(Kind::Object), _object(o.get()) {}
-  /// A signed integer (for any integer directive).
+  /// A signed integer (for any integer directive), with its type's size.
   template <class T>
     requires(std::is_integral_v<T> && std::is_signed_v<T>)
-  YFormatArg(T v) noexcept : _kind(Kind::Signed), _signed(v) {}
-  /// An unsigned integer (for any integer directive).
+  YFormatArg(T v) noexcept : _kind(Kind::Signed), _size(sizeof(T)), _signed(v) {}
+  /// An unsigned integer (for any integer directive), with its type's size.
   template <class T>
     requires(std::is_integral_v<T> && !std::is_signed_v<T>)
-  YFormatArg(T v) noexcept : _kind(Kind::Unsigned), _unsigned(v) {}
+  YFormatArg(T v) noexcept : _kind(Kind::Unsigned), _size(sizeof(T)), _unsigned(v) {}
   /// An enumerator of an unscoped enumeration: its value in the underlying
   /// integer type, as an integer of that type.
   template <class T>
@@ -174,6 +174,9 @@ class YFormatArg {
   long long signedValue() const noexcept { return _signed; }
   /// The value; only for Kind::Unsigned.
   unsigned long long unsignedValue() const noexcept { return _unsigned; }
+  /// The size in bytes of the integer's own type (before C's promotion to
+  /// int); only for Kind::Signed and Kind::Unsigned.
+  std::size_t integerSize() const noexcept { return _size; }
   /// The value; only for Kind::Double.
   double doubleValue() const noexcept { return _double; }
   /// The pointer; only for Kind::Pointer.
@@ -181,6 +184,7 @@ class YFormatArg {
 
  private:
   Kind _kind;
+  std::uint8_t _size = 0;
   union {
     const YString* _string;
     const YObject* _object;
@@ -270,10 +274,19 @@ class YString {
 
   /// Formats `format` with printf-like directives: `%@` takes a string's text
   /// or an object's description() and prints a null as "(null)"; `%s` a C
-  /// string; `%d %i %u %ld %lu %lld %llu %zu %x %X %o %c` integers; `%f %g %e`
-  /// numbers; `%p` pointers; `%%` a percent sign. An enumerator of an
-  /// unscoped enumeration is an integer of its underlying type. A directive
-  /// without an argument, or of the wrong kind, throws YInvalidArgumentException.
+  /// string; `%f %g %e` numbers; `%p` pointers; `%%` a percent sign.
+  /// - `%d %i %u %x %X %o` take integers and print what printf prints for the
+  ///   argument's own type, after C's promotion of narrower types to int: `%x`
+  ///   of the int -1 gives "ffffffff", of the long -1 "ffffffffffffffff", and
+  ///   an unsigned argument prints unsigned even for `%d`. A length modifier
+  ///   (`hh h l ll L q j z t`) is accepted and changes nothing. An enumerator
+  ///   of an unscoped enumeration is an integer of its underlying type.
+  /// - `%c` takes a code point and gives its one or two UTF-16 code units; a
+  ///   negative char is a Latin-1 byte, as in C. Any other negative value, a
+  ///   surrogate or a value above U+10FFFF throws YInvalidArgumentException.
+  ///
+  /// A directive without an argument, or of the wrong kind, throws
+  /// YInvalidArgumentException.
   template <class... Args>
   static YString stringWithFormat(const char* format, const Args&... args) {
     const std::array<YFormatArg, sizeof...(Args)> list{YFormatArg(args)...};

@@ -2,7 +2,9 @@
 // checking, mutation rules, the formatter and character sets.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -214,17 +216,31 @@ TEST(YStringTest, Formatter) {
       {YString::stringWithFormat("%d %u %ld %zu %lld", -5, 8u, -9L, std::size_t(10), -1LL), "-5 8 -9 10 -1"},
       {YString::stringWithFormat("%x %X %5d|%-3d|%03d", 255, 255, 42, 7, 5), "ff FF    42|7  |005"},
       {YString::stringWithFormat("100%% %c%c", 'x', u'\u20AC'), "100% x\xE2\x82\xAC"},
+      // Each integer keeps its own type's width and signedness; narrower ones are promoted to int.
+      {YString::stringWithFormat("%x %u %o %X", -1, -1, -1, short(-1)), "ffffffff 4294967295 37777777777 FFFFFFFF"},
+      {YString::stringWithFormat("%x %lu %d", -1L, -1LL, ULLONG_MAX),
+       "ffffffffffffffff 18446744073709551615 18446744073709551615"},
+      {YString::stringWithFormat("%d %x", UINT_MAX, static_cast<signed char>(-1)), "4294967295 ffffffff"},
       // Enumerators print as their underlying integers.
       {YString::stringWithFormat("code %d, %d %x", YFileNoSuchFileError, WideNegative, WideNegative),
        "code 4, -2 fffffffffffffffe"},
+      // %c takes a code point; a negative char is a Latin-1 byte.
+      {YString::stringWithFormat("%c|%c|%c", 0x1F600, 0x10FFFF, '\xE9'), "\xF0\x9F\x98\x80|\xF4\x8F\xBF\xBF|\xC3\xA9"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.actual.UTF8String(), c.expected);
 
   std::string generic = YString::stringWithFormat("%@", std::make_shared<YObject>()).UTF8String();
   EXPECT_EQ(generic.rfind("<YObject: 0x", 0), 0u) << generic;
   EXPECT_EQ(generic.back(), '>');
-  EXPECT_THROW(YString::stringWithFormat("%@ %@", YString(u"one")), YInvalidArgumentException);
-  EXPECT_THROW(YString::stringWithFormat("%d", YString(u"text")), YInvalidArgumentException);
+  const std::function<YString()> refused[] = {
+      [] { return YString::stringWithFormat("%@ %@", YString(u"one")); },
+      [] { return YString::stringWithFormat("%d", YString(u"text")); },
+      // Not code points.
+      [] { return YString::stringWithFormat("%c", -1); },
+      [] { return YString::stringWithFormat("%c", 0xD800); },
+      [] { return YString::stringWithFormat("%c", 0x110000); },
+  };
+  for (std::size_t i = 0; i < std::size(refused); ++i) EXPECT_THROW(refused[i](), YInvalidArgumentException) << i;
 }
 
 TEST(YStringTest, CharacterSetsAndTrimming) {
