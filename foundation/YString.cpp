@@ -526,6 +526,85 @@ void YString::setString(const YString& string) const {
 
 // ---- formatting ------------------------------------------------------------
 
+namespace {
+
+// One directive as written: "%", flags, width, precision, a length modifier
+// (ignored: each argument carries its own type), the conversion.
+struct Directive {
+  std::string_view text;          // from the percent sign to the conversion
+  std::string flags;              // of "-+ #0", in the order written
+  std::size_t width = 0;          // 0 when none
+  std::size_t precision = YString::npos;  // npos when none
+  char conversion = 0;
+  bool leftAligned() const noexcept { return flags.find('-') != std::string::npos; }
+};
+
+// The directive for naming in a message, cut short when very long.
+YString shownDirective(std::string_view text) {
+  constexpr std::size_t kShown = 32;
+  const YString shown = YString::stringWithLatin1Characters(text.data(), std::min(text.size(), kShown));
+  return text.size() <= kShown ? shown : YString::stringWithFormat("%@...", shown);
+}
+
+// Reads the directive at `percent`; the conversion is the last character
+// read. A directive out of order, with a field above the limit, or cut off by
+// the end of the format throws YInvalidArgumentException.
+Directive readDirective(const char* percent) {
+  Directive d;
+  const char* q = percent + 1;
+  while (*q && std::strchr("-+ #0", *q)) d.flags.push_back(*q++);
+  auto number = [&q] {
+    std::size_t value = 0;  // stops growing past the limit, so it cannot overflow
+    for (; *q >= '0' && *q <= '9'; ++q)
+      if (value <= YString::formatFieldLimit) value = value * 10 + static_cast<std::size_t>(*q - '0');
+    return value;
+  };
+  d.width = number();
+  if (*q == '.') {
+    ++q;
+    d.precision = number();
+  }
+  if ((q[0] == 'h' && q[1] == 'h') || (q[0] == 'l' && q[1] == 'l')) q += 2;
+  else if (*q && std::strchr("hlqLjzt", *q)) ++q;
+  d.conversion = *q;
+  if (!d.conversion) throw YInvalidArgumentException(YString(u"stringWithFormat: incomplete directive"));
+  d.text = std::string_view(percent, static_cast<std::size_t>(q + 1 - percent));
+  if (std::strchr("-+ #0123456789.*$hlqLjzt", d.conversion))
+    throw YInvalidArgumentException(
+        YString::stringWithFormat("stringWithFormat: malformed directive %@", shownDirective(d.text)));
+  if (!std::strchr("@sdiuxXocfFeEgGp", d.conversion))
+    throw YInvalidArgumentException(
+        YString::stringWithFormat("stringWithFormat: unknown directive %@", shownDirective(d.text)));
+  if (d.width > YString::formatFieldLimit || (d.precision != YString::npos && d.precision > YString::formatFieldLimit))
+    throw YInvalidArgumentException(YString::stringWithFormat("stringWithFormat: width or precision above %zu in %@",
+                                                              YString::formatFieldLimit, shownDirective(d.text)));
+  return d;
+}
+
+// The directive for the C library: its flags and fields, then `conversion`
+// (with the length modifier the value passed needs).
+std::string cDirective(const Directive& d, std::string_view conversion) {
+  std::string f = "%" + d.flags;
+  if (d.width) f += std::to_string(d.width);
+  if (d.precision != YString::npos) f += "." + std::to_string(d.precision);
+  return f.append(conversion);
+}
+
+// What snprintf writes for `value`, whole: the fields are bounded, so is it.
+template <class Value>
+std::string cPrinted(const std::string& format, Value value) {
+  char small[128];
+  const int n = std::snprintf(small, sizeof small, format.c_str(), value);
+  if (n < 0)
+    throw YInvalidArgumentException(YString::stringWithFormat("stringWithFormat: cannot print %s", format.c_str()));
+  if (static_cast<std::size_t>(n) < sizeof small) return std::string(small, static_cast<std::size_t>(n));
+  std::string large(static_cast<std::size_t>(n), '\0');
+  std::snprintf(large.data(), large.size() + 1, format.c_str(), value);
+  return large;
+}
+
+}  // namespace
+
 YString YString::formatWithArguments(const char* format, const YFormatArg* args, std::size_t count) {
   if (!format) throw YInvalidArgumentException(YString(u"stringWithFormat: nil format"));
   std::u16string out;
@@ -554,40 +633,28 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
       break;
     }
     appendUTF8Text(std::string_view(p, static_cast<std::size_t>(percent - p)));
-    const char* q = percent + 1;
-    if (*q == '%') {
+    if (percent[1] == '%') {
       out.push_back(u'%');
-      p = q + 1;
+      p = percent + 2;
       continue;
     }
-    std::string directive = "%";
-    while (*q && std::strchr("-+ #0123456789.", *q)) directive.push_back(*q++);
-    while (*q && std::strchr("hlqLzjt", *q)) ++q;  // the argument carries its own width
-    char conv = *q;
-    if (!conv) throw YInvalidArgumentException(YString(u"stringWithFormat: incomplete directive"));
-    p = q + 1;
-    char buffer[128];
+    const Directive d = readDirective(percent);
+    const char conv = d.conversion;
+    p = d.text.data() + d.text.size();
     switch (conv) {
-      case '@': {
-        const YFormatArg& a = take("%@");
+      case '@':
+      case 's': {
+        const char* name = conv == '@' ? "%@" : "%s";
+        const YFormatArg& a = take(name);
         if (a.kind() == YFormatArg::Kind::String) {
-          if (a.string().isNull()) out += u"(null)";
-          else out += a.string().view();
-        } else if (a.kind() == YFormatArg::Kind::Object) {
-          if (!a.object()) out += u"(null)";
-          else out += a.object()->description().view();
+          out += a.string().isNull() ? u"(null)" : a.string().view();
+        } else if (a.kind() == YFormatArg::Kind::Object && conv == '@') {
+          out += a.object() ? a.object()->description().view() : u"(null)";
         } else if (a.kind() == YFormatArg::Kind::CString) {
           appendUTF8Text(a.cstring() ? a.cstring() : "(null)");
         } else {
-          wrongKind("%@");
+          wrongKind(name);
         }
-        break;
-      }
-      case 's': {
-        const YFormatArg& a = take("%s");
-        if (a.kind() == YFormatArg::Kind::CString) appendUTF8Text(a.cstring() ? a.cstring() : "(null)");
-        else if (a.kind() == YFormatArg::Kind::String) out += a.string().isNull() ? u"(null)" : a.string().view();
-        else wrongKind("%s");
         break;
       }
       case 'd': case 'i': case 'u': case 'x': case 'X': case 'o': case 'c': {
@@ -609,16 +676,14 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
         }
         if (conv == 'd' || conv == 'i') {
           // An unsigned argument prints unsigned, as printf prints its type.
-          if (a.kind() == YFormatArg::Kind::Signed) std::snprintf(buffer, sizeof buffer, (directive + "lld").c_str(), sv);
-          else std::snprintf(buffer, sizeof buffer, (directive + "llu").c_str(), uv);
-          appendUTF8Text(buffer);
+          if (a.kind() == YFormatArg::Kind::Signed) appendUTF8Text(cPrinted(cDirective(d, "lld"), sv));
+          else appendUTF8Text(cPrinted(cDirective(d, "llu"), uv));
           break;
         }
         // The bits of the argument's own type after C's promotion (at least an int's).
         const std::size_t bits = 8 * std::max(a.integerSize(), sizeof(int));
         if (bits < 64) uv &= (1ull << bits) - 1;
-        std::snprintf(buffer, sizeof buffer, (directive + "ll" + conv).c_str(), uv);
-        appendUTF8Text(buffer);
+        appendUTF8Text(cPrinted(cDirective(d, std::string("ll") + conv), uv));
         break;
       }
       case 'f': case 'g': case 'e': case 'F': case 'G': case 'E': {
@@ -627,9 +692,7 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
                    : a.kind() == YFormatArg::Kind::Signed   ? static_cast<double>(a.signedValue())
                    : a.kind() == YFormatArg::Kind::Unsigned ? static_cast<double>(a.unsignedValue())
                                                             : (wrongKind("a number directive"), 0.0);
-        std::string f = directive + conv;
-        std::snprintf(buffer, sizeof buffer, f.c_str(), v);
-        appendUTF8Text(buffer);
+        appendUTF8Text(cPrinted(cDirective(d, std::string(1, conv)), v));
         break;
       }
       case 'p': {
@@ -637,12 +700,9 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
         const void* ptr = a.kind() == YFormatArg::Kind::Pointer ? a.pointer()
                           : a.kind() == YFormatArg::Kind::Object ? static_cast<const void*>(a.object())
                                                                  : (wrongKind("%p"), nullptr);
-        std::snprintf(buffer, sizeof buffer, "%p", ptr);
-        appendUTF8Text(buffer);
+        appendUTF8Text(cPrinted(std::string("%p"), ptr));
         break;
       }
-      default:
-        throw YInvalidArgumentException(stringWithFormat("stringWithFormat: unknown directive %%%c", conv));
     }
   }
   return YString(std::u16string_view(out));

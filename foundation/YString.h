@@ -213,6 +213,8 @@ class YString {
  public:
   /// Index returned when nothing is found.
   static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+  /// The widest width or precision a directive of stringWithFormat() may have.
+  static constexpr std::size_t formatFieldLimit = 4096;
 
   /// A null (absent) string.
   YString() noexcept = default;
@@ -272,9 +274,11 @@ class YString {
   /// A new mutable string holding a copy of `string`'s text (empty for null).
   static YString mutableStringWithString(const YString& string);
 
-  /// Formats `format` with printf-like directives: `%@` takes a string's text
-  /// or an object's description() and prints a null as "(null)"; `%s` a C
-  /// string; `%f %g %e` numbers; `%p` pointers; `%%` a percent sign.
+  /// Formats `format` with printf-like directives, each
+  /// `%[flags][width][.precision][length]conversion`; the output is whole,
+  /// however long.
+  /// - `%@` takes a string's text or an object's description(), `%s` a C
+  ///   string in UTF-8 (or a string); a null prints as "(null)".
   /// - `%d %i %u %x %X %o` take integers and print what printf prints for the
   ///   argument's own type, after C's promotion of narrower types to int: `%x`
   ///   of the int -1 gives "ffffffff", of the long -1 "ffffffffffffffff", and
@@ -284,9 +288,14 @@ class YString {
   /// - `%c` takes a code point and gives its one or two UTF-16 code units; a
   ///   negative char is a Latin-1 byte, as in C. Any other negative value, a
   ///   surrogate or a value above U+10FFFF throws YInvalidArgumentException.
+  /// - `%f %F %e %E %g %G` take numbers (integers too); `%p` a pointer or an
+  ///   object's address; `%%` gives a percent sign.
   ///
-  /// A directive without an argument, or of the wrong kind, throws
-  /// YInvalidArgumentException.
+  /// A directive without an argument or with one of the wrong kind, an
+  /// unknown or malformed directive (parts out of order, as in `%1.2.3d`, or
+  /// cut off by the end), and a width or precision above formatFieldLimit
+  /// (4096) throw YInvalidArgumentException; the message of the last three
+  /// quotes the directive.
   template <class... Args>
   static YString stringWithFormat(const char* format, const Args&... args) {
     const std::array<YFormatArg, sizeof...(Args)> list{YFormatArg(args)...};

@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
@@ -201,6 +202,14 @@ TEST(YStringTest, UTF8IsDecodedExactlyWhereverAWideCharacterStands) {
   }
 }
 
+// What the C library's printf writes for one argument of the type given.
+template <class T>
+std::string printed(const char* format, T value) {
+  std::string out(std::snprintf(nullptr, 0, format, value), '\0');
+  std::snprintf(out.data(), out.size() + 1, format, value);
+  return out;
+}
+
 enum Wide : long long { WideNegative = -2 };
 
 TEST(YStringTest, Formatter) {
@@ -208,7 +217,7 @@ TEST(YStringTest, Formatter) {
   std::shared_ptr<Named> noObject;
   struct Case {
     YString actual;
-    const char* expected;
+    std::string expected;
   } cases[] = {
       {YString::stringWithFormat("%@=%@", YString(u"key"), YString("v\xC3\xA9")), "key=v\xC3\xA9"},
       {YString::stringWithFormat("[%@] %@ %@", YString(), named, noObject), "[(null)] <named> (null)"},
@@ -226,6 +235,10 @@ TEST(YStringTest, Formatter) {
        "code 4, -2 fffffffffffffffe"},
       // %c takes a code point; a negative char is a Latin-1 byte.
       {YString::stringWithFormat("%c|%c|%c", 0x1F600, 0x10FFFF, '\xE9'), "\xF0\x9F\x98\x80|\xF4\x8F\xBF\xBF|\xC3\xA9"},
+      // Long fields come out whole, as printf writes them, up to the widest field.
+      {YString::stringWithFormat("%f", 1e308), printed("%f", 1e308)},
+      {YString::stringWithFormat("%200d|", 5), printed("%200d|", 5)},
+      {YString::stringWithFormat("%-4096.4096f|", 1.0 / 3), printed("%-4096.4096f|", 1.0 / 3)},
   };
   for (const auto& c : cases) EXPECT_EQ(c.actual.UTF8String(), c.expected);
 
@@ -235,12 +248,26 @@ TEST(YStringTest, Formatter) {
   const std::function<YString()> refused[] = {
       [] { return YString::stringWithFormat("%@ %@", YString(u"one")); },
       [] { return YString::stringWithFormat("%d", YString(u"text")); },
+      // Malformed directives, and fields wider than 4096.
+      [] { return YString::stringWithFormat("[%1.2.3d]", 1); },
+      [] { return YString::stringWithFormat("%5-d", 1); },
+      [] { return YString::stringWithFormat("%.4097f", 1.0); },
+      [] { return YString::stringWithFormat("%4097s", "x"); },
+      [] { return YString::stringWithFormat("%.1000000000f", 1.0); },
+      [] { return YString::stringWithFormat("%2147483648d", 1); },
+      [] { return YString::stringWithFormat("%99999999999999999999d", 1); },
       // Not code points.
       [] { return YString::stringWithFormat("%c", -1); },
       [] { return YString::stringWithFormat("%c", 0xD800); },
       [] { return YString::stringWithFormat("%c", 0x110000); },
   };
   for (std::size_t i = 0; i < std::size(refused); ++i) EXPECT_THROW(refused[i](), YInvalidArgumentException) << i;
+  try {
+    YString::stringWithFormat("%s %4097d", "x", 1);
+    ADD_FAILURE() << "no exception";
+  } catch (const YInvalidArgumentException& e) {
+    EXPECT_NE(e.reason().indexOfString(YString(u"%4097d")), YString::npos) << e.reason();
+  }
 }
 
 TEST(YStringTest, CharacterSetsAndTrimming) {
