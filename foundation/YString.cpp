@@ -603,6 +603,28 @@ std::string cPrinted(const std::string& format, Value value) {
   return large;
 }
 
+// UTF-8 text as code units; text that is not UTF-8 is taken as Latin-1 bytes.
+std::u16string unitsOfText(std::string_view text) {
+  std::u16string units;
+  if (!decodeUTF8(text, units)) units.assign(text.begin(), text.end());
+  return units;
+}
+
+// Appends `text` as a field: with a precision, at most that many code units
+// (cut before a surrogate pair rather than through it); padded with spaces to
+// the width, on the left unless the directive has '-'.
+void appendField(std::u16string& out, std::u16string_view text, const Directive& d, bool cuts) {
+  if (cuts && d.precision < text.size()) {
+    std::size_t n = d.precision;
+    if (n > 0 && text[n - 1] >= 0xD800 && text[n - 1] <= 0xDBFF && text[n] >= 0xDC00 && text[n] <= 0xDFFF) --n;
+    text = text.substr(0, n);
+  }
+  const std::size_t pad = d.width > text.size() ? d.width - text.size() : 0;
+  if (!d.leftAligned()) out.append(pad, u' ');
+  out += text;
+  if (d.leftAligned()) out.append(pad, u' ');
+}
+
 }  // namespace
 
 YString YString::formatWithArguments(const char* format, const YFormatArg* args, std::size_t count) {
@@ -647,11 +669,11 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
         const char* name = conv == '@' ? "%@" : "%s";
         const YFormatArg& a = take(name);
         if (a.kind() == YFormatArg::Kind::String) {
-          out += a.string().isNull() ? u"(null)" : a.string().view();
+          appendField(out, a.string().isNull() ? u"(null)" : a.string().view(), d, true);
         } else if (a.kind() == YFormatArg::Kind::Object && conv == '@') {
-          out += a.object() ? a.object()->description().view() : u"(null)";
+          appendField(out, a.object() ? a.object()->description().view() : u"(null)", d, true);
         } else if (a.kind() == YFormatArg::Kind::CString) {
-          appendUTF8Text(a.cstring() ? a.cstring() : "(null)");
+          appendField(out, unitsOfText(a.cstring() ? a.cstring() : "(null)"), d, true);
         } else {
           wrongKind(name);
         }
@@ -671,7 +693,9 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
           else if ((isSigned && sv < 0) || uv > 0x10FFFF || (uv >= 0xD800 && uv <= 0xDFFF))
             throw YInvalidArgumentException(
                 formatWithArguments("stringWithFormat: %%c of %d, which is not a code point", &a, 1));
-          ydetail::appendUTF16(out, static_cast<char32_t>(uv));
+          std::u16string units;
+          ydetail::appendUTF16(units, static_cast<char32_t>(uv));
+          appendField(out, units, d, false);
           break;
         }
         if (conv == 'd' || conv == 'i') {
@@ -700,7 +724,8 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
         const void* ptr = a.kind() == YFormatArg::Kind::Pointer ? a.pointer()
                           : a.kind() == YFormatArg::Kind::Object ? static_cast<const void*>(a.object())
                                                                  : (wrongKind("%p"), nullptr);
-        appendUTF8Text(cPrinted(std::string("%p"), ptr));
+        const std::string text = cPrinted(std::string("%p"), ptr);
+        appendField(out, unitsOfText(text), d, false);
         break;
       }
     }

@@ -278,7 +278,10 @@ class YString {
   /// `%[flags][width][.precision][length]conversion`; the output is whole,
   /// however long.
   /// - `%@` takes a string's text or an object's description(), `%s` a C
-  ///   string in UTF-8 (or a string); a null prints as "(null)".
+  ///   string in UTF-8 (or a string); a null prints as "(null)". A precision
+  ///   keeps at most that many UTF-16 code units (a cut that would split a
+  ///   surrogate pair comes before it); a width pads with spaces to that many
+  ///   code units, on the left, or on the right with the '-' flag.
   /// - `%d %i %u %x %X %o` take integers and print what printf prints for the
   ///   argument's own type, after C's promotion of narrower types to int: `%x`
   ///   of the int -1 gives "ffffffff", of the long -1 "ffffffffffffffff", and
@@ -286,10 +289,11 @@ class YString {
   ///   (`hh h l ll L q j z t`) is accepted and changes nothing. An enumerator
   ///   of an unscoped enumeration is an integer of its underlying type.
   /// - `%c` takes a code point and gives its one or two UTF-16 code units; a
-  ///   negative char is a Latin-1 byte, as in C. Any other negative value, a
-  ///   surrogate or a value above U+10FFFF throws YInvalidArgumentException.
+  ///   negative char is a Latin-1 byte, as in C. Width and '-' apply as for
+  ///   `%s`. Any other negative value, a surrogate or a value above U+10FFFF
+  ///   throws YInvalidArgumentException.
   /// - `%f %F %e %E %g %G` take numbers (integers too); `%p` a pointer or an
-  ///   object's address; `%%` gives a percent sign.
+  ///   object's address (width and '-' as for `%s`); `%%` gives a percent sign.
   ///
   /// A directive without an argument or with one of the wrong kind, an
   /// unknown or malformed directive (parts out of order, as in `%1.2.3d`, or

@@ -215,6 +215,7 @@ enum Wide : long long { WideNegative = -2 };
 TEST(YStringTest, Formatter) {
   auto named = std::make_shared<Named>();
   std::shared_ptr<Named> noObject;
+  const void* pointer = reinterpret_cast<const void*>(std::uintptr_t{0x1234});
   struct Case {
     YString actual;
     std::string expected;
@@ -235,10 +236,17 @@ TEST(YStringTest, Formatter) {
        "code 4, -2 fffffffffffffffe"},
       // %c takes a code point; a negative char is a Latin-1 byte.
       {YString::stringWithFormat("%c|%c|%c", 0x1F600, 0x10FFFF, '\xE9'), "\xF0\x9F\x98\x80|\xF4\x8F\xBF\xBF|\xC3\xA9"},
+      // Width, precision and '-' on text count UTF-16 units; a pair is never split.
+      {YString::stringWithFormat("[%5s][%-5s][%.1s][%4s]", "ab", "ab", "abc", "\xC3\xA9"), "[   ab][ab   ][a][   \xC3\xA9]"},
+      {YString::stringWithFormat("[%5.2@][%-5@][%-8@][%.2@][%3@]", YString(u"abc"), YString(u"ab"), named,
+                                 YString("a\xF0\x9F\x98\x80"), YString("\xF0\x9F\x98\x80")),
+       "[   ab][ab   ][<named> ][a][ \xF0\x9F\x98\x80]"},
+      {YString::stringWithFormat("[%3c][%-3c][%3c]", 'x', 'y', 0x1F600), "[  x][y  ][ \xF0\x9F\x98\x80]"},
       // Long fields come out whole, as printf writes them, up to the widest field.
       {YString::stringWithFormat("%f", 1e308), printed("%f", 1e308)},
       {YString::stringWithFormat("%200d|", 5), printed("%200d|", 5)},
       {YString::stringWithFormat("%-4096.4096f|", 1.0 / 3), printed("%-4096.4096f|", 1.0 / 3)},
+      {YString::stringWithFormat("[%-20p]", pointer), printed("[%-20p]", pointer)},
   };
   for (const auto& c : cases) EXPECT_EQ(c.actual.UTF8String(), c.expected);
 
