@@ -346,7 +346,8 @@ TEST(Composite, NestingStopsAtTheDeepestLevel) {
     return std::pair{top, bottom};
   };
   const char* tooDeep = "element keeps the tree within 256 levels";
-  auto [top, bottom] = chain(deepest);
+  auto ends = chain(deepest);
+  auto top = ends.first, bottom = ends.second;
   bottom->addElement(opt("k"));  // a leaf nests no deeper than its composite
   for (const auto& act : std::vector<std::function<void()>>{
            [&] { bottom->addElement(section()); }, [&] { bottom->replaceObjectInElementsAtIndexWithObject(0, section()); },
@@ -365,21 +366,20 @@ TEST(Composite, NestingStopsAtTheDeepestLevel) {
 
   // Below: the longest chain counts, also where a subtree is held twice. The
   // shared chain is met first directly, then again one level further down.
-  auto [shared, sharedBottom] = chain(200);
+  auto shared = chain(200).first;
   auto holder = section(), twice = section();
   twice->addElement(shared);
   holder->addElement(shared);
   holder->addElement(twice);  // 1 + 1 + 200 levels
-  auto [above, aboveBottom] = chain(deepest - 202 + 1);
-  EXPECT_PRECONDITION(aboveBottom->addElement(holder), tooDeep);
+  auto above = chain(deepest - 202 + 1);
+  EXPECT_PRECONDITION(above.second->addElement(holder), tooDeep);
   auto fits = chain(deepest - 202).second;
   fits->addElement(holder);
   // Above: the parent on the longer way counts, for a composite in two.
-  auto [shallow, shallowBottom] = chain(2);
-  auto [deep, deepBottom] = chain(deepest - 1);
+  auto shallow = chain(2), deep = chain(deepest - 1);
   auto inTwo = section();
-  shallowBottom->addElement(inTwo);
-  deepBottom->addElement(inTwo);
+  shallow.second->addElement(inTwo);
+  deep.second->addElement(inTwo);
   EXPECT_PRECONDITION(inTwo->addElement(section()), tooDeep);
   inTwo->addElement(opt("leaf"));
 }
