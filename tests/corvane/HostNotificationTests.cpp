@@ -153,7 +153,7 @@ TEST(HostNotifications, AnObserverJoiningWhileASectionIsWrittenHearsTheRenamesAf
 TEST(HostNotifications, RemovingAllLeavesWhatRemovingOneAtATimeLeaves) {
   using Step = std::function<void(YIniDocument&, YIniSection&)>;
   auto option = [](YIniSection& s, std::size_t i) {
-    return std::static_pointer_cast<YIniOption>(s.elements()->objectAtIndex(i));
+    return s.options()->objectAtIndex(i);
   };
   auto fresh = [] { return YIniOption::optionWithNameAndValue(S("n"), S("v")); };
   const Step commit = [](YIniDocument& d, YIniSection&) { d.commit(); };
