@@ -183,11 +183,14 @@ class YIniCompositeElement : public YIniElement {
   void noteListChanged(bool wasCurrent, const YIniElement* added, const YIniElement* removed);
   void noteChildState(const YIniElement* child) const;
   bool announcesOnlyToComposites() const noexcept;
-  // How many children from index 0 on removeAllElements() may remove at once,
-  // unannounced, because removing them one at a time would tell nobody
-  // anything (0: none).
+  // How many children removeAllElements() or removeAllSections() may remove
+  // at once, unannounced, because removing them one at a time would tell
+  // nobody anything (0: none).
   std::size_t quietlyRemovable() const noexcept;
   void removeQuietly(std::size_t count);
+  // The same for the first occurrence of each of the `count` elements at
+  // `elements`, as removeElement() of one after another would remove them.
+  void removeQuietly(const std::shared_ptr<YIniElement>* elements, std::size_t count);
   // Whether an announcement by `child` that leaves its modified state as it
   // is would reach nobody: its only observer is a library composite that
   // would find nothing changed and tell nobody in turn. The leaves then skip it.

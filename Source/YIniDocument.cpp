@@ -28,7 +28,20 @@ std::shared_ptr<YIniDocument::CommentList> YIniDocument::comments() const {
 
 void YIniDocument::removeAllSections() {
   auto list = sections();
-  for (const auto& section : *list) removeElement(section);
+  // Removals nobody could hear of are made at once (see removeAllElements());
+  // the list taken first keeps every section alive until the end.
+  const auto& all = list->vector();
+  std::vector<std::shared_ptr<YIniElement>> batch;
+  for (std::size_t next = 0; next < all.size();) {
+    const std::size_t quiet = std::min(quietlyRemovable(), all.size() - next);
+    if (quiet == 0) {
+      removeElement(all[next++]);
+      continue;
+    }
+    batch.assign(all.begin() + static_cast<std::ptrdiff_t>(next), all.begin() + static_cast<std::ptrdiff_t>(next + quiet));
+    removeQuietly(batch.data(), quiet);
+    next += quiet;
+  }
 }
 
 std::shared_ptr<YIniSection> YIniDocument::sectionForName(const YString& name) const {

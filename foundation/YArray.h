@@ -195,6 +195,23 @@ class YArray : public YObject {
     _items.erase(first, first + static_cast<std::ptrdiff_t>(length));
     ++_mutations;
   }
+  /// Removes, at once, each entry for which `test(entry)` is true; `test` is
+  /// called once per entry, in order, and must not change the list. An
+  /// immutable list throws YInvalidArgumentException.
+  template <class Test>
+  void removeObjectsPassingTest(Test test) {
+    if (!_mutable) ydetail::throwImmutableMutation(this, "removeObjectsPassingTest");
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < _items.size(); ++i) {
+      if (test(std::as_const(_items[i]))) continue;
+      if (kept != i) std::swap(_items[kept], _items[i]);
+      ++kept;
+    }
+    // The entries removed are gathered at the end, and released only now,
+    // with the list already in its new order.
+    _items.erase(_items.begin() + static_cast<std::ptrdiff_t>(kept), _items.end());
+    ++_mutations;
+  }
   /// Removes the last entry; fails as removeObjectAtIndex() does (an empty list throws YRangeException).
   void removeLastObject() {
     if (!_mutable) ydetail::throwImmutableMutation(this, "removeLastObject");

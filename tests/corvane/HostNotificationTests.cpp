@@ -229,4 +229,49 @@ TEST(HostNotifications, RemovingAllLeavesWhatRemovingOneAtATimeLeaves) {
   }
 }
 
+// removeAllSections removes each section through removeElement, in list
+// order; made at once where nobody would hear, the removals must leave all a
+// host can see as one removal after another leaves it.
+TEST(HostNotifications, RemovingAllSectionsLeavesWhatRemovingEachLeaves) {
+  using Step = std::function<void(YIniDocument&)>;
+  const Step commit = [](YIniDocument& d) { d.commit(); };
+  const std::vector<std::tuple<const char*, Step, bool>> cases = {
+      {"loaded, never committed", [](YIniDocument&) {}, false},
+      {"committed", commit, false},
+      {"committed, then grown", [](YIniDocument& d) { d.commit(), d.addElement(sec("n", {opt("k")})); }, false},
+      {"committed, a section held twice", [](YIniDocument& d) { d.commit(), d.addElement(d.sectionForName(S("b"))); }, false},
+      {"reverted: the list is immutable", [](YIniDocument& d) { d.commit(), d.revert(); }, false},
+      {"the host hears the document", commit, true},
+  };
+  const std::string text = "# top\n[a]\nk=1\n# between\n[b]\nx=2\n[a]\ny=3\n[c]\n# end\n";
+  for (const auto& [name, prepare, heard] : cases) {
+    SCOPED_TRACE(name);
+    auto run = [&, &prepare = prepare, &heard = heard](bool atOnce) {
+      auto document = YIniDocument::documentFromStringFactory(YString(text), YIniStandardElementFactory::standardFactory());
+      prepare(*document);
+      auto sections = document->sections();
+      Journal journal;
+      journal.document = document.get();
+      if (heard) journal.watch(*document, "document", YElementsKey, YKeyValueObservingOptionNew);
+      try {
+        if (atOnce) document->removeAllSections();
+        else for (const auto& s : sections->vector()) document->removeElement(s);
+      } catch (const YInvalidArgumentException& e) {
+        journal.step("refused: " + utf8(e.reason()));
+      }
+      journal.unwatchAll();
+      std::size_t observed = 0;
+      for (const auto& s : sections->vector()) observed += s->observationCountForObserver(document.get(), YModifiedKey);
+      auto state = [&](const char* when) {
+        return std::string(when) + ": " + visible(document->stringValue()) + " modified=" +
+               std::to_string(document->isModified()) + "\n";
+      };
+      std::string seen = journal.text + "observed=" + std::to_string(observed) + "\n" + state("after");
+      document->revert();
+      return seen + state("reverted");
+    };
+    EXPECT_EQ(run(true), run(false));
+  }
+}
+
 }  // namespace
