@@ -147,6 +147,22 @@ TEST(HostNotifications, AnObserverJoiningWhileASectionIsWrittenHearsTheRenamesAf
   }
 }
 
+// What `journal` records of `removal` (a refusal included), then how many of
+// `children` `parent` still observes.
+template <class Child>
+std::string removing(Journal& journal, const YArray<Child>& children, const YIniCompositeElement& parent,
+                     const std::function<void()>& removal) {
+  try {
+    removal();
+  } catch (const YInvalidArgumentException& e) {
+    journal.step("refused: " + utf8(e.reason()));
+  }
+  journal.unwatchAll();
+  std::size_t observed = 0;
+  for (const auto& child : children.vector()) observed += child->observationCountForObserver(&parent, YModifiedKey);
+  return journal.text + "observed=" + std::to_string(observed) + "\n";
+}
+
 // removeAllElements removes from index 0, one announced removal at a time.
 // Removals it makes at once, where nobody would hear of them, must leave all a
 // host can see, then and after, as one removal at a time leaves it.
@@ -192,22 +208,17 @@ TEST(HostNotifications, RemovingAllLeavesWhatRemovingOneAtATimeLeaves) {
       if (heard == "section modified") journal.watch(*section, "section", YModifiedKey, options);
       if (heard == "document modified") journal.watch(*document, "document", YModifiedKey, options);
       if (heard == "option modified") journal.watch(*first, "option", YModifiedKey, options);
-      try {
+      std::string seen = removing(journal, *initial, *section, [&] {
         if (atOnce) section->removeAllElements();
         else while (section->elements()->count()) section->removeObjectFromElementsAtIndex(0);
-      } catch (const YInvalidArgumentException& e) {
-        journal.step("refused: " + utf8(e.reason()));
-      }
-      journal.unwatchAll();
-      std::size_t observed = 0;
-      for (const auto& child : initial->vector()) observed += child->observationCountForObserver(section.get(), YModifiedKey);
+      });
       auto state = [&](const char* when) {
         std::ostringstream line;
         line << when << ": count=" << section->elements()->count() << " section=" << section->isModified()
              << "/" << section->hasModifiedElements() << " document=" << document->isModified() << "\n";
         return line.str();
       };
-      std::string seen = journal.text + "observed=" + std::to_string(observed) + "\n" + state("after");
+      seen += state("after");
       first->setValue(S("changed after"));  // no longer the section's: tells it nothing
       seen += state("removed child changed");
       try {
@@ -253,20 +264,15 @@ TEST(HostNotifications, RemovingAllSectionsLeavesWhatRemovingEachLeaves) {
       Journal journal;
       journal.document = document.get();
       if (heard) journal.watch(*document, "document", YElementsKey, YKeyValueObservingOptionNew);
-      try {
+      std::string seen = removing(journal, *sections, *document, [&] {
         if (atOnce) document->removeAllSections();
         else for (const auto& s : sections->vector()) document->removeElement(s);
-      } catch (const YInvalidArgumentException& e) {
-        journal.step("refused: " + utf8(e.reason()));
-      }
-      journal.unwatchAll();
-      std::size_t observed = 0;
-      for (const auto& s : sections->vector()) observed += s->observationCountForObserver(document.get(), YModifiedKey);
+      });
       auto state = [&](const char* when) {
         return std::string(when) + ": " + visible(document->stringValue()) + " modified=" +
                std::to_string(document->isModified()) + "\n";
       };
-      std::string seen = journal.text + "observed=" + std::to_string(observed) + "\n" + state("after");
+      seen += state("after");
       document->revert();
       return seen + state("reverted");
     };
