@@ -299,19 +299,14 @@ std::size_t YIniCompositeElement::quietlyRemovable() const noexcept {
 void YIniCompositeElement::removeQuietly(const std::shared_ptr<YIniElement>* elements, std::size_t count) {
   std::unordered_map<const YIniElement*, std::size_t> wanted;  // occurrences still to remove
   for (std::size_t i = 0; i < count; ++i) ++wanted[elements[i].get()];
-  std::vector<bool> removed;
-  removed.reserve(_elements->count());
-  for (const auto& child : _elements->vector()) {
+  // The test meets the children once each, in order: the first occurrences go.
+  _elements->removeObjectsPassingTest([&](const std::shared_ptr<YIniElement>& child) {
     const auto found = wanted.find(child.get());
-    const bool goes = found != wanted.end() && found->second > 0;
-    if (goes) {
-      --found->second;
-      unsubscribeForChangesInElement(child);  // goes too
-    }
-    removed.push_back(goes);
-  }
-  std::size_t at = 0;
-  _elements->removeObjectsPassingTest([&](const auto&) { return removed[at++]; });
+    if (found == wanted.end() || found->second == 0) return false;
+    --found->second;
+    unsubscribeForChangesInElement(child);  // goes too
+    return true;
+  });
 }
 
 void YIniCompositeElement::removeQuietly(std::size_t count) {

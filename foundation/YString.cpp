@@ -636,14 +636,7 @@ YString YString::formatWithArguments(const char* format, const YFormatArg* args,
       throw YInvalidArgumentException(stringWithFormat("stringWithFormat: no argument for %s", directive));
     return args[next++];
   };
-  auto appendUTF8Text = [&](std::string_view text) {
-    std::u16string units;
-    if (decodeUTF8(text, units)) {
-      out += units;
-    } else {
-      for (unsigned char ch : text) out.push_back(ch);  // bytes as Latin-1
-    }
-  };
+  auto appendUTF8Text = [&](std::string_view text) { out += unitsOfText(text); };
   auto wrongKind = [](const char* directive) {
     throw YInvalidArgumentException(stringWithFormat("stringWithFormat: wrong argument kind for %s", directive));
   };

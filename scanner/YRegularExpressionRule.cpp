@@ -278,7 +278,8 @@ pcre2_match_context* YRegularExpressionRule::Matcher::contextForLength(std::size
 }
 
 namespace {
-constexpr std::size_t kFirstJitStack = std::size_t(256) << 10;
+// The JIT stacks a rule grows to: each eight times the last, up to the largest.
+constexpr std::size_t kFirstJitStack = std::size_t(256) << 10, kLargestJitStack = std::size_t(64) << 20;
 }  // namespace
 
 void YRegularExpressionRule::Matcher::releaseLargeJitStack() noexcept {
@@ -293,9 +294,8 @@ bool YRegularExpressionRule::Matcher::growJitStack() {
   // Each size is eight times the last (the largest 64 MiB), so the tries
   // before the last cost a fraction of it. The stack is address space,
   // taken in pages only as deep as a match goes.
-  constexpr std::size_t kFirst = kFirstJitStack, kLargest = std::size_t(64) << 20;
-  if (jitStackSize >= kLargest) return false;
-  const std::size_t size = jitStackSize ? std::min(jitStackSize * 8, kLargest) : kFirst;
+  if (jitStackSize >= kLargestJitStack) return false;
+  const std::size_t size = jitStackSize ? std::min(jitStackSize * 8, kLargestJitStack) : kFirstJitStack;
   pcre2_jit_stack* larger = pcre2_jit_stack_create(32 << 10, size, nullptr);
   if (!larger) return false;
   if (!context && !(context = pcre2_match_context_create(nullptr))) {

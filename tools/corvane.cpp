@@ -241,8 +241,9 @@ class EditSession {
 
 int runGet(const CommandLine& line) {
   IniFile file(line.operands[0], readInput(line.operands[0]));
+  const std::string prefix = line.prefix.value_or("");
   if (line.operands.size() == 1) {
-    writeOut(formatFile(file, line.format, line.prefix.value_or("")));
+    writeOut(formatFile(file, line.format, prefix));
     return kDone;
   }
   const YString sectionName = argumentString(line.operands[1]);
@@ -252,13 +253,13 @@ int runGet(const CommandLine& line) {
     throw Failure{kNotFound, file.label() + ": no section " + bracketed(sectionName)};
   }
   if (line.operands.size() == 2) {
-    writeOut(formatSection(file, *section, line.format, line.prefix.value_or("")));
+    writeOut(formatSection(file, *section, line.format, prefix));
     return kDone;
   }
   const YString optionName = argumentString(line.operands[2]);
   for (const OptionEntry& option : section->options)
     if (option.name.isEqualToString(optionName)) {
-      writeOut(formatOption(file, *section, option, line.format, line.prefix.value_or("")));
+      writeOut(formatOption(file, *section, option, line.format, prefix));
       return kDone;
     }
   file.refuseUnread(section->head ? nullptr : file.section(sectionName), section->head,
