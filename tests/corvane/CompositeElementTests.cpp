@@ -336,13 +336,9 @@ TEST(Composite, NestingStopsAtTheDeepestLevel) {
   auto section = [] { return YIniSection::sectionWithName(S("s")); };
   // A chain of `n` sections, each holding the next; the top and the bottom one.
   auto chain = [&](std::size_t n) {
-    auto top = section();
-    std::shared_ptr<YIniSection> bottom = top;
-    for (std::size_t i = 1; i < n; ++i) {
-      auto next = section();
-      bottom->addElement(next);
-      bottom = next;
-    }
+    auto top = section(), bottom = top;
+    for (; n > 1; --n, bottom = std::static_pointer_cast<YIniSection>(bottom->elements()->lastObject()))
+      bottom->addElement(section());
     return std::pair{top, bottom};
   };
   const char* tooDeep = "element keeps the tree within 256 levels";
@@ -373,8 +369,7 @@ TEST(Composite, NestingStopsAtTheDeepestLevel) {
   holder->addElement(twice);  // 1 + 1 + 200 levels
   auto above = chain(deepest - 202 + 1);
   EXPECT_PRECONDITION(above.second->addElement(holder), tooDeep);
-  auto fits = chain(deepest - 202).second;
-  fits->addElement(holder);
+  chain(deepest - 202).second->addElement(holder);
   // Above: the parent on the longer way counts, for a composite in two.
   auto shallow = chain(2), deep = chain(deepest - 1);
   auto inTwo = section();
