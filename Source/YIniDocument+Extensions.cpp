@@ -280,22 +280,16 @@ bool YIniDocument::writeToFileAtomicallyEncodingError(const YString& filePath, b
   if (YParameterFailedAtLine(!filePath.isNull(), "filePath != nil", YFilePathCheckLine)) return false;
   // The library's own document writes UTF-8 straight into the bytes it
   // saves, the same text stringValue() gives, without holding it as UTF-16.
-  if (encoding == YUTF8StringEncoding && typeid(*this) == typeid(YIniDocument)) {
-    if (atomically) return writeUTF8ToFileInPieces(filePath, error);
-    auto writer = std::make_shared<YUTF8Writer>(_loadedLength + _loadedLength / 16);
-    YIniDocumentWriter::writerWithDocument(std::static_pointer_cast<YIniDocument>(shared_from_this()))->write(writer);
-    if (!writer->finish(error)) return false;
-    return YWriteFile(filePath, writer->bytes(), atomically, error);
-  }
+  if (encoding == YUTF8StringEncoding && typeid(*this) == typeid(YIniDocument))
+    return writeUTF8ToFileInPieces(filePath, atomically, error);
   return stringValue().writeToFileAtomicallyEncodingError(filePath, atomically, encoding, error);
 }
 
-// Saved atomically, the text goes to the temporary file a piece at a time as
-// it is made, instead of whole in memory: a lone surrogate, or an exception
-// from code that writing runs, removes the temporary file and leaves the
-// target as it was. (Written in place, the whole text is made first: a lone
-// surrogate found late must not leave the target half written.)
-bool YIniDocument::writeUTF8ToFileInPieces(const YString& filePath, std::shared_ptr<YError>* error) {
+// The text goes a piece at a time, as it is made, to the temporary file of
+// an atomic save or the staging file of one in place, instead of whole into
+// memory: a lone surrogate, or an exception from code that writing runs,
+// removes that file and leaves the target as it was.
+bool YIniDocument::writeUTF8ToFileInPieces(const YString& filePath, bool atomically, std::shared_ptr<YError>* error) {
   constexpr std::size_t kPieceBytes = std::size_t(256) << 10;
   struct LoneSurrogate {};
   const auto writer =
@@ -317,7 +311,7 @@ bool YIniDocument::writeUTF8ToFileInPieces(const YString& filePath, std::shared_
     return writer->bytes();
   };
   try {
-    return YWriteFileChunks(filePath, nextPiece, true, error);
+    return YWriteFileChunks(filePath, nextPiece, YFileWriteOptions{.atomically = atomically, .staged = true}, error);
   } catch (const LoneSurrogate&) {
     if (error) *error = failure;
     return false;

@@ -178,9 +178,14 @@ class YIniDocument : public YIniCompositeElement {
   /// asked (the target is never left half-written; it becomes a new file, so
   /// other hard links keep the old text), following a symbolic link and
   /// refusing a target that is not a regular file (see YWriteFileChunks in
-  /// YFile.h for the details and the risks of not saving atomically).
-  /// Returns false and sets `*error` (when not null) on any I/O or encoding
-  /// failure; a null path is a failed precondition ("filePath != nil").
+  /// YFile.h for the details and the risks of not saving atomically). Saved
+  /// in place, the whole text is made before the target is touched: the
+  /// library's own document in UTF-8 stages it in an unnamed file beside the
+  /// target where the folder allows, instead of holding it in memory. Either
+  /// way a character the encoding lacks, or an exception while the text is
+  /// made, leaves the target as it was. Returns false and sets `*error` (when
+  /// not null) on any I/O or encoding failure; a null path is a failed
+  /// precondition ("filePath != nil").
   [[nodiscard]] bool writeToFileAtomicallyEncodingError(const YString& filePath, bool atomically, YStringEncoding encoding,
                                           std::shared_ptr<YError>* error);
 
@@ -271,8 +276,8 @@ class YIniDocument : public YIniCompositeElement {
   // Loads `string`, noting in `record` (when not null) where each element came from.
   YIniDocument* loadTextFactoryRecord(const YString& string, std::shared_ptr<YIniElementFactory> factory,
                                       std::shared_ptr<YIniSourceRecord> record);
-  // The library's own document saved atomically in UTF-8, made and written a piece at a time.
-  bool writeUTF8ToFileInPieces(const YString& filePath, std::shared_ptr<YError>* error);
+  // The library's own document saved in UTF-8, made and written a piece at a time.
+  bool writeUTF8ToFileInPieces(const YString& filePath, bool atomically, std::shared_ptr<YError>* error);
   std::shared_ptr<YIniElementFactory> _factory;
   // The text the document was loaded from; null for copies and documents built in code.
   std::shared_ptr<YIniSourceRecord> _source;

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <ctime>
 #include <limits>
+#include <memory>
 #include <utility>
 
 #include "YAllocator.h"
@@ -255,11 +256,17 @@ bool writeThrough(const YString& path, const Target& target, const std::function
   return true;
 }
 
-// Truncates the target and writes it in place. Opened without waiting, so
-// that a FIFO put there meanwhile is refused instead of blocking the save.
-bool writeInPlace(const YString& path, const Target& target, const std::function<std::string_view()>& next,
-                  std::shared_ptr<YError>* error) {
-  Descriptor fd(::open(target.path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666));
+// The folder a (resolved) target path lies in.
+std::string folderOf(const std::string& path) {
+  const auto slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
+}
+
+// Opens the target to be written in place and truncates it. Opened without
+// waiting, so that a FIFO put there meanwhile is refused instead of blocking
+// the save.
+bool openInPlace(const YString& path, const Target& target, Descriptor& fd, std::shared_ptr<YError>* error) {
+  fd.reset(::open(target.path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666));
   if (!fd) {
     if (errno == ENXIO) return notARegularFile(error, path, "a FIFO without a reader or a device", ENXIO);
     if (errno == ELOOP) return notARegularFile(error, path, "a loop of symbolic links", ELOOP);
@@ -272,7 +279,65 @@ bool writeInPlace(const YString& path, const Target& target, const std::function
   const int flags = ::fcntl(fd.get(), F_GETFL);
   if (flags < 0 || ::fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK) != 0 || ::ftruncate(fd.get(), 0) != 0)
     return writeFailed(error, "Cannot write file", path, errno);
+  return true;
+}
+
+// Truncates the target and writes it in place.
+bool writeInPlace(const YString& path, const Target& target, const std::function<std::string_view()>& next,
+                  std::shared_ptr<YError>* error) {
+  Descriptor fd;
+  if (!openInPlace(path, target, fd, error)) return false;
   if (!writeAll(fd.get(), next)) return writeFailed(error, "Cannot write file", path, errno);
+  if (!fd.close()) return writeFailed(error, "Cannot write file", path, errno);
+  return true;
+}
+
+// Copies all of `from`, from its start, to `to` at its position, in the
+// kernel where it can; false with errno set.
+bool copyAll(int from, int to) {
+  off_t offset = 0;
+  for (;;) {
+    const ssize_t n = ::copy_file_range(from, &offset, to, nullptr, kWritePiece, 0);
+    if (n > 0) continue;
+    if (n == 0) return true;
+    if (errno == EINTR) continue;
+    // Not between these files (older kernels across file systems): read and write.
+    if (offset == 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) break;
+    return false;
+  }
+  std::unique_ptr<char[]> buffer(new char[kWritePiece]);
+  for (;;) {
+    const ssize_t n = ::pread(from, buffer.get(), kWritePiece, offset);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return n == 0;
+    offset += n;
+    bool given = false;
+    if (!writeAll(to, [&]() -> std::string_view {
+          if (std::exchange(given, true)) return {};
+          return {buffer.get(), static_cast<std::size_t>(n)};
+        }))
+      return false;
+  }
+}
+
+// Writes the pieces to an unnamed file beside the target, then truncates the
+// target and copies them in: the target is touched only once all of them
+// are known. Without such a file, they are gathered in memory.
+bool writeInPlaceStaged(const YString& path, const Target& target, const std::function<std::string_view()>& next,
+                        std::shared_ptr<YError>* error) {
+  Descriptor stage(::open(folderOf(target.path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  if (!stage) {
+    std::string gathered;
+    for (std::string_view piece = next(); !piece.empty(); piece = next()) gathered.append(piece);
+    bool given = false;
+    return writeInPlace(
+        path, target,
+        [&]() -> std::string_view { return std::exchange(given, true) ? std::string_view() : gathered; }, error);
+  }
+  if (!writeAll(stage.get(), next)) return writeFailed(error, "Cannot write file", path, errno);
+  Descriptor fd;
+  if (!openInPlace(path, target, fd, error)) return false;
+  if (!copyAll(stage.get(), fd.get())) return writeFailed(error, "Cannot write file", path, errno);
   if (!fd.close()) return writeFailed(error, "Cannot write file", path, errno);
   return true;
 }
@@ -359,7 +424,7 @@ bool createNewFile(int dirfd, const std::string& prefix, bool targetExists, Desc
 bool writeAtomically(const YString& path, const Target& target, const std::function<std::string_view()>& next,
                      std::shared_ptr<YError>* error) {
   const auto slash = target.path.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : target.path.substr(0, slash == 0 ? 1 : slash);
+  const std::string folder = folderOf(target.path);
   const std::string base = slash == std::string::npos ? target.path : target.path.substr(slash + 1);
   // A folder the caller may search but not read is used without being
   // flushed or cleaned.
@@ -544,7 +609,8 @@ bool YWriteFileChunks(const YString& path, const std::function<std::string_view(
   }
   if (options.writeThrough && target.exists && target.throughDescriptor)
     return writeThrough(path, target, next, error);
-  return options.atomically ? writeAtomically(path, target, next, error) : writeInPlace(path, target, next, error);
+  if (options.atomically) return writeAtomically(path, target, next, error);
+  return options.staged ? writeInPlaceStaged(path, target, next, error) : writeInPlace(path, target, next, error);
 }
 
 bool YWriteFileChunks(const YString& path, const std::function<std::string_view()>& next, bool atomically,

@@ -90,6 +90,17 @@ struct YFileWriteOptions {
   /// file's identity are kept. Use it only where losing the old bytes does
   /// not matter.
   bool atomically = true;
+  /// In place only. True: the pieces are first written to an unnamed file in
+  /// the target's folder (O_TMPFILE), and only once `next` has given the last
+  /// of them is the target truncated and filled from that file by the kernel.
+  /// An exception from `next`, a full disk or a size limit met while the
+  /// pieces are written then leaves the target as it was, without the whole
+  /// text held in memory; the bytes are written twice. Where the folder
+  /// offers no such file (a folder the process may not write, a file system
+  /// without O_TMPFILE), the pieces are gathered in memory instead, which
+  /// keeps the target as it was on an exception from `next`. A failure while
+  /// the target itself is filled leaves it partly written, as above.
+  bool staged = false;
   /// True: a FIFO, a character device or a block device (/dev/null, a
   /// terminal, a pipe behind /dev/stdout) is written into, never replaced,
   /// in both modes. Opening a FIFO waits until it has a reader. A regular
@@ -122,8 +133,8 @@ struct YFileWriteOptions {
 /// The same with the bytes handed over piece by piece: `next` returns the
 /// next piece, and an empty one at the end. The pieces stay valid until the
 /// next call. An exception from `next` removes the new file (when writing
-/// atomically) and passes on; the target is then unchanged (atomically) or
-/// partly written (in place).
+/// atomically) and passes on; the target is then unchanged (atomically or
+/// staged) or partly written (in place).
 [[nodiscard]] bool YWriteFileChunks(const YString& path, const std::function<std::string_view()>& next,
                                     const YFileWriteOptions& options, std::shared_ptr<YError>* error);
 /// The same with the default options but `atomically`.

@@ -53,6 +53,17 @@ extern "C" int renameat(int fromFolder, const char* from, int toFolder, const ch
   return static_cast<int>(::syscall(SYS_renameat2, fromFolder, from, toFolder, to, 0));
 }
 
+// Refused, copy_file_range fails as it does between some file systems.
+std::atomic<bool> gRefuseKernelCopies{false};
+extern "C" ssize_t copy_file_range(int from, off64_t* fromOffset, int to, off64_t* toOffset, size_t length,
+                                   unsigned flags) {
+  if (gRefuseKernelCopies) {
+    errno = EXDEV;
+    return -1;
+  }
+  return static_cast<ssize_t>(::syscall(SYS_copy_file_range, from, fromOffset, to, toOffset, length, flags));
+}
+
 extern "C" mode_t umask(mode_t mask) {
   ++gUmaskCalls;
   return static_cast<mode_t>(::syscall(SYS_umask, mask));
@@ -274,6 +285,57 @@ TEST(YFileWriteTest, OnlyStaleFilesOfOurPatternForTheTargetAreRemoved) {
   std::string listed;
   for (const std::string& name : expected) listed += name + " ";
   EXPECT_EQ(listing(dir.path), listed);
+}
+
+// Staged, a save in place touches the target only once the last piece is
+// known, copied in by the kernel or, where it refuses, read and written; without
+// unnamed files the pieces wait in memory. Either way the target keeps its
+// identity, and an exception from the pieces leaves it and its folder alone.
+TEST(YFileWriteTest, StagedSaveInPlaceTouchesTheTargetOnlyOnceComplete) {
+  struct Case {
+    const char* name;
+    bool refuseKernelCopies, unnamed;
+  } cases[] = {{"copied by the kernel", false, true},
+               {"read and written", true, true},
+               {"in memory", false, false}};
+  std::string bytes;
+  for (int i = 0; bytes.size() < 700 * 1024; ++i) bytes += "line " + std::to_string(i) + "\n";  // several copies
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir dir;
+    const std::string target = dir / "t.ini";
+    writeBytes(target, "old", 0640);
+    const auto report = inChild([&]() -> Lines {
+      if (!c.unnamed)
+        if (std::string why = refuseUnnamedFiles(); !why.empty()) return {why};
+      gRefuseKernelCopies = c.refuseKernelCopies;
+      const std::string before = identity(target);
+      Lines report;
+      for (std::size_t throwAt : {std::size_t(3), std::size_t(8), std::size_t(0)}) {  // 8: instead of the end
+        std::size_t at = 0, pieces = 0;
+        auto next = [&]() -> std::string_view {
+          if (++pieces == throwAt) throw std::runtime_error("piece " + std::to_string(pieces));
+          const std::size_t length = std::min<std::size_t>(100 * 1024, bytes.size() - at);
+          at += length;
+          return std::string_view(bytes).substr(at - length, length);
+        };
+        std::shared_ptr<YError> error;
+        try {
+          report.push_back(YWriteFileChunks(YString(target), next, YFileWriteOptions{.atomically = false, .staged = true},
+                                            &error)
+                               ? "saved"
+                               : summary(error));
+        } catch (const std::runtime_error& e) {
+          report.push_back(e.what());
+        }
+        report.push_back(readBytes(target) == bytes ? "new" : readBytes(target));
+      }
+      report.push_back(identity(target) == before ? "same file" : "another file");
+      report.push_back(listing(dir.path));
+      return report;
+    });
+    EXPECT_EQ(report, Lines({"piece 3", "old", "piece 8", "old", "saved", "new", "same file", "t.ini "}));
+  }
 }
 
 TEST(YFileWriteTest, WritingThroughFillsFifosAndDevicesAndNeverReplacesThem) {
