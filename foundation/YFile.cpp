@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -156,19 +157,24 @@ class SigpipeBlock {
 // were already 36 ms. The extra calls cost microseconds.
 constexpr std::size_t kWritePiece = std::size_t(256) << 10;
 
+// Writes all of `bytes`; false with errno set on a failed write.
+bool writeBytes(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    ssize_t n = ::write(fd, bytes.data(), std::min(bytes.size(), kWritePiece));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
 // Writes every piece `next` gives; false with errno set on a failed write.
 // An exception from `next` passes on.
 bool writeAll(int fd, const std::function<std::string_view()>& next) {
-  for (std::string_view bytes = next(); !bytes.empty(); bytes = next()) {
-    while (!bytes.empty()) {
-      ssize_t n = ::write(fd, bytes.data(), std::min(bytes.size(), kWritePiece));
-      if (n < 0) {
-        if (errno == EINTR) continue;
-        return false;
-      }
-      bytes.remove_prefix(static_cast<std::size_t>(n));
-    }
-  }
+  for (std::string_view bytes = next(); !bytes.empty(); bytes = next())
+    if (!writeBytes(fd, bytes)) return false;
   return true;
 }
 
@@ -292,54 +298,93 @@ bool writeInPlace(const YString& path, const Target& target, const std::function
   return true;
 }
 
-// Copies all of `from`, from its start, to `to` at its position, in the
+// Reads `length` bytes of `from` from `offset` on into `to` at `offset` on
+// (which holds that many); false with errno set when it cannot.
+bool readAt(int from, char* to, std::size_t length, off_t offset) {
+  for (std::size_t done = 0; done < length;) {
+    const ssize_t n = ::pread(from, to + done, length - done, offset + static_cast<off_t>(done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = EIO;  // shorter than written
+      return false;
+    }
+    done += static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+// Copies the first `length` bytes of `from` to `to` at its position, in the
 // kernel where it can; false with errno set.
-bool copyAll(int from, int to) {
+bool copyAll(int from, int to, off_t length) {
   off_t offset = 0;
-  for (;;) {
+  while (offset < length) {
     const ssize_t n = ::copy_file_range(from, &offset, to, nullptr, kWritePiece, 0);
     if (n > 0) continue;
-    if (n == 0) return true;
+    if (n == 0) break;
     if (errno == EINTR) continue;
     // Not between these files (older kernels across file systems): read and write.
     if (offset == 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) break;
     return false;
   }
+  if (offset == length) return true;
   std::unique_ptr<char[]> buffer(new char[kWritePiece]);
-  for (;;) {
-    const ssize_t n = ::pread(from, buffer.get(), kWritePiece, offset);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return n == 0;
-    offset += n;
-    bool given = false;
-    if (!writeAll(to, [&]() -> std::string_view {
-          if (std::exchange(given, true)) return {};
-          return {buffer.get(), static_cast<std::size_t>(n)};
-        }))
-      return false;
+  for (; offset < length; offset += static_cast<off_t>(kWritePiece)) {
+    const std::size_t n = static_cast<std::size_t>(std::min<off_t>(length - offset, kWritePiece));
+    if (!readAt(from, buffer.get(), n, offset) || !writeBytes(to, {buffer.get(), n})) return false;
   }
+  return true;
+}
+
+// Whether `length` bytes fit on the target's volume once the target is
+// truncated: the room free to this process and the room the target's blocks
+// take. True where the volume cannot tell.
+bool fitsInPlace(const Target& target, std::size_t length) {
+  struct statvfs volume{};
+  if (::statvfs(folderOf(target.path).c_str(), &volume) != 0) return true;
+  const unsigned long long free = ::geteuid() == 0 ? volume.f_bfree : volume.f_bavail;
+  const unsigned long long room = free * volume.f_frsize + (target.exists ? target.status.st_blocks * 512ull : 0);
+  return length <= room;
 }
 
 // Writes the pieces to an unnamed file beside the target, then truncates the
 // target and copies them in: the target is touched only once all of them
-// are known. Without such a file, they are gathered in memory.
+// are known. Where the folder has no such file, or the volume no room for
+// both copies, the pieces are gathered in memory instead; those of a volume
+// without room are written only where the truncated target leaves enough.
 bool writeInPlaceStaged(const YString& path, const Target& target, const std::function<std::string_view()>& next,
                         std::shared_ptr<YError>* error) {
   Descriptor stage(::open(folderOf(target.path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
-  if (!stage) {
-    std::string gathered;
-    for (std::string_view piece = next(); !piece.empty(); piece = next()) gathered.append(piece);
-    bool given = false;
-    return writeInPlace(
-        path, target,
-        [&]() -> std::string_view { return std::exchange(given, true) ? std::string_view() : gathered; }, error);
+  std::string gathered;
+  off_t staged = 0;
+  bool outOfSpace = false;
+  for (std::string_view piece = next(); !piece.empty(); piece = next()) {
+    if (stage) {
+      if (writeBytes(stage.get(), piece)) {
+        staged += static_cast<off_t>(piece.size());
+        continue;
+      }
+      if (errno != ENOSPC && errno != EDQUOT) return writeFailed(error, "Cannot write file", path, errno);
+      outOfSpace = errno == ENOSPC;
+      gathered.resize(static_cast<std::size_t>(staged));
+      if (!readAt(stage.get(), gathered.data(), gathered.size(), 0))
+        return writeFailed(error, "Cannot write file", path, errno);
+      stage.reset(-1);
+    }
+    gathered.append(piece);
   }
-  if (!writeAll(stage.get(), next)) return writeFailed(error, "Cannot write file", path, errno);
   Descriptor fd;
-  if (!openInPlace(path, target, fd, error)) return false;
-  if (!copyAll(stage.get(), fd.get())) return writeFailed(error, "Cannot write file", path, errno);
-  if (!fd.close()) return writeFailed(error, "Cannot write file", path, errno);
-  return true;
+  if (stage) {
+    if (!openInPlace(path, target, fd, error)) return false;
+    if (!copyAll(stage.get(), fd.get(), staged)) return writeFailed(error, "Cannot write file", path, errno);
+    if (!fd.close()) return writeFailed(error, "Cannot write file", path, errno);
+    return true;
+  }
+  if (outOfSpace && !fitsInPlace(target, gathered.size()))
+    return writeFailed(error, "Cannot write file", path, ENOSPC);
+  bool given = false;
+  return writeInPlace(
+      path, target, [&]() -> std::string_view { return std::exchange(given, true) ? std::string_view() : gathered; },
+      error);
 }
 
 // Six letters or digits for a temporary name, from the kernel's random

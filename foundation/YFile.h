@@ -98,8 +98,11 @@ struct YFileWriteOptions {
   /// text held in memory; the bytes are written twice. Where the folder
   /// offers no such file (a folder the process may not write, a file system
   /// without O_TMPFILE), the pieces are gathered in memory instead, which
-  /// keeps the target as it was on an exception from `next`. A failure while
-  /// the target itself is filled leaves it partly written, as above.
+  /// keeps the target as it was on an exception from `next`. So are they
+  /// where the volume has no room for both copies; the target is then
+  /// written only where its truncation leaves room for them (as the volume
+  /// tells), else the save fails with YFileWriteOutOfSpaceError first. A
+  /// failure while the target itself is filled leaves it partly written.
   bool staged = false;
   /// True: a FIFO, a character device or a block device (/dev/null, a
   /// terminal, a pipe behind /dev/stdout) is written into, never replaced,

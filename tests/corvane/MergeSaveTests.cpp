@@ -225,7 +225,8 @@ TEST_F(Saving, SavesOfLongTextsAreExactOrLeaveEverythingAsItWas) {
     }
     ASSERT_EQ(report.size(), 9u) << ::testing::PrintToString(report);
     EXPECT_EQ(std::vector<std::string>(report.begin(), report.begin() + 4), std::vector<std::string>(4, "exact"));
-    for (int i : {4, 5}) EXPECT_NE(report[i].find("position " + std::to_string(position)), std::string::npos) << report[i];
+    for (int i : {4, 5})
+      EXPECT_NE(report[i].find("position " + std::to_string(position)), std::string::npos) << report[i];
     EXPECT_EQ(std::vector<std::string>(report.begin() + 6, report.end()),
               (std::vector<std::string>{"no text", "kept", "long.ini "}));
   }

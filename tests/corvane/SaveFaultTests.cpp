@@ -33,11 +33,15 @@ using namespace filefault;
 constexpr uid_t kNobody = 65534;
 const std::string kOriginal = "[a]\nk=original\n";
 
-/// A document whose value for a.k is `size` letters.
-std::shared_ptr<YIniDocument> documentOfSize(std::size_t size) {
-  auto document = YIniDocument::documentFromStringFactory(YString(u"[a]\nk=v\n"),
-                                                          YIniStandardElementFactory::standardFactory());
-  document->sectionForName(YString(u"a"))->setValueForOptionWithName(YString(std::string(size, 'x')), YString(u"k"));
+/// A document whose value for a.k is `size` letters, or with `sections`,
+/// that many sections each holding an option of `size` letters (so that its
+/// text is written in pieces).
+std::shared_ptr<YIniDocument> documentOfSize(std::size_t size, int sections = 0) {
+  std::string text = "[a]\nk=v\n";
+  for (int i = 0; i < sections; ++i) text += "[s" + std::to_string(i) + "]\nk=" + std::string(size, 'x') + "\n";
+  auto document = YIniDocument::documentFromStringFactory(YString(text), YIniStandardElementFactory::standardFactory());
+  if (!sections)
+    document->sectionForName(YString(u"a"))->setValueForOptionWithName(YString(std::string(size, 'x')), YString(u"k"));
   return document;
 }
 
@@ -52,13 +56,15 @@ std::vector<std::string> save(const std::shared_ptr<YIniDocument>& document, con
 }
 using Report = std::vector<std::string>;
 
-/// Mounts a 64 KiB tmpfs on `dir` in a private mount namespace, so the mount dies with the child.
-std::string mountSmallTmpfs(const std::string& dir) {
+/// Mounts a tmpfs of `size` on `dir` in a private mount namespace, so the mount dies with the child.
+std::string mountTmpfs(const std::string& dir, const std::string& size) {
   if (::unshare(CLONE_NEWNS) != 0) return failed("unshare");
   if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return failed("private mounts");
-  if (::mount("corvane-test", dir.c_str(), "tmpfs", 0, "size=64k,mode=0755") != 0) return failed("tmpfs");
+  if (::mount("corvane-test", dir.c_str(), "tmpfs", 0, ("size=" + size + ",mode=0755").c_str()) != 0)
+    return failed("tmpfs");
   return "";
 }
+std::string mountSmallTmpfs(const std::string& dir) { return mountTmpfs(dir, "64k"); }
 
 /// Runs `body` in a child, first taking O_TMPFILE away when `unnamed` is false.
 std::vector<std::string> saveInChild(bool unnamed, const std::function<std::vector<std::string>()>& body) {
@@ -147,6 +153,36 @@ TEST(SaveFaultTest, FailedSaveLeavesEverythingAsItWas) {
     }
   }
   if (!unavailable.empty()) GTEST_SKIP() << "not set up: " << unavailable;
+}
+
+// On a volume without room for the staged copy beside the target, a save in
+// place writes its text where the truncated target leaves room for it, and
+// else fails before touching the target. The volume holds 1 MiB, the target
+// 600 KiB; the text runs out of room in its second piece.
+TEST(SaveFaultTest, InPlaceSaveOnAFullVolumeWritesOnlyWhatFitsOnceTruncated) {
+  const std::string old(600 * 1024, 'o');
+  struct Case {
+    std::size_t size;
+    Report report;
+  } cases[] = {{500, {"new"}}, {1100, {std::to_string(YFileWriteOutOfSpaceError), std::to_string(ENOSPC), "kept"}}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.size);
+    auto document = documentOfSize(1020, static_cast<int>(c.size));  // KiB of options
+    TempDir dir;
+    const std::string target = dir / "t.ini";
+    auto report = inChild([&]() -> std::vector<std::string> {
+      if (std::string why = mountTmpfs(dir.path, "1m"); !why.empty()) return {"unavailable: " + why};
+      writeBytes(target, old, 0600);
+      Report report = save(document, target, false);
+      if (report.size() == 3) report.pop_back();  // the description
+      const std::string now = readBytes(target);
+      report.push_back(now == old ? "kept" : now == document->stringValue().UTF8String() ? "new" : "other");
+      return report;
+    });
+    ASSERT_FALSE(report.empty());
+    if (report[0].rfind("unavailable", 0) == 0) GTEST_SKIP() << report[0];
+    EXPECT_EQ(report, c.report);
+  }
 }
 
 TEST(SaveFaultTest, TargetsThatAreNoRegularFileAreRefusedAndLeftAlone) {

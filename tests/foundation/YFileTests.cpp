@@ -320,11 +320,9 @@ TEST(YFileWriteTest, StagedSaveInPlaceTouchesTheTargetOnlyOnceComplete) {
           return std::string_view(bytes).substr(at - length, length);
         };
         std::shared_ptr<YError> error;
+        const YFileWriteOptions staged{.atomically = false, .staged = true};
         try {
-          report.push_back(YWriteFileChunks(YString(target), next, YFileWriteOptions{.atomically = false, .staged = true},
-                                            &error)
-                               ? "saved"
-                               : summary(error));
+          report.push_back(YWriteFileChunks(YString(target), next, staged, &error) ? "saved" : summary(error));
         } catch (const std::runtime_error& e) {
           report.push_back(e.what());
         }
