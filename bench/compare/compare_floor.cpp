@@ -38,8 +38,8 @@
 // - sets the one value and writes the text as UTF-8 through a 64 KiB buffer,
 //   by the library's line-end rules, in place (open, truncate, write, close),
 //   as compare_corvane's non-atomic save does, but as it encodes: the library
-//   makes the whole text first, so that a lone surrogate found late cannot
-//   leave the file half written;
+//   stages the whole text in a file beside the target first, so that a lone
+//   surrogate found late cannot leave the file half written;
 // - runs every element's and string's destructor before it exits, then takes
 //   the arena's memory back at once.
 // The model itself (elements, reader, writer) is in FloorModel.h, which
