@@ -372,8 +372,8 @@ bool writeInPlaceStaged(const YString& path, const Target& target, const std::fu
     }
     gathered.append(piece);
   }
-  Descriptor fd;
   if (stage) {
+    Descriptor fd;
     if (!openInPlace(path, target, fd, error)) return false;
     if (!copyAll(stage.get(), fd.get(), staged)) return writeFailed(error, "Cannot write file", path, errno);
     if (!fd.close()) return writeFailed(error, "Cannot write file", path, errno);
