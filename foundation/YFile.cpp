@@ -268,10 +268,11 @@ std::string folderOf(const std::string& path) {
   return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
 }
 
-// Opens the target to be written in place and truncates it. Opened without
-// waiting, so that a FIFO put there meanwhile is refused instead of blocking
-// the save.
-bool openInPlace(const YString& path, const Target& target, Descriptor& fd, std::shared_ptr<YError>* error) {
+// Opens the target to be written in place (creating it where it is missing)
+// and, when asked, truncates it. Opened without waiting, so that a FIFO put
+// there meanwhile is refused instead of blocking the save.
+bool openInPlace(const YString& path, const Target& target, Descriptor& fd, std::shared_ptr<YError>* error,
+                 bool truncate = true) {
   fd.reset(::open(target.path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666));
   if (!fd) {
     if (errno == ENXIO) return notARegularFile(error, path, "a FIFO without a reader or a device", ENXIO);
@@ -283,7 +284,7 @@ bool openInPlace(const YString& path, const Target& target, Descriptor& fd, std:
   if (::fstat(fd.get(), &status) != 0) return writeFailed(error, "Cannot write file", path, errno);
   if (!S_ISREG(status.st_mode)) return notARegularFile(error, path, kindOf(status.st_mode), 0);
   const int flags = ::fcntl(fd.get(), F_GETFL);
-  if (flags < 0 || ::fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK) != 0 || ::ftruncate(fd.get(), 0) != 0)
+  if (flags < 0 || ::fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK) != 0 || (truncate && ::ftruncate(fd.get(), 0) != 0))
     return writeFailed(error, "Cannot write file", path, errno);
   return true;
 }
@@ -314,8 +315,9 @@ bool readAt(int from, char* to, std::size_t length, off_t offset) {
 }
 
 // Copies the first `length` bytes of `from` to `to` at its position, in the
-// kernel where it can; false with errno set.
-bool copyAll(int from, int to, off_t length) {
+// kernel where it can, else through `buffer` (kWritePiece bytes); false with
+// errno set.
+bool copyAll(int from, int to, off_t length, char* buffer) {
   off_t offset = 0;
   while (offset < length) {
     const ssize_t n = ::copy_file_range(from, &offset, to, nullptr, kWritePiece, 0);
@@ -326,65 +328,76 @@ bool copyAll(int from, int to, off_t length) {
     if (offset == 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) break;
     return false;
   }
-  if (offset == length) return true;
-  std::unique_ptr<char[]> buffer(new char[kWritePiece]);
   for (; offset < length; offset += static_cast<off_t>(kWritePiece)) {
     const std::size_t n = static_cast<std::size_t>(std::min<off_t>(length - offset, kWritePiece));
-    if (!readAt(from, buffer.get(), n, offset) || !writeBytes(to, {buffer.get(), n})) return false;
+    if (!readAt(from, buffer, n, offset) || !writeBytes(to, {buffer, n})) return false;
   }
   return true;
 }
 
-// Whether `length` bytes fit on the target's volume once the target is
-// truncated: the room free to this process and the room the target's blocks
-// take. True where the volume cannot tell.
-bool fitsInPlace(const Target& target, std::size_t length) {
+// Whether `length` bytes fit on the target's volume once it is truncated,
+// as far as the volume tells: its blocks free to this process and the
+// target's own (open at `fd`; -1 for a target not there yet, to be made in
+// its folder). An estimate: quotas, metadata and shared extents are not
+// counted. True where the volume tells nothing.
+bool fitsOnceTruncated(const Target& target, int fd, off_t length) {
   struct statvfs volume{};
-  if (::statvfs(folderOf(target.path).c_str(), &volume) != 0) return true;
-  const unsigned long long free = ::geteuid() == 0 ? volume.f_bfree : volume.f_bavail;
-  const unsigned long long room = free * volume.f_frsize + (target.exists ? target.status.st_blocks * 512ull : 0);
-  return length <= room;
+  struct stat status{};
+  const bool told = fd >= 0 ? ::fstatvfs(fd, &volume) == 0 && ::fstat(fd, &status) == 0
+                            : ::statvfs(folderOf(target.path).c_str(), &volume) == 0;
+  if (!told || volume.f_frsize == 0 || volume.f_blocks == 0) return true;
+  const unsigned long long unit = volume.f_frsize, free = ::geteuid() == 0 ? volume.f_bfree : volume.f_bavail;
+  const unsigned long long needed = (static_cast<unsigned long long>(length) + unit - 1) / unit;
+  return needed <= free + static_cast<unsigned long long>(status.st_blocks) * 512 / unit;
 }
 
 // Writes the pieces to an unnamed file beside the target, then truncates the
 // target and copies them in: the target is touched only once all of them
-// are known. Where the folder has no such file, or the volume no room for
-// both copies, the pieces are gathered in memory instead; those of a volume
-// without room are written only where the truncated target leaves enough.
+// are known. Where the folder has no such file, or its volume no room, they
+// are gathered in memory instead, and so are they where the target's volume
+// has no room for them while the staged copy stands. The target is
+// truncated only where its volume has room for them once it is.
 bool writeInPlaceStaged(const YString& path, const Target& target, const std::function<std::string_view()>& next,
                         std::shared_ptr<YError>* error) {
   Descriptor stage(::open(folderOf(target.path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   std::string gathered;
   off_t staged = 0;
-  bool outOfSpace = false;
+  // The staged bytes to memory, the staging file closed; false with errno set.
+  auto unstage = [&] {
+    gathered.resize(static_cast<std::size_t>(staged));
+    const bool read = readAt(stage.get(), gathered.data(), gathered.size(), 0);
+    stage.reset(-1);
+    return read;
+  };
   for (std::string_view piece = next(); !piece.empty(); piece = next()) {
     if (stage) {
       if (writeBytes(stage.get(), piece)) {
         staged += static_cast<off_t>(piece.size());
         continue;
       }
-      if (errno != ENOSPC && errno != EDQUOT) return writeFailed(error, "Cannot write file", path, errno);
-      outOfSpace = errno == ENOSPC;
-      gathered.resize(static_cast<std::size_t>(staged));
-      if (!readAt(stage.get(), gathered.data(), gathered.size(), 0))
-        return writeFailed(error, "Cannot write file", path, errno);
-      stage.reset(-1);
+      if ((errno != ENOSPC && errno != EDQUOT) || !unstage()) return writeFailed(error, "Cannot write file", path, errno);
     }
     gathered.append(piece);
   }
-  if (stage) {
-    Descriptor fd;
-    if (!openInPlace(path, target, fd, error)) return false;
-    if (!copyAll(stage.get(), fd.get(), staged)) return writeFailed(error, "Cannot write file", path, errno);
-    if (!fd.close()) return writeFailed(error, "Cannot write file", path, errno);
-    return true;
-  }
-  if (outOfSpace && !fitsInPlace(target, gathered.size()))
+  // Taken before the target is truncated: nothing may fail for want of memory after that.
+  const std::unique_ptr<char[]> buffer(stage ? new char[kWritePiece] : nullptr);
+  // An existing target is opened first, so that one the process may not
+  // write says so; a new one is made only where it has room.
+  Descriptor fd;
+  if (target.exists && !openInPlace(path, target, fd, error, false)) return false;
+  const int opened = fd ? fd.get() : -1;
+  if (stage && !fitsOnceTruncated(target, opened, staged) && !unstage())
+    return writeFailed(error, "Cannot write file", path, errno);
+  if (!fitsOnceTruncated(target, opened, stage ? staged : static_cast<off_t>(gathered.size()))) {
+    if (!fd && ::faccessat(AT_FDCWD, folderOf(target.path).c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+      return writeFailed(error, "Cannot write file", path, errno);
     return writeFailed(error, "Cannot write file", path, ENOSPC);
-  bool given = false;
-  return writeInPlace(
-      path, target, [&]() -> std::string_view { return std::exchange(given, true) ? std::string_view() : gathered; },
-      error);
+  }
+  if (!fd && !openInPlace(path, target, fd, error, false)) return false;
+  if (::ftruncate(fd.get(), 0) != 0) return writeFailed(error, "Cannot write file", path, errno);
+  const bool written = stage ? copyAll(stage.get(), fd.get(), staged, buffer.get()) : writeBytes(fd.get(), gathered);
+  if (!written || !fd.close()) return writeFailed(error, "Cannot write file", path, errno);
+  return true;
 }
 
 // Six letters or digits for a temporary name, from the kernel's random

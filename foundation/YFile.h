@@ -93,16 +93,16 @@ struct YFileWriteOptions {
   /// In place only. True: the pieces are first written to an unnamed file in
   /// the target's folder (O_TMPFILE), and only once `next` has given the last
   /// of them is the target truncated and filled from that file by the kernel.
-  /// An exception from `next`, a full disk or a size limit met while the
-  /// pieces are written then leaves the target as it was, without the whole
-  /// text held in memory; the bytes are written twice. Where the folder
-  /// offers no such file (a folder the process may not write, a file system
-  /// without O_TMPFILE), the pieces are gathered in memory instead, which
-  /// keeps the target as it was on an exception from `next`. So are they
-  /// where the volume has no room for both copies; the target is then
-  /// written only where its truncation leaves room for them (as the volume
-  /// tells), else the save fails with YFileWriteOutOfSpaceError first. A
-  /// failure while the target itself is filled leaves it partly written.
+  /// An exception from `next` then leaves the target as it was, without the
+  /// whole text held in memory; the bytes are written twice. The pieces are
+  /// gathered in memory instead where the folder offers no such file (a
+  /// folder the process may not write, a file system without O_TMPFILE), or
+  /// no room for it, or where the target's volume would have no room for the
+  /// copy while the staged one stands. Either way the target is truncated
+  /// only where its volume says the text fits once it is (an estimate that
+  /// knows no quota); else the save fails with YFileWriteOutOfSpaceError
+  /// before the target is touched. A failure while the target itself is
+  /// filled (a quota, an I/O error) leaves it partly written.
   bool staged = false;
   /// True: a FIFO, a character device or a block device (/dev/null, a
   /// terminal, a pipe behind /dev/stdout) is written into, never replaced,
