@@ -242,10 +242,7 @@ TEST(PreservingSave, EditsThatKeepTheLengthAreSeenAnywhereInTheText) {
       for (bool fromBytes : {true, false}) {
         SCOPED_TRACE(std::to_string(n) + " units, changed at " + std::to_string(at) +
                      (fromBytes ? ", from bytes" : ", from a string"));
-        auto load = [&] {
-          return fromBytes ? YIniDocument::documentWithDataFactory(text, YIniStandardElementFactory::standardFactory())
-                           : ::load(text);
-        };
+        auto load = [&] { return fromBytes ? loadBytes(text) : ::load(text); };
         auto valueChanged = load();
         setValue(*valueChanged, "s", original.c_str(), changed.c_str());
         EXPECT_EQ(preservedBytes(*valueChanged), "[s]\n" + original + " = " + changed + "\nnext=1\n");
@@ -257,8 +254,7 @@ TEST(PreservingSave, EditsThatKeepTheLengthAreSeenAnywhereInTheText) {
   }
   for (bool fromBytes : {true, false}) {
     const std::string text = "[s]\nk=\r \n";
-    auto document = fromBytes ? YIniDocument::documentWithDataFactory(text, YIniStandardElementFactory::standardFactory())
-                              : load(text);
+    auto document = fromBytes ? loadBytes(text) : load(text);
     setValue(*document, "s", "k", "v");
     EXPECT_EQ(visible(YString(preservedBytes(*document))), visible(YString("[s]\nk=v\r \n"))) << fromBytes;
   }
@@ -368,7 +364,7 @@ TEST(PreservingSave, LegacyLinesThatWouldEncodeOtherwiseKeepTheirBytes) {
   std::string original = "[s]\nk=v\n";
   for (int i = 0; i < 4; ++i) original += comment;
   original += "# \xEE\xEF \xFA\x40\n";
-  auto document = YIniDocument::documentWithDataFactory(original, YIniStandardElementFactory::standardFactory());
+  auto document = loadBytes(original);
   ASSERT_EQ(utf8(section(*document, "s")->valueForOptionWithName(S("k"))), "v");
   EXPECT_EQ(preservedBytes(*document), original);
   setValue(*document, "s", "k", "w");
@@ -382,8 +378,7 @@ TEST(PreservingSave, InvalidUTF8BytesComeBackAsTheyWere) {
   // touches keeps its bytes; an edited line is written anew, in UTF-8.
   const std::string original = std::string(500, '#') +
                                "\n[s]\nname = M\xFCller\nk = caf\xC3\xA9\n# \xE9t\xE9\nj = \xFF\n";
-  auto document =
-      YIniDocument::documentWithDataFactory(original, YIniStandardElementFactory::standardFactory());
+  auto document = loadBytes(original);
   EXPECT_EQ(utf8(section(*document, "s")->valueForOptionWithName(S("name"))), "M\xEF\xBF\xBDller");
   EXPECT_EQ(preservedBytes(*document), original);
   setValue(*document, "s", "k", "tea");
@@ -407,8 +402,7 @@ TEST(PreservingSave, InvalidUTF8BytesComeBackAsTheyWere) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.before);
-    auto edited =
-        YIniDocument::documentWithDataFactory(comment + c.before, YIniStandardElementFactory::standardFactory());
+    auto edited = loadBytes(comment + c.before);
     c.edit(*edited);
     EXPECT_EQ(preservedBytes(*edited), comment + c.after);
   }
@@ -423,7 +417,7 @@ TEST(PreservingSave, AnInvalidByteAnywhereKeepsItsLine) {
     // Enough ASCII that the bytes still read as UTF-8 with a few stray ones.
     const std::string original = "#" + std::string(k, 'x') + "\xFF\n[s]\nk = v\n#" + std::string(k % 37, 'y') +
                                  "\xFE\n" + std::string(300, '#') + "\n";
-    auto document = YIniDocument::documentWithDataFactory(original, YIniStandardElementFactory::standardFactory());
+    auto document = loadBytes(original);
     setValue(*document, "s", "k", "w");
     std::string expected = original;
     expected.replace(expected.find("k = v"), 5, "k = w");

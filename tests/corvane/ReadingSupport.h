@@ -63,6 +63,10 @@ class LogCapture {
 inline std::shared_ptr<YIniDocument> load(const std::string& text) {
   return YIniDocument::documentFromStringFactory(YString(text), YIniStandardElementFactory::standardFactory());
 }
+/// The document read from `bytes`: as they are when plain ASCII, else decoded.
+inline std::shared_ptr<YIniDocument> loadBytes(const std::string& bytes) {
+  return YIniDocument::documentWithDataFactory(bytes, YIniStandardElementFactory::standardFactory());
+}
 inline std::shared_ptr<YIniDocument> loadFile(const std::string& path) {
   return YIniDocument::documentWithContentsOfFileFactory(YString(path), YIniStandardElementFactory::standardFactory());
 }
