@@ -108,6 +108,11 @@ TEST(Loading, LongTextsShareEqualNamesAndKeepEveryNameExact) {
     SCOPED_TRACE(fromBytes ? "from bytes" : "from a string");
     std::string text = "# " + std::string(40000, 'x') + "\n[many]\n";  // long enough to share names
     std::vector<std::string> expected;
+    // An option written with `written` as its name, whose name reads as `read`.
+    auto add = [&](const std::string& written, const std::string& read) {
+      text += written + "=v\n";
+      expected.push_back(read);
+    };
     for (int i = 0; i < 3000; ++i) {
       text += "n" + std::to_string(i) + "=" + std::to_string(i) + "\n";
       expected.push_back("n" + std::to_string(i));
@@ -124,9 +129,8 @@ TEST(Loading, LongTextsShareEqualNamesAndKeepEveryNameExact) {
       for (std::size_t p = 0; p < length; ++p) {
         std::string same(length, 'a'), other(length, 'a');
         other[p] = 'b';
-        text += same + "=v\n" + other + "=v\n";
-        expected.push_back(same);
-        expected.push_back(other);
+        add(same, same);
+        add(other, other);
       }
     // More names than the table has places, so that some must meet there
     // whatever its hash: 5,000 names of eight units that differ only in their
@@ -136,34 +140,22 @@ TEST(Loading, LongTextsShareEqualNamesAndKeepEveryNameExact) {
     for (int i = 0; i < 5000; ++i) {
       std::string name = "abcd";
       for (int v = i, k = 0; k < 4; ++k, v /= 26) name += static_cast<char>('a' + v % 26);
-      text += name + "=v\n";
-      expected.push_back(name);
+      add(name, name);
     }
     text += "[prefixes]\n";
     for (int i = 0; i < 250; ++i) {
       const std::string shorter = "p" + std::to_string(1000 + i) + "key";
-      for (int j = 0; j < 100; ++j) {
-        text += shorter + std::to_string(10 + j) + "=v\n";
-        expected.push_back(shorter + std::to_string(10 + j));
-      }
-      text += shorter + "=v\n";
-      expected.push_back(shorter);
+      for (int j = 0; j < 100; ++j) add(shorter + std::to_string(10 + j), shorter + std::to_string(10 + j));
+      add(shorter, shorter);
     }
     text += "[odd]\n";
-    for (const auto& [written, read] : odd) {
-      text += written + "=v\n";
-      expected.push_back(read);
-    }
+    for (const auto& [written, read] : odd) add(written, read);
     for (int i = 0; i < 50; ++i) {
       text += "[r" + std::to_string(i) + "]\nport=" + std::to_string(i) + "\n";
       expected.push_back("port");
     }
-    if (!fromBytes) {
-      text += "\xC3\xA9t\xC3\xA9=v\n";
-      expected.push_back("\xC3\xA9t\xC3\xA9");
-    }
-    auto document = fromBytes ? YIniDocument::documentWithDataFactory(text, YIniStandardElementFactory::standardFactory())
-                              : load(text);
+    if (!fromBytes) add("\xC3\xA9t\xC3\xA9", "\xC3\xA9t\xC3\xA9");
+    auto document = fromBytes ? loadBytes(text) : load(text);
     std::vector<std::string> names;
     std::vector<YString> ports;
     for (const auto& child : document->elements()->vector()) {
