@@ -191,8 +191,7 @@ TEST(HostNotifications, RemovingAllLeavesWhatRemovingOneAtATimeLeaves) {
   for (const auto& [name, prepare, heard] : cases) {
     SCOPED_TRACE(name);
     auto run = [&, &prepare = prepare, &heard = heard](bool atOnce) {
-      auto document = YIniDocument::documentFromStringFactory(YString::fromUTF8(text.c_str()),
-                                                              YIniStandardElementFactory::standardFactory());
+      auto document = load(text);
       auto section = document->sectionForName(S("s"));
       prepare(*document, *section);
       auto first = option(*section, 0);
@@ -252,7 +251,7 @@ TEST(HostNotifications, RemovingAllSectionsLeavesWhatRemovingEachLeaves) {
   for (const auto& [name, prepare, heard] : cases) {
     SCOPED_TRACE(name);
     auto run = [&, &prepare = prepare, &heard = heard](bool atOnce) {
-      auto document = YIniDocument::documentFromStringFactory(YString(text), YIniStandardElementFactory::standardFactory());
+      auto document = load(text);
       prepare(*document);
       auto sections = document->sections();
       Journal journal;

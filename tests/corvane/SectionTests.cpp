@@ -150,9 +150,7 @@ TEST(SectionWriter, LineEndRule) {
           auto writer = hostWriter ? std::make_shared<CountingWriter>(target) : YStringWriter::writerWithString(target);
           YIniSectionWriter::writerWithSectionWriteOptions(s, writeOptions)->write(writer);
           EXPECT_EQ(utf8(target), expected);
-          if (hostWriter) {
-            EXPECT_GT(static_cast<CountingWriter&>(*writer).writes, 0u);
-          }
+          EXPECT_TRUE(!hostWriter || static_cast<CountingWriter&>(*writer).writes > 0);
         }
       EXPECT_EQ(utf8(s->stringValue()), expected);
     }
