@@ -429,16 +429,13 @@ TEST(YObjectObservingTest, SoleObserverOnlyForTheOneMatchingRegistration) {
     Recorder first, second;
     c.registrations(flag, first, second);
     EXPECT_EQ(flag.soleObserverForKeyWithOptions(YModifiedKey, kNew), c.sole ? &first : nullptr);
-    const std::string what = c.what;
-    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YModifiedKey, kOld),
-              what == "one, with Old asked for" ? &first : nullptr);
-    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YElementsKey, kNew),
-              what == "one, for another key" ? &first : nullptr);
+    Recorder* const withOld = std::string(c.what) == "one, with Old asked for" ? &first : nullptr;
+    Recorder* const ofElements = std::string(c.what) == "one, for another key" ? &first : nullptr;
+    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YModifiedKey, kOld), withOld);
+    EXPECT_EQ(flag.soleObserverForKeyWithOptions(YElementsKey, kNew), ofElements);
     EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(modified, kNew), c.sole ? &first : nullptr);
-    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(modified, kOld),
-              what == "one, with Old asked for" ? &first : nullptr);
-    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(elements, kNew),
-              what == "one, for another key" ? &first : nullptr);
+    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(modified, kOld), withOld);
+    EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(elements, kNew), ofElements);
     // Options beyond the four bits and numbers no key has match nothing.
     EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(modified, kNew | 0x10), nullptr);
     EXPECT_EQ(flag.soleObserverForKeyNumberWithOptions(0, kNew | 0x10), nullptr);
