@@ -147,8 +147,8 @@ TEST_F(Saving, UTF8TakesSurrogatePairsAndRefusesLoneOnes) {
   // follows the line ("[t]\nx" before it).
   auto split = sec("t", {YIniComment::commentWithString(YString(u"x\xD83D")), opt("k", "v"),
                          YIniComment::commentWithString(YString(u"\xDE00"))});
-  expectRefused(*withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()), {split}),
-                5);
+  expectRefused(
+      *withChildren(YIniDocument::documentWithFactory(YIniStandardElementFactory::standardFactory()), {split}), 5);
 }
 
 // A text of many pieces is written as it is made, atomically to the new
