@@ -476,11 +476,11 @@ YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* u
     YString text = YDecodeUTF8Replacing(body, &invalid);
     return invalid.size() * 100 < body.size() ? text : YString();
   };
+  // A UTF-8 mark decides whatever follows it: stray bytes behind it, however
+  // many, become U+FFFD, as no other encoding's text begins with the mark.
   if (startsWith(bytes, kBOM8)) {
     YString text = YDecodeBytes(bytes, YUTF8StringEncoding, nullptr);
-    if (text.isNull()) text = mostlyUTF8(bytes.substr(kBOM8.size()));
-    if (text.isNull())
-      setError(error, YFileReadInapplicableStringEncodingError, YString(u"The bytes are not valid UTF-8"));
+    if (text.isNull()) text = YDecodeUTF8Replacing(bytes.substr(kBOM8.size()), nullptr);
     return done(text, YUTF8StringEncoding);
   }
   if (startsWith(bytes, kBOM32LE) || startsWith(bytes, kBOM32BE))

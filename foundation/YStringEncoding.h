@@ -66,7 +66,9 @@ YString YDecodeBytes(std::string_view bytes, YStringEncoding encoding, std::shar
 /// the bytes are read as UTF-8 (the rest being valid UTF-8, it is ASCII or
 /// holds multi-byte sequences), each invalid sequence becoming U+FFFD (see
 /// YDecodeUTF8Replacing): one stray byte does not make a UTF-8 file a legacy
-/// one. `*usedEncoding` is then YUTF8StringEncoding.
+/// one. `*usedEncoding` is then YUTF8StringEncoding. Behind a UTF-8
+/// byte-order mark the bytes are read as UTF-8 whatever their share of
+/// invalid sequences.
 YString YDecodeBytesDetectingEncoding(std::string_view bytes, YStringEncoding* usedEncoding,
                                       std::shared_ptr<YError>* error);
 /// Decodes `bytes` as UTF-8 (a leading byte-order mark is kept as U+FEFF),

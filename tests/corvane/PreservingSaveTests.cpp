@@ -406,6 +406,11 @@ TEST(PreservingSave, InvalidUTF8BytesComeBackAsTheyWere) {
     c.edit(*edited);
     EXPECT_EQ(preservedBytes(*edited), comment + c.after);
   }
+  // Behind a UTF-8 byte-order mark, however many bytes are invalid.
+  const std::string marked = "\xEF\xBB\xBF[s]\nname = M\xFCller\n";
+  auto markedDocument = loadBytes(marked);
+  EXPECT_EQ(utf8(section(*markedDocument, "s")->valueForOptionWithName(S("name"))), "M\xEF\xBF\xBDller");
+  EXPECT_EQ(preservedBytes(*markedDocument), marked);
 }
 
 // The text is searched for U+FFFD many units at a time: an invalid byte at

@@ -97,9 +97,9 @@ TEST(YStringEncodingTest, UnrepresentableTextAndInvalidBytesFailWithAnError) {
   }
 }
 
-// A byte-order mark decides; then UTF-8, kept when under 1% of the bytes are
-// invalid (each shown as U+FFFD); else the charset detector, and without its
-// evidence ISO-8859-1.
+// A byte-order mark decides (a UTF-8 one with any share of invalid bytes);
+// then UTF-8, kept when under 1% of the bytes are invalid (each shown as
+// U+FFFD); else the charset detector, and without its evidence ISO-8859-1.
 TEST(YStringEncodingTest, DetectionByteOrderMarkFirstThenMostlyValidUTF8) {
   constexpr YStringEncoding kLegacy = 0;  // Latin-1 or Windows-1252, the detector's choice
   constexpr YStringEncoding kNotUTF8 = 1;  // anything but UTF-8, without replacements
@@ -118,6 +118,7 @@ TEST(YStringEncodingTest, DetectionByteOrderMarkFirstThenMostlyValidUTF8) {
       {std::string("\0\0\xFE\xFF\0\0\0h\0\0\0i\0\0\x20\xAC", 16), YUTF32StringEncoding, hi},
       {ascii + "\xE9", YUTF8StringEncoding, replaced},                    // 1 in 199
       {"\xEF\xBB\xBF" + ascii + "\xE9", YUTF8StringEncoding, replaced},  // behind a byte-order mark
+      {"\xEF\xBB\xBFM\xFCller", YUTF8StringEncoding, u"M\uFFFDller"},      // 1 in 7: the mark decides
       {std::string(300, 'a') + "gr\xC3\xBC\xC3\x9F \xE9t\xE9", YUTF8StringEncoding,  // 2 in 311
        std::u16string(300, u'a') + u"gr\u00FC\u00DF \uFFFDt\uFFFD"},
       {std::string(98, 'a') + "\xE9", kNotUTF8, u""},  // 1 in 99
