@@ -60,5 +60,10 @@ bool YIniDocument::writePreservedToFileError(const YString& path, std::shared_pt
   if (YParameterFailed(!path.isNull(), "path != nil")) return false;
   YIniPreservingWriter writer(*this, _source.get());
   if (!writer.render(error) || !writer.prepareEncoding(error)) return false;
-  return YWriteFileChunks(path, [&] { return writer.nextEncodedPiece(); }, true, error);
+  try {
+    return YWriteFileChunks(path, [&] { return writer.nextEncodedPiece(); }, true, error);
+  } catch (const YIniPreservingWriter::EncodingFailed&) {  // the new file is gone, the target as it was
+    if (error) *error = writer.failure();
+    return false;
+  }
 }

@@ -511,7 +511,7 @@ std::string_view YIniPreservingWriter::nextEncodedPiece() {
     }
     const std::uint32_t split = _record->splitPoint(_at, piece.end, kEncodingPiece);
     _buffer.clear();
-    _record->appendOriginalBytes(_at, split, _buffer, nullptr);
+    if (!_record->appendOriginalBytes(_at, split, _buffer, &_failure)) throw EncodingFailed{};
     _at = split;
     if (!_buffer.empty()) return _buffer;
   }
@@ -521,6 +521,11 @@ std::string_view YIniPreservingWriter::nextEncodedPiece() {
 bool YIniPreservingWriter::encode(const std::function<void(std::string_view)>& sink,
                                   std::shared_ptr<YError>* error) {
   if (!prepareEncoding(error)) return false;
-  for (std::string_view piece = nextEncodedPiece(); !piece.empty(); piece = nextEncodedPiece()) sink(piece);
+  try {
+    for (std::string_view piece = nextEncodedPiece(); !piece.empty(); piece = nextEncodedPiece()) sink(piece);
+  } catch (const EncodingFailed&) {
+    if (error) *error = _failure;
+    return false;
+  }
   return true;
 }

@@ -49,11 +49,18 @@ class YIniPreservingWriter {
   /// its byte-order mark), piece by piece; UTF-8 for a document without a
   /// file behind it. Text written anew that the encoding cannot represent
   /// fails before the first piece is handed over.
+  /// Kept text that cannot be encoded again (part of a kept line that its
+  /// encoding maps one way) fails the same way, but only when its piece is
+  /// reached, after earlier pieces were handed over.
   bool encode(const std::function<void(std::string_view)>& sink, std::shared_ptr<YError>* error);
   /// The same, as a producer for chunked file writing: call `prepare` once,
-  /// then `next` until it returns an empty piece.
+  /// then `next` until it returns an empty piece. `next` throws
+  /// EncodingFailed where kept text cannot be encoded again; failure() then
+  /// tells why.
   bool prepareEncoding(std::shared_ptr<YError>* error);
   std::string_view nextEncodedPiece();
+  struct EncodingFailed {};
+  const std::shared_ptr<YError>& failure() const noexcept { return _failure; }
 
  private:
   struct Piece {
@@ -114,4 +121,5 @@ class YIniPreservingWriter {
   std::uint32_t _at = 0;
   bool _markGiven = false;
   std::string _buffer;
+  std::shared_ptr<YError> _failure;  // why kept text could not be encoded
 };

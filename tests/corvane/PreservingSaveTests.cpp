@@ -371,6 +371,31 @@ TEST(PreservingSave, LegacyLinesThatWouldEncodeOtherwiseKeepTheirBytes) {
   std::string expected = original;
   expected.replace(expected.find("k=v"), 3, "k=w");
   EXPECT_EQ(preservedBytes(*document), expected);
+  // EUC-JP reads 8E E0 as U+00A2 but writes that back otherwise: the kept
+  // rest of a renamed option's line cannot be written, and the save fails
+  // instead of leaving it out, the file as it was.
+  const auto eucComment = YEncodeString(YDecodeBytes(comment, YShiftJISStringEncoding, nullptr),
+                                        YJapaneseEUCStringEncoding, nullptr);
+  ASSERT_TRUE(eucComment);
+  std::string euc = "[s]\n";
+  for (int i = 0; i < 4; ++i) euc += *eucComment;
+  euc += "k = \x8E\xE0 x\nj = 1\n";
+  TempDir folder;
+  const std::string path = folder / "euc.ini";
+  writeBytes(path, euc);
+  auto eucDocument = loadFile(path);
+  ASSERT_EQ(utf8(section(*eucDocument, "s")->valueForOptionWithName(S("j"))), "1");
+  section(*eucDocument, "s")->optionWithName(S("k"))->setName(S("z"));
+  std::shared_ptr<YError> error;
+  EXPECT_FALSE(eucDocument->preservedDataWithError(&error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
+  error.reset();
+  EXPECT_FALSE(eucDocument->writePreservedToFileError(YString(path), &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), YFileWriteInapplicableStringEncodingError);
+  EXPECT_EQ(readBytes(path), euc);
+  EXPECT_EQ(filefault::listing(folder.path), "euc.ini ");
 }
 
 TEST(PreservingSave, InvalidUTF8BytesComeBackAsTheyWere) {
