@@ -22,8 +22,10 @@ LogRoute gLog;
 
 bool isBlank(char16_t c) { return c == u' ' || c == u'\t'; }
 
+// A line's text without its LF or CR LF (a CR alone ends no line).
 std::u16string_view withoutLineEnd(std::u16string_view line) {
-  if (line.ends_with(u'\n')) line.remove_suffix(1);
+  if (!line.ends_with(u'\n')) return line;
+  line.remove_suffix(1);
   if (line.ends_with(u'\r')) line.remove_suffix(1);
   return line;
 }
@@ -92,6 +94,7 @@ struct IniFile::Line {
   std::u16string lineEnd;
   bool option = false, changed = false, removed = false;
   std::u16string name;  // of an option line
+  bool endAdded = false;  // unchanged but for the line end it was given
 };
 
 IniFile::IniFile(std::string label, std::string bytes) : _label(std::move(label)) {
@@ -116,9 +119,16 @@ IniFile::IniFile(std::string label, std::string bytes) : _label(std::move(label)
   // Lines that end in CR alone (old Mac files) read as one line: an edit of
   // it would replace all that follows.
   const std::u16string_view text = _file.text.view();
-  if (text.find(u'\n') == std::u16string_view::npos && text.find(u'\r') != std::u16string_view::npos)
+  std::size_t cr = text.find(u'\r');
+  while (cr != std::u16string_view::npos && cr + 1 < text.size() && text[cr + 1] == u'\n')
+    cr = text.find(u'\r', cr + 1);
+  if (cr != std::u16string_view::npos && text.find(u'\n') == std::u16string_view::npos)
     warn(_label, "its lines end in CR alone, which the reader does not take for line ends: the whole text reads as "
                  "one line");
+  else if (cr != std::u16string_view::npos)
+    warn(_label, "line " + std::to_string(std::count(text.begin(), text.begin() + static_cast<long>(cr), u'\n') + 1) +
+                     " holds a CR without LF, which the reader does not take for a line end: the text after it "
+                     "reads as part of that line, and an edit of that line replaces it");
 }
 
 IniFile::~IniFile() = default;
@@ -186,7 +196,7 @@ void IniFile::refuseStopped(const std::string& consequence) const {
 
 std::string IniFile::stopPlace() const {
   return "reading stopped at line " + std::to_string(_document->readingStopLineNumber()) + " (\"" +
-         _document->readingStopLineText().UTF8String() + "\"";
+         _document->readingStopLineText().UTF8String() + "\")";
 }
 
 bool IniFile::hasHeadOptions() const {
@@ -475,7 +485,7 @@ void IniFile::setHeadOption(const YString& name, const YString& value) {
   const std::u16string lineEnd = lineEndOfFile();
   if (at > 0 && lines[at - 1].lineEnd.empty()) {
     lines[at - 1].lineEnd = lineEnd;
-    lines[at - 1].changed = true;
+    lines[at - 1].endAdded = true;
   }
   lines.insert(lines.begin() + static_cast<long>(at), Line{0, std::move(text), lineEnd, true, true, false, std::u16string(name.view())});
 }
@@ -496,17 +506,21 @@ std::string IniFile::withHeadEdits(std::string bytes, const TextEncoding& encodi
   // The file's last line, read without a line end, takes one when the save
   // put text after it (a new section).
   const bool bodyFollows = starts[std::min(_headLineCount, starts.size() - 1)] < bytes.size();
+  auto append = [&](const std::u16string& text) {
+    FileProblem problem;
+    std::optional<std::string> encoded = encodeText(YString(text), encoding, _label, problem);
+    if (!encoded) throw Failure{kFileFailure, problem.message};
+    out += *encoded;
+  };
   for (const Line& line : *_head) {
     if (line.removed) continue;
     if (!line.changed) {
+      // Its own bytes, invalid ones too, and the line end it was given.
       out.append(bytes, starts[line.original - 1], starts[line.original] - starts[line.original - 1]);
+      if (line.endAdded) append(line.lineEnd);
       continue;
     }
-    const std::u16string lineEnd = line.lineEnd.empty() && bodyFollows ? lineEndOfFile() : line.lineEnd;
-    FileProblem problem;
-    std::optional<std::string> encoded = encodeText(YString(line.text + lineEnd), encoding, _label, problem);
-    if (!encoded) throw Failure{kFileFailure, problem.message};
-    out += *encoded;
+    append(line.text + (line.lineEnd.empty() && bodyFollows ? lineEndOfFile() : line.lineEnd));
   }
   out.append(bytes, starts[std::min(_headLineCount, starts.size() - 1)]);
   return out;

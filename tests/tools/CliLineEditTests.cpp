@@ -205,6 +205,10 @@ TEST_F(CliLineEditRules, InvalidUTF8BytesAreShownAsReplacementsAndKept) {
   std::string expected = original;
   expected.replace(expected.find("M\xC3\xBC"), 8, "K\xC3\xB6ln");
   EXPECT_EQ(readBytes(path), expected);
+  // A head option added after a last line without line end: that line keeps
+  // its bytes and gains a line end.
+  const std::string head = folder.file("head.ini", "# " + std::string(280, '-') + "\nz=caf\xE9");
+  EXPECT_EQ(editAndRead({"set", head, "", "new", "1"}, head), "0 # " + std::string(280, '-') + "\nz=caf\xE9\nnew=1\n");
   // A legacy file stays in its encoding: new text is written in it.
   const std::string latin = folder.file("latin.ini", "[s]\n# caf\xE9 cr\xE8me br\xFBl\xE9\x65 na\xEFve d\xE9j\xE0\nk=v\n");
   EXPECT_EQ(editAndRead({"set", latin, "s", "k", "\xC3\xA9t\xC3\xA9"}, latin),
@@ -263,6 +267,13 @@ TEST_F(CliLineEditRules, TextTheLibraryDoesNotReadIsKept) {
   EXPECT_EQ(editAndRead({"set", path, "a", "k", "v", "--reformat"}, path),
             "2 ; written by the installer\nroot = true\n[a]\nk = w\n; keep me\nno equals here\n");
   EXPECT_EQ(editAndRead({"del", path, "", "root", "--reformat"}, path), "0 \n[a]\nk=w\n\n\n");
+  // A CR without LF ends no line: the tool says so, and a line after a last
+  // one that ends in it begins after a line end of its own.
+  const std::string cr = folder.file("cr.ini", "[a]\nk=v\rm=2\n");
+  EXPECT_TRUE(has(runTool({"get", cr, "a", "k"}).err, "cr.ini: line 2 holds a CR without LF"));
+  const std::string lastCR = folder.file("last-cr.ini", "h=1\r");
+  EXPECT_EQ(editAndRead({"set", lastCR, "", "j", "1"}, lastCR), "0 h=1\r\nj=1\n");
+  EXPECT_EQ(runTool({"get", lastCR, "", "j"}).out, "1\n");
 }
 
 }  // namespace
