@@ -125,7 +125,8 @@ const char kExitCodes[] =
     "  1  a section or option not found (diff: the files differ)\n"
     "  2  a usage error, or a name or value that would not read back\n"
     "  3  a file could not be read, decoded or written, was changed by another\n"
-    "     program while it was edited, or is read-only (mode 0444; see --force)\n"
+    "     program while it was edited, or is read-only (mode 0444, or not\n"
+    "     writable by this user; see --force)\n"
     "  4  the section or option may stand after the line where reading stopped\n"
     "     (an indented line that continues no option), which was not read; or\n"
     "     the text after it would be lost (--reformat, merge's SOURCE) or might\n"
@@ -141,7 +142,8 @@ const char kWritingOptions[] =
     "                   FILE has options before its first section: exit code 2)\n"
     "  --existing       fail (exit code 1, nothing written) when FILE, the section\n"
     "                   or the option is missing\n"
-    "  --force          write a file that has no write permission bit (mode 0444)\n";
+    "  --force          write a file that has no write permission bit (mode 0444)\n"
+    "                   or none for this user\n";
 const char kFormatOption[] =
     "  --format FORMAT  get: print as sh, ini, lines or json; diff: json\n"
     "  --prefix PREFIX  get --format sh: begin every name with PREFIX\n";

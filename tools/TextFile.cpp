@@ -127,6 +127,12 @@ std::optional<ResolvedPath> resolvePath(const std::string& path, FileProblem& pr
       return std::nullopt;
     }
     target.resize(static_cast<std::size_t>(n));
+    // A process's descriptor link to a pipe, a socket or a deleted file
+    // names no path ("pipe:[7]"): it is read through as it is.
+    const bool descriptor = current.rfind("/dev/fd/", 0) == 0 ||
+                            (current.rfind("/proc/", 0) == 0 && current.find("/fd/") != std::string::npos);
+    if (descriptor && (target.empty() || target[0] != '/' || target.ends_with(" (deleted)")))
+      return ResolvedPath{current, false};
     if (target.empty() || target[0] != '/') {
       const std::size_t slash = current.rfind('/');
       if (slash != std::string::npos) target = current.substr(0, slash + 1) + target;
@@ -280,9 +286,13 @@ bool writeOutput(const std::string& path, std::string_view bytes, FileProblem& p
   return false;
 }
 
-bool isWriteProtected(const std::string& path) {
+const char* writeProtection(const std::string& path) {
   struct stat st {};
-  return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && (st.st_mode & 0222) == 0;
+  if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return nullptr;
+  if ((st.st_mode & 0222) == 0) return "no write permission bit";
+  if (::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0 && errno == EACCES)
+    return "no write permission for this user";
+  return nullptr;
 }
 
 }  // namespace corvane::cli

@@ -122,8 +122,9 @@ enum class WriteMode { Replaced, WrittenThrough };
 /// on failure; a replaced file is then as it was.
 bool writeOutput(const std::string& path, std::string_view bytes, FileProblem& problem, WriteMode* mode = nullptr);
 
-/// Whether `path` is an existing file that no one may write (no write bit
-/// set at all, as with mode 0444).
-bool isWriteProtected(const std::string& path);
+/// Why `path`, an existing regular file, is not to be written without
+/// --force: "no write permission bit" (none set at all, as with mode 0444),
+/// or "no write permission for this user"; null when it may be written.
+const char* writeProtection(const std::string& path);
 
 }  // namespace corvane::cli

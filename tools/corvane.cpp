@@ -5,6 +5,7 @@
 // first section header, and the checks around them.
 #include <bit>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -200,16 +201,15 @@ class EditSession {
     if (_line.verbose) warn(_label, changed ? "changed" : "unchanged");
     FileProblem problem;
     if (_line.output) {
-      if (isWriteProtected(*_line.output) && !_line.force)
-        throw Failure{kFileFailure, *_line.output + ": read-only (no write permission bit); not written (--force "
-                                                    "writes it anyway)"};
+      if (const char* why = writeProtection(*_line.output); why && !_line.force)
+        throw Failure{kFileFailure,
+                      *_line.output + ": read-only (" + why + "); not written (--force writes it anyway)"};
       if (!writeOutput(*_line.output, bytes, problem)) throw Failure{kFileFailure, problem.message};
       return kDone;
     }
     if (!changed) return kDone;
-    if (isWriteProtected(_target.path) && !_line.force)
-      throw Failure{kFileFailure, _label + ": read-only (no write permission bit); not written (--force writes it "
-                                           "anyway)"};
+    if (const char* why = writeProtection(_target.path); why && !_line.force)
+      throw Failure{kFileFailure, _label + ": read-only (" + why + "); not written (--force writes it anyway)"};
     // Under the lock, right before the atomic replace: a program that does
     // not take the lock may have written the file since it was read.
     if (!(identityOf(_target.path) == _identity))
@@ -319,8 +319,9 @@ int runDel(const CommandLine& line) {
 }
 
 int runMerge(const CommandLine& line) {
-  EditSession session(line, true);
-  // The source is read after the file, under the file's lock.
+  // Standard input is read before the file's folder is locked (a writer slow
+  // to come must not hold up every edit in that folder); a source file after
+  // the file, under its lock.
   const bool fromInput = line.operands.size() == 1 || line.operands[1] == "-";
   std::string bytes;
   if (fromInput) {
@@ -328,9 +329,9 @@ int runMerge(const CommandLine& line) {
     std::optional<std::string> read = readStandardInput(problem);
     if (!read) throw Failure{kFileFailure, problem.message};
     bytes = std::move(*read);
-  } else {
-    bytes = readInput(line.operands[1]);
   }
+  EditSession session(line, true);
+  if (!fromInput) bytes = readInput(line.operands[1]);
   IniFile source(fromInput ? "standard input" : line.operands[1], std::move(bytes));
   source.refuseStopped("its options after that line were not read; nothing was merged or written");
   for (const SectionEntry& section : source.sections()) {
@@ -421,6 +422,9 @@ int run(const std::vector<std::string>& arguments) {
 int main(int argc, char** argv) {
   using namespace corvane::cli;
   installLogSink(false);
+  // A write beyond the file size limit then fails with EFBIG and is reported,
+  // instead of ending the process.
+  std::signal(SIGXFSZ, SIG_IGN);
   try {
     return run(std::vector<std::string>(argv + 1, argv + argc));
   } catch (const Failure& failure) {

@@ -31,21 +31,30 @@ bool readingStandardInput(pid_t pid) {
   return call.rfind("0 0x0 ", 0) == 0;
 }
 
+// Whether another process holds the lock of `folder`, within 30 seconds.
+bool lockedWithin30s(const std::string& folder) {
+  const int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY);
+  bool locked = false;
+  for (const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+       !(locked = ::flock(dir, LOCK_EX | LOCK_NB) != 0) && std::chrono::steady_clock::now() < deadline;) {
+    ::flock(dir, LOCK_UN);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ::close(dir);
+  return locked;
+}
+
 TEST_F(CliSafety, AFileChangedWhileBeingEditedIsLeftAlone) {
-  // merge reads FILE under the lock, then its source from standard input:
-  // while it waits there, the folder is locked and FILE is changed by a
+  // merge reads FILE under the lock, then its source, a FIFO: while it waits
+  // there for a writer, the folder is locked and FILE is changed by a
   // program that does not lock. The merge then writes nothing.
   for (bool replace : {false, true}) {
     SCOPED_TRACE(replace ? "replaced" : "appended to");
-    const std::string path = folder.file("edited.ini", "[a]\nk = 1\n");
-    Started merge = startTool({"merge", path, "-"});
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!readingStandardInput(merge.pid) && std::chrono::steady_clock::now() < deadline)
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    ASSERT_TRUE(readingStandardInput(merge.pid));
-    const int dir = ::open(folder.path("").c_str(), O_RDONLY | O_DIRECTORY);
-    EXPECT_NE(::flock(dir, LOCK_EX | LOCK_NB), 0) << "the folder is locked while the file is edited";
-    ::close(dir);
+    const std::string path = folder.file("edited.ini", "[a]\nk = 1\n"), fifo = folder.path("source");
+    ::unlink(fifo.c_str());
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    Started merge = startTool({"merge", path, fifo});
+    ASSERT_TRUE(lockedWithin30s(folder.path(""))) << "the folder is locked while the file is edited";
     if (replace) {
       folder.file("other.ini", "[a]\nk = 2\n");
       ASSERT_EQ(::rename(folder.path("other.ini").c_str(), path.c_str()), 0);
@@ -53,13 +62,26 @@ TEST_F(CliSafety, AFileChangedWhileBeingEditedIsLeftAlone) {
       std::ofstream(path, std::ios::app) << "x = 1\n";
     }
     const std::string changed = readBytes(path);
-    const std::string source = "[a]\nk = 3\n";
-    ASSERT_EQ(::write(merge.input, source.data(), source.size()), static_cast<ssize_t>(source.size()));
+    std::ofstream(fifo) << "[a]\nk = 3\n";
     auto run = finish(merge);
     EXPECT_EQ(run.exitCode, 3);
     EXPECT_TRUE(has(run.err, "edited.ini: changed while editing"));
     EXPECT_EQ(readBytes(path), changed);
   }
+  // A merge waiting for its standard input holds up no edit in the folder.
+  const std::string path = folder.file("waiting.ini", "[a]\nk = 1\n");
+  Started merge = startTool({"merge", path, "-"});
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!readingStandardInput(merge.pid) && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  ASSERT_TRUE(readingStandardInput(merge.pid));
+  const int dir = ::open(folder.path("").c_str(), O_RDONLY | O_DIRECTORY);
+  EXPECT_EQ(::flock(dir, LOCK_EX | LOCK_NB), 0) << "the folder is not locked while the merge waits";
+  ::close(dir);
+  const std::string source = "[a]\nj = 3\n";
+  ASSERT_EQ(::write(merge.input, source.data(), source.size()), static_cast<ssize_t>(source.size()));
+  EXPECT_EQ(finish(merge).exitCode, 0);
+  EXPECT_EQ(readBytes(path), "[a]\nk = 1\nj = 3\n");
 }
 
 TEST_F(CliSafety, DevicesPipesAndStandardOutputAreWrittenThrough) {
@@ -103,6 +125,26 @@ TEST_F(CliSafety, ReadOnlyFilesNeedForceEvenForRoot) {
   EXPECT_EQ(readBytes(out), "");
   EXPECT_EQ(editAndRead({"set", "--force", path, "a", "k", "w"}, path), "0 [a]\nk = w\n");
   EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0444));
+  // A file with write bits, but none for this user, in a folder anyone may
+  // write: refused, not replaced by a file of this user's.
+  if (::geteuid() != 0 || ::access("/usr/bin/setpriv", X_OK) != 0) GTEST_SKIP() << "needs root and setpriv";
+  const std::string owned = folder.file("owned.ini", "[a]\nk = v\n");
+  ASSERT_EQ(::chmod(folder.path("").c_str(), 0777), 0);
+  ASSERT_EQ(::chmod(owned.c_str(), 0644), 0);
+  EXPECT_EQ(shellOutput("setpriv --reuid=65534 --regid=65534 --clear-groups '" + std::string(CORVANE_TOOL) +
+                        "' set " + owned + " a k w 2>&1; echo $?"),
+            "corvane: " + owned + ": read-only (no write permission for this user); not written (--force writes it "
+                                  "anyway)\n3\n");
+  EXPECT_EQ(readBytes(owned), "[a]\nk = v\n");
+}
+
+TEST_F(CliSafety, PipesAreReadAndTheFileSizeLimitIsAnError) {
+  const std::string tool = std::string("'") + CORVANE_TOOL + "' ";
+  EXPECT_EQ(shellOutput("printf '[a]\\nk=v\\n' | " + tool + "get /dev/stdin a k; echo $?"), "v\n0\n");
+  // Beyond the file size limit a write fails, and the file stays as it was.
+  const std::string big = folder.file("big.ini", "[a]\nk = v\n" + std::string(4096, '#') + "\n");
+  EXPECT_EQ(shellOutput("(ulimit -f 2; " + tool + "set " + big + " a k w 2>/dev/null); echo $?"), "3\n");
+  EXPECT_EQ(readBytes(big), "[a]\nk = v\n" + std::string(4096, '#') + "\n");
 }
 
 TEST_F(CliSafety, EveryVerbWarnsWhereReadingStopped) {
