@@ -169,6 +169,10 @@ class EditSession {
       return _file->withHeadEdits(std::move(*bytes), loaded);
     }
     TextEncoding encoding = _line.encoding ? *textEncodingNamed(*_line.encoding) : loaded;
+    // Text written whole holds U+FFFD where the file has invalid bytes.
+    if (!_file->file().invalidBytes.empty())
+      throw Failure{kUsageError, _label + ": " + (_line.reformat ? "--reformat" : "--encoding") +
+                                     " would write its invalid UTF-8 byte sequences as U+FFFD; nothing was written"};
     YString text;
     if (_line.reformat) {
       // The library's own text holds only what was read, and no options

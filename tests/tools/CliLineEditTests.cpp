@@ -205,6 +205,9 @@ TEST_F(CliLineEditRules, InvalidUTF8BytesAreShownAsReplacementsAndKept) {
   std::string expected = original;
   expected.replace(expected.find("M\xC3\xBC"), 8, "K\xC3\xB6ln");
   EXPECT_EQ(readBytes(path), expected);
+  // Text written whole would hold U+FFFD instead: refused.
+  for (const char* whole : {"--reformat", "--encoding=utf-16"})
+    EXPECT_EQ(editAndRead({"set", path, "user", "city", "X", whole}, path), "2 " + expected) << whole;
   // A head option added after a last line without line end: that line keeps
   // its bytes and gains a line end.
   const std::string head = folder.file("head.ini", "# " + std::string(280, '-') + "\nz=caf\xE9");
