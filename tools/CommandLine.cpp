@@ -129,7 +129,8 @@ const char kExitCodes[] =
     "     writable by this user; see --force)\n"
     "  4  the section or option may stand after the line where reading stopped\n"
     "     (an indented line that continues no option), which was not read; or\n"
-    "     the text after it would be lost (--reformat, merge's SOURCE) or might\n"
+    "     the text after it would be lost (--reformat, merge's SOURCE), left out\n"
+    "     (get of the whole file or of the last section read, fmt) or might\n"
     "     differ (diff of files equal up to there)\n";
 
 const char kWritingOptions[] =

@@ -247,6 +247,7 @@ int runGet(const CommandLine& line) {
   IniFile file(line.operands[0], readInput(line.operands[0]));
   const std::string prefix = line.prefix.value_or("");
   if (line.operands.size() == 1) {
+    file.refuseStopped("a listing would leave out the text after it; nothing was printed");
     writeOut(formatFile(file, line.format, prefix));
     return kDone;
   }
@@ -257,6 +258,8 @@ int runGet(const CommandLine& line) {
     throw Failure{kNotFound, file.label() + ": no section " + bracketed(sectionName)};
   }
   if (line.operands.size() == 2) {
+    file.refuseUnread(section->head ? nullptr : file.section(sectionName), section->head,
+                      "all of " + bracketed(sectionName));
     writeOut(formatSection(file, *section, line.format, prefix));
     return kDone;
   }
@@ -388,6 +391,7 @@ int runDiff(const CommandLine& line) {
 
 int runFmt(const CommandLine& line) {
   IniFile file(line.operands[0], readInput(line.operands[0]));
+  file.refuseStopped("the text after it would be left out; nothing was printed");
   writeOut(file.document().stringValue().UTF8String());
   return kDone;
 }

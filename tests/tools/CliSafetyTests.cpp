@@ -155,9 +155,10 @@ TEST_F(CliSafety, EveryVerbWarnsWhereReadingStopped) {
     Args args;
     int exitCode;
   } cases[] = {
-      {{"get", path}, 0},           {{"get", path, "a", "k"}, 0}, {{"get", path, "b"}, 4},
+      {{"get", path}, 4},           {{"get", path, "a", "k"}, 0}, {{"get", path, "b"}, 4},
       {{"get", path, "a", "x"}, 4}, {{"del", path, "b"}, 4},      {{"del", path, "a", "x"}, 4},
-      {{"fmt", path}, 0},           {{"dump", path}, 0},          {{"diff", path, path}, 4},
+      {{"fmt", path}, 4},           {{"dump", path}, 0},          {{"diff", path, path}, 4},
+      {{"get", path, "a"}, 4},      {{"get", path, ""}, 0},
       {{"diff", path, folder.file("other.ini", "[z]\n")}, 1},      {{"merge", path}, 4},
       {{"merge", folder.file("into.ini", "[m]\n"), path}, 4},      {{"set", path, "a", "k", "w", "--reformat"}, 4},
       {{"set", path, "", "top", "2"}, 0},
