@@ -499,6 +499,11 @@ bool IniFile::removeHeadOption(const YString& name) {
   return false;
 }
 
+void IniFile::removeHeadOptions() {
+  for (Line& line : headModel())
+    if (line.option && !line.removed) line.removed = _headChanged = true;
+}
+
 std::string IniFile::withHeadEdits(std::string bytes, const TextEncoding& encoding) const {
   if (!_headChanged) return bytes;
   const std::vector<std::size_t> starts = lineStarts(bytes, encoding);

@@ -107,6 +107,8 @@ class IniFile {
   /// Removes the line of the first head option named `name`; false when
   /// there is none.
   bool removeHeadOption(const YString& name);
+  /// Removes the lines of all head options at once.
+  void removeHeadOptions();
   bool headChanged() const noexcept { return _headChanged; }
   /// Whether any head option is left after the edit's removals.
   bool hasHeadOptions() const;

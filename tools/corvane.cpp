@@ -301,12 +301,7 @@ int runDel(const CommandLine& line) {
       file.refuseUnread(nullptr, true, quoted(optionName) + " of the section \"\"");
       session.missing("option " + quoted(optionName) + " before the first section");
     }
-    if (!hasOption) {
-      const SectionEntry head = *file.sectionEntry(sectionName);
-      for (const OptionEntry& option : head.options)
-        while (file.removeHeadOption(option.name)) {
-        }
-    }
+    if (!hasOption) file.removeHeadOptions();
     return session.finish();
   }
   auto section = file.section(sectionName);
@@ -356,6 +351,10 @@ int runTemplate(const CommandLine& line) {
   // The merge reads only what reading reached, of either text.
   templateFile.refuseStopped("the template after it was not read; nothing was printed");
   file.refuseStopped("its values after that line were not read; nothing was printed");
+  // The reader leaves such options out, so the merge would not see them.
+  const Failure headOption{kNotRead, templatePath + ": the template has an option before its first section header, "
+                                                    "which the merge cannot place; nothing was printed"};
+  if (templateFile.hasHeadOptions()) throw headOption;
   YString merged;
   try {
     merged = file.document().stringValueMergedWith(templateFile.file().text);
@@ -365,9 +364,7 @@ int runTemplate(const CommandLine& line) {
                                 "which the library's template merge cannot carry (it takes templates of section "
                                 "headers and options only); nothing was printed"};
   } catch (const YInternalInconsistencyException&) {
-    throw Failure{kNotRead, templatePath +
-                                ": the template has an option before its first section header, which the merge "
-                                "cannot place; nothing was printed"};
+    throw headOption;
   } catch (const YException& e) {
     throw Failure{kFileFailure, templatePath + ": the library cannot merge into this template: " + e.what()};
   }

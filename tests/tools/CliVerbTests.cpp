@@ -157,6 +157,8 @@ TEST_F(CliVerbs, TemplatePutsValuesIntoTheLibrarysTemplates) {
       {{folder.file("a.tmpl", "[a]"), values}, "[a]\nk=1\nx=2", ""},
       {{folder.file("option.tmpl", "[a]\nk=0\n"), values}, "", refused, 4},
       {{folder.file("comment.tmpl", "# note\n"), values}, "", refused, 4},
+      {{folder.file("head.tmpl", "k=v"), values}, "", "an option before its first section header", 4},
+      {{folder.file("head2.tmpl", "k=v\n[a]\n"), values}, "", "an option before its first section header", 4},
       // What follows a stop in either text was not read.
       {{folder.file("stop.tmpl", " [a]"), values}, "", "the template after it was not read", 4},
       {{folder.file("b.tmpl", "[b]"), folder.file("stop.ini", "[a]\n  x\n[b]\nk=1")}, "",
