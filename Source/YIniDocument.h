@@ -29,7 +29,8 @@ enum YIniErrorCode : std::int64_t {
   /// tree holds it: an option name with leading white space, a section name
   /// with leading or trailing white space, a name with "=" or a line end, an
   /// option name starting with "#" or "[", a section without a name, a value
-  /// with an empty continuation line.
+  /// with an empty continuation line, a comment with a line that is not empty
+  /// and opens with neither "#" nor ";".
   YIniTextWouldNotReadBackError = 1,
 };
 

@@ -206,7 +206,7 @@ bool YIniPreservingWriter::render(std::shared_ptr<YError>* error) {
         flushSkipped(static_cast<std::size_t>(index));
         previous = index;
       }
-      writeComment(*comment, index, inPlace);
+      if (!writeComment(*comment, index, inPlace)) return false;
     }
   }
   if (_record) flushSkipped(_record->count());
@@ -303,7 +303,7 @@ bool YIniPreservingWriter::writeChildren(YIniSection& section, bool sectionInPla
       const std::int64_t index = loadedIndex(static_cast<YIniElement*>(comment), static_cast<int>(Kind::Comment));
       const bool inPlace = sectionInPlace && index >= 0 && index > previous;
       if (inPlace) previous = index;
-      writeComment(*comment, index, inPlace);
+      if (!writeComment(*comment, index, inPlace)) return false;
     }
   }
   return true;
@@ -425,8 +425,32 @@ bool YIniPreservingWriter::writeOption(YIniOption& option, std::int64_t index, b
   return true;
 }
 
-void YIniPreservingWriter::writeComment(YIniComment& comment, std::int64_t index, bool inPlace) {
+// Why comment text written anew would not read back as comments: a line of
+// it that is not empty and opens with neither "#" nor ";" would read as an
+// option, a section header, or (indented) a line that continues an option
+// or stops the reading. Null when it would.
+static const char* commentProblem(std::u16string_view text) {
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t lf = text.find(u'\n', start);
+    std::u16string_view line = text.substr(start, lf == std::u16string_view::npos ? lf : lf - start);
+    if (line.ends_with(u'\r')) line.remove_suffix(1);
+    if (!line.empty() && line[0] != u'#' && line[0] != u';')
+      return "a line of it opens with neither \"#\" nor \";\" and would read as other than a comment";
+    if (lf == std::u16string_view::npos) break;
+    start = lf + 1;
+  }
+  return nullptr;
+}
+
+bool YIniPreservingWriter::writeComment(YIniComment& comment, std::int64_t index, bool inPlace) {
   const YString text = comment.stringValue();
+  auto freshComment = [&] {
+    if (const char* reason = commentProblem(text.view()))
+      return fail(YString::stringWithFormat("The comment \"%@\"", text), reason);
+    fresh(text.view());
+    _lastLineIsOption = false;
+    return true;
+  };
   if (index >= 0) {
     const auto i = static_cast<std::size_t>(index);
     const std::uint32_t start = _record->start(i), end = _record->end(i);
@@ -435,7 +459,7 @@ void YIniPreservingWriter::writeComment(YIniComment& comment, std::int64_t index
       // ends whatever line is open, and adds no blank line.
       if (_record->isLineEndOfPreviousLine(i) && !(inPlace && adjacent(start))) {
         if (!atLineStart()) original(start, end);
-        return;
+        return true;
       }
       // Away from its neighbour a line begins on a line of its own; so does
       // a blank line, which stays a blank line. An unrecognised line holds
@@ -444,19 +468,15 @@ void YIniPreservingWriter::writeComment(YIniComment& comment, std::int64_t index
         if (!inPlace || !adjacent(start)) ensureLineStart();
         original(start, end);
         _lastLineIsOption = false;
-        return;
+        return true;
       }
     }
-    if (inPlace && adjacent(start) && !startsMidLine(start) && !text.isNull()) {
-      fresh(text.view());  // a changed comment takes its place on its line
-      _lastLineIsOption = false;
-      return;
-    }
+    // A changed comment takes its place on its line.
+    if (inPlace && adjacent(start) && !startsMidLine(start) && !text.isNull()) return freshComment();
   }
-  if (text.isNull() || text.length() == 0) return;
+  if (text.isNull() || text.length() == 0) return true;
   if (!isLineEndText(text.view())) ensureLineStart();
-  fresh(text.view());
-  _lastLineIsOption = false;
+  return freshComment();
 }
 
 // ---- output --------------------------------------------------------------------

@@ -92,7 +92,7 @@ class YIniPreservingWriter {
   bool writeSection(YIniSection& section, std::int64_t index);
   bool writeChildren(YIniSection& section, bool sectionInPlace);
   bool writeOption(YIniOption& option, std::int64_t index, bool inPlace, OptionStyle& style);
-  void writeComment(YIniComment& comment, std::int64_t index, bool inPlace);
+  bool writeComment(YIniComment& comment, std::int64_t index, bool inPlace);
   // The value's text as it is written: its first line, then each further
   // line trimmed, on a continuation line in `style`. False for an empty one.
   bool renderValue(const YString& value, const OptionStyle& style, std::u16string& out);

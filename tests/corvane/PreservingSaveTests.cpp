@@ -275,6 +275,13 @@ TEST(PreservingSave, TextThatWouldNotReadBackFailsNamingTheElement) {
       {[](YIniDocument& d) { section(d, "s")->setName(S(" s")); }, "begins or ends with white space"},
       {[](YIniDocument& d) { d.addElement(YIniSection::sectionWithName(S("t\t"))); }, "begins or ends with white space"},
       {[](YIniDocument& d) { d.addElement(YIniSection::sectionWithName(YString())); }, "has no name"},
+      // Comments added or changed ("z=9" would read as an option, "[c]" as a
+      // section, "  note" as a stray line).
+      {[](YIniDocument& d) { section(d, "s")->addElement(YIniComment::commentWithString(S("# a\nz=9\n"))); },
+       "neither \"#\" nor \";\""},
+      {[](YIniDocument& d) { d.addElement(YIniComment::commentWithString(S("[c]"))); }, "neither \"#\" nor \";\""},
+      {[](YIniDocument& d) { section(d, "s")->comments()->objectAtIndex(0)->setStringValue(S("\n  note")); },
+       "neither \"#\" nor \";\""},
   };
   TempDir folder;
   const std::string path = folder / "f.ini";
